@@ -1,0 +1,333 @@
+// Data set parsing: element headers, runs of elements with their sequences,
+// items and encapsulated pixel data, and whole file images. Values are not
+// copied: they point into the parsed buffer.
+#include <cstring>
+
+#include "dicomdata/bytecursor.h"
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/dicomsettings.h"
+#include "dicomdata/tagtable.h"
+#include "platform/datainmemory.h"
+#include "platform/text.h"
+
+namespace {
+constexpr uint32_t kFailed = 0xFFFFFFFFu;
+// Deeper nesting than this is taken as hostile input rather than a data set.
+constexpr int kMaxDepth = 128;
+
+bool IsLongForm(char first, char second)
+{
+    // PS3.5 7.1.2: these VRs have a reserved field and a 32-bit length.
+    static constexpr char kLong[][2] = {{'O', 'B'}, {'O', 'W'}, {'S', 'Q'}, {'U', 'N'}, {'U', 'T'}};
+    for (const auto& vr : kLong)
+        if (vr[0] == first && vr[1] == second)
+            return true;
+    return false;
+}
+
+bool IsDelimiter(int group, int element)
+{
+    return (group == 0xFFFE && (element == 0xE00D || element == 0xE0DD)) || (group == 0xFFFC && element == 0xFFFC);
+}
+
+std::u16string TwoLetters(const unsigned char* p)
+{
+    return std::u16string{static_cast<char16_t>(p[0]), static_cast<char16_t>(p[1])};
+}
+}
+
+int CDicomItem::GetLengthFormatByVR(uint16_t vr)
+{
+    return IsLongForm(static_cast<char>(vr & 0xFF), static_cast<char>(vr >> 8)) ? 32 : 16;
+}
+
+bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u16string& vr, int& headerSize,
+                            uint32_t& length, size_t available) const
+{
+    if (available < 8)
+        return false;
+    const auto* p = reinterpret_cast<const unsigned char*>(header);
+    uint16_t group = ByteCursor::loadUint16LE(p);
+    uint16_t element = ByteCursor::loadUint16LE(p + 2);
+    if (group == 0xFFFE) {
+        vr.clear();
+        length = ByteCursor::loadUint32LE(p + 4);
+        headerSize = 8;
+        return true;
+    }
+    if (explicitVR) {
+        vr = TwoLetters(p + 4);
+        if (IsLongForm(static_cast<char>(p[4]), static_cast<char>(p[5]))) {
+            if (available < 12)
+                return false;
+            uint32_t longLength = ByteCursor::loadUint32LE(p + 8);
+            // A known writer fault: (4321,1020) written as OB with a short length.
+            if (!(group == 0x4321 && element == 0x1020 && longLength == 0x00007FE0)) {
+                length = longLength;
+                headerSize = 12;
+                return true;
+            }
+        }
+        length = ByteCursor::loadUint16LE(p + 6);
+        headerSize = 8;
+        return true;
+    }
+    length = ByteCursor::loadUint32LE(p + 4);
+    headerSize = 8;
+    if (group == 0x7FE0 && element == 0x0010) {
+        // Implicit VR pixel data is OB for 8-bit samples, OW otherwise (PS3.5 A.1).
+        uint16_t bitsAllocated = 8;
+        GetTagValue(0x0028, 0x0100, bitsAllocated);
+        vr = bitsAllocated == 8 ? u"OB" : u"OW";
+    } else {
+        vr = AsciiToWide(CTagTable::FindVR(group, element));
+    }
+    return true;
+}
+
+uint32_t CDicomItem::LoadTags(const unsigned char* bytes, int count, bool explicitVR, int groupFilter)
+{
+    if (count != -1 && count <= 0)
+        return 0;
+    if (!bytes)
+        return kFailed;
+    // A count of -1 trusts the caller that a delimiter ends the run.
+    return ParseRun(bytes, count == -1 ? INT64_MAX : count, count != -1, explicitVR, groupFilter, 0);
+}
+
+uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bounded, bool explicitVR,
+                              int groupFilter, int depth, bool* endedAtDelimiter)
+{
+    if (depth > kMaxDepth)
+        return kFailed;
+    int64_t remaining = count;
+    int64_t total = 0;
+    const unsigned char* p = bytes;
+    CDicomItem* groupItem = nullptr;
+    int currentGroup = -1;
+    for (;;) {
+        if (remaining <= 0)
+            break;
+        if (remaining < 8)
+            return kFailed;
+        uint16_t group = ByteCursor::loadUint16LE(p);
+        uint16_t element = ByteCursor::loadUint16LE(p + 2);
+        if (groupFilter >= 0 && group != groupFilter)
+            break;
+        std::u16string vr;
+        int headerSize = 8;
+        uint32_t length = 0;
+        if (!GetTagInfo(reinterpret_cast<const TAG_HEADER_EX*>(p), explicitVR, vr, headerSize, length,
+                        static_cast<size_t>(remaining < 12 ? remaining : 12)))
+            return kFailed;
+        bool undefined = length == kUndefinedLength;
+        if (undefined && group != 0xFFFE && (vr.empty() || vr == u"UN")) {
+            // PS3.5 6.2.2: an unknown or UN element of undefined length is a
+            // sequence whose items are encoded in implicit VR little endian.
+            vr = u"SQ";
+        }
+        int64_t afterHeader = remaining - headerSize;
+        bool fits = undefined || static_cast<int64_t>(length) <= afterHeader;
+
+        if (group != currentGroup || !groupItem) {
+            std::u16string name = GroupName(group);
+            groupItem = nullptr;
+            for (CXmlItem* child : m_children)
+                if (child->m_sName == name)
+                    groupItem = static_cast<CDicomItem*>(child);
+            if (!groupItem) {
+                groupItem = new CDicomItem(name);
+                groupItem->m_sCharacterSet = m_sCharacterSet;
+                AddItem(groupItem);
+            }
+            currentGroup = group;
+        }
+        auto* item = new CDicomItem(ElementName(element));
+        item->m_sCharacterSet = m_sCharacterSet;
+        groupItem->AddItem(item);
+        const unsigned char* value = p + headerSize;
+        if (undefined) {
+            item->m_pData = value;
+            item->m_nDataSize = -1;
+        } else if (length != 0 && fits) {
+            item->m_pData = value;
+            item->m_nDataSize = static_cast<int>(length);
+        }
+        if (!vr.empty())
+            item->AddItem(new CDicomItem(u"VR", vr));
+        if (length != 0)
+            item->AddItem(new CDicomItem(u"Size", AsciiToWide(FormatText("%d", static_cast<int32_t>(length)))));
+        if (!fits || (!undefined && length > INT32_MAX))
+            return kFailed;
+
+        // Which content is parsed further, and how.
+        bool isItem = group == 0xFFFE && element == 0xE000;
+        bool nested = false;
+        bool nestedExplicit = explicitVR;
+        if (isItem) {
+            std::string parentVR = GetVR();
+            if (!parentVR.empty())
+                item->AddItem(new CDicomItem(u"ParentVR", AsciiToWide(parentVR)));
+            nested = parentVR == "SQ";
+        } else if (group == 0x7FE0 && element == 0x0010 && undefined) {
+            nested = true;
+        } else if (vr == u"SQ") {
+            nested = true;
+            // An explicit UN of undefined length holds implicit VR items.
+            if (undefined && explicitVR && headerSize == 12 && p[4] == 'U' && p[5] == 'N')
+                nestedExplicit = false;
+        } else if (undefined && group != 0xFFFE) {
+            return kFailed;  // undefined length on a VR that cannot hold items
+        }
+
+        int64_t advance = headerSize + (undefined ? 0 : static_cast<int64_t>(length));
+        if (nested) {
+            if (undefined) {
+                bool delimited = false;
+                uint32_t consumed = item->ParseRun(value, bounded ? afterHeader : INT64_MAX, bounded, nestedExplicit,
+                                                   -1, depth + 1, &delimited);
+                // A run of undefined length that ends before its delimiter is truncated.
+                if (consumed == kFailed || !delimited)
+                    return kFailed;
+                item->m_nParsedLength = consumed;
+                advance = headerSize + static_cast<int64_t>(consumed);
+            } else if (length > 0) {
+                if (item->ParseRun(value, length, true, nestedExplicit, -1, depth + 1) == kFailed)
+                    return kFailed;
+            }
+        }
+        if (bounded) {
+            remaining -= advance;
+            if (remaining < 0)
+                return kFailed;
+        }
+        total += advance;
+        if (total > UINT32_MAX - 1)
+            return kFailed;
+        p += advance;
+        if (IsDelimiter(group, element)) {
+            if (endedAtDelimiter)
+                *endedAtDelimiter = true;
+            break;
+        }
+    }
+    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(this);
+    if (!characterSet.empty())
+        ChangeCharacterSet(characterSet);
+    return static_cast<uint32_t>(total);
+}
+
+bool CDicomItem::IsExplicitVR(const std::u16string& transferSyntax)
+{
+    return !EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2"));
+}
+
+bool CDicomItem::IsBigEndian(const std::u16string& transferSyntax)
+{
+    return EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.2"));
+}
+
+namespace {
+// Whether the header at p carries its dictionary VR letters: 1 yes, 0 no,
+// -1 when the tag is unknown (or too few bytes remain to tell).
+int CarriesDictionaryVR(const unsigned char* p, int64_t remaining)
+{
+    if (remaining < 8)
+        return -1;
+    const TAGINFO* entry = CTagTable::Find(ByteCursor::loadUint16LE(p), ByteCursor::loadUint16LE(p + 2));
+    if (!entry)
+        return -1;
+    return (p[4] == entry->szVR[0] && p[5] == entry->szVR[1]) ? 1 : 0;
+}
+}
+
+bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
+{
+    m_sLoadError.clear();
+    m_pData = bytes;
+    m_nDataSize = count;
+    m_bToBeFree = false;
+    if (!bytes) {
+        m_sLoadError = "no data";
+        return false;
+    }
+    if (count < 132 || std::memcmp(bytes + 128, "DICM", 4) != 0) {
+        m_sLoadError = "no \"DICM\" prefix at offset 128 (not a DICOM Part 10 file)";
+        return false;
+    }
+    auto* data = new CDicomItem(u"Data");
+    auto* header = new CDicomItem(u"Header");
+    header->m_pData = bytes;
+    header->m_nDataSize = 132;
+    const unsigned char* meta = bytes + 132;
+    int64_t metaRemaining = static_cast<int64_t>(count) - 132;
+    // Group 0002 is explicit VR by PS3.10 7.1; a few writers used implicit.
+    bool metaExplicit = CarriesDictionaryVR(meta, metaRemaining) != 0;
+    uint32_t metaLength = header->LoadTags(meta, static_cast<int>(metaRemaining), metaExplicit, 0x0002);
+    if (metaLength == kFailed) {
+        // A damaged meta group shows up below as a missing transfer syntax;
+        // what parsed stays, but nothing of it is trusted for offsets.
+        metaLength = 0;
+    }
+    std::u16string transferSyntax;
+    if (!header->GetTagValue(0x0002, 0x0010, transferSyntax)) {
+        m_sLoadError = "no transfer syntax (0002,0010) in the file meta information";
+        delete header;
+        delete data;
+        return false;
+    }
+    transferSyntax = Trim(transferSyntax);
+    if (IsBigEndian(transferSyntax)) {
+        m_sLoadError = "explicit VR big endian is not supported";
+        delete header;
+        delete data;
+        return false;
+    }
+    bool explicitVR = IsExplicitVR(transferSyntax);
+    const unsigned char* body = meta + metaLength;
+    int64_t bodyRemaining = metaRemaining - metaLength;
+    int carries = CarriesDictionaryVR(body, bodyRemaining);
+    if (carries == 1) {
+        explicitVR = true;
+    } else if (carries == 0 && explicitVR) {
+        explicitVR = false;
+        if (CDicomItem* syntax = header->GetTagItem(0x0002, 0x0010))
+            syntax->CopyData(u"1.2.840.10008.1.2");
+    }
+    if (data->LoadTags(body, static_cast<int>(bodyRemaining), explicitVR, -1) == kFailed) {
+        m_sLoadError = "the data set is malformed or truncated";
+        delete header;
+        delete data;
+        return false;
+    }
+    AddItem(header);
+    AddItem(data);
+    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(data);
+    if (!characterSet.empty())
+        ChangeCharacterSet(characterSet);
+    return true;
+}
+
+bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
+{
+    m_sLoadError.clear();
+    delete m_pFileImage;
+    m_pFileImage = new CDataInMemory(path, flag);
+    bool loaded = false;
+    if (!m_pFileImage->IsValid()) {
+        m_sLoadError = m_pFileImage->GetError();
+    } else if (m_pFileImage->GetSize() > INT32_MAX) {
+        m_sLoadError = "file larger than 2 GiB";
+    } else {
+        loaded = LoadObject(m_pFileImage->GetData(), static_cast<int>(m_pFileImage->GetSize()));
+    }
+    if (loaded) {
+        SetAttribute(u"File", path);
+    } else {
+        std::string reason = m_sLoadError;
+        delete m_pFileImage;
+        m_pFileImage = nullptr;
+        m_sLoadError = reason;
+    }
+    return loaded;
+}

@@ -1,0 +1,135 @@
+#include "platform/xmlitem.h"
+
+#include "platform/text.h"
+
+CXmlItem::CXmlItem(const char16_t* name, const char16_t* value, const char* characterSet)
+    : m_sName(name ? name : u""), m_sValue(value ? value : u""), m_sCharacterSet(characterSet ? characterSet : "")
+{
+}
+
+CXmlItem::CXmlItem(const std::u16string& name, const std::u16string& value, const std::string& characterSet)
+    : m_sName(name), m_sValue(value), m_sCharacterSet(characterSet)
+{
+}
+
+CXmlItem::~CXmlItem()
+{
+    for (CXmlItem* child : m_children)
+        delete child;
+}
+
+CXmlItem* CXmlItem::CreateCopy() const
+{
+    auto* copy = new CXmlItem(m_sName, m_sValue, m_sCharacterSet);
+    for (const CXmlItem* child : m_children)
+        copy->AddItem(child->CreateCopy());
+    return copy;
+}
+
+CXmlItem* CXmlItem::GetChildItem(int index) const
+{
+    if (index < 0 || index >= GetChildCount())
+        return nullptr;
+    return m_children[static_cast<size_t>(index)];
+}
+
+CXmlItem* CXmlItem::GetChildItem(const std::u16string& name, int occurrence) const
+{
+    for (CXmlItem* child : m_children) {
+        if (child->m_sName == name) {
+            if (occurrence == 0)
+                return child;
+            --occurrence;
+        }
+    }
+    return nullptr;
+}
+
+int CXmlItem::GetChildItemCount(const std::u16string& name) const
+{
+    int count = 0;
+    for (const CXmlItem* child : m_children)
+        count += child->m_sName == name;
+    return count;
+}
+
+void CXmlItem::AddItem(CXmlItem* item, bool)
+{
+    item->m_pParent = this;
+    m_children.push_back(item);
+}
+
+CXmlItem* CXmlItem::AddItem(const std::u16string& name, const std::u16string& value, const std::string& characterSet)
+{
+    auto* item = new CXmlItem(name, value, characterSet);
+    AddItem(item);
+    return item;
+}
+
+CXmlItem* CXmlItem::AddItem(const std::u16string& name, long value, const std::string& characterSet)
+{
+    return AddItem(name, AsciiToWide(FormatText("%ld", value)), characterSet);
+}
+
+void CXmlItem::InsertItem(int index, CXmlItem* item, bool)
+{
+    if (index < 0)
+        index = 0;
+    if (index > GetChildCount())
+        index = GetChildCount();
+    item->m_pParent = this;
+    m_children.insert(m_children.begin() + index, item);
+}
+
+bool CXmlItem::GetItemValue(const std::u16string& name, std::u16string& value) const
+{
+    const CXmlItem* child = GetChildItem(name, 0);
+    if (!child)
+        return false;
+    value = child->m_sValue;
+    return true;
+}
+
+bool CXmlItem::GetItemValue(const std::u16string& name, long& value) const
+{
+    const CXmlItem* child = GetChildItem(name, 0);
+    if (!child)
+        return false;
+    value = WideToLong(child->m_sValue);
+    return true;
+}
+
+void CXmlItem::DeleteChildItem(const std::u16string& name, int occurrence)
+{
+    for (size_t i = 0; i < m_children.size(); ++i) {
+        if (m_children[i]->m_sName == name && occurrence-- == 0) {
+            delete RemoveChildAt(static_cast<int>(i));
+            return;
+        }
+    }
+}
+
+CXmlItem* CXmlItem::RemoveChildAt(int index)
+{
+    if (index < 0 || index >= GetChildCount())
+        return nullptr;
+    CXmlItem* child = m_children[static_cast<size_t>(index)];
+    m_children.erase(m_children.begin() + index);
+    child->m_pParent = nullptr;
+    return child;
+}
+
+int CXmlItem::IndexOfChild(const CXmlItem* child) const
+{
+    for (size_t i = 0; i < m_children.size(); ++i)
+        if (m_children[i] == child)
+            return static_cast<int>(i);
+    return -1;
+}
+
+void CXmlItem::ChangeCharacterSet(const std::string& characterSet)
+{
+    m_sCharacterSet = characterSet;
+    for (CXmlItem* child : m_children)
+        child->ChangeCharacterSet(characterSet);
+}

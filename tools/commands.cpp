@@ -1,0 +1,9 @@
+#include "tools/commands.h"
+
+const std::vector<ToolCommand>& ToolCommands()
+{
+    static const std::vector<ToolCommand> commands = {
+        {"lookup", "look tags up in the data dictionary (gggg,eeee)", RunLookup},
+    };
+    return commands;
+}

@@ -1,0 +1,16 @@
+#pragma once
+// The table of subcommands; each lives in its own tools/cmd_*.cpp file.
+#include <vector>
+
+struct ToolCommand {
+    const char* name;
+    const char* summary;
+    int (*run)(int argc, char** argv);  // arguments after the command name
+};
+
+const std::vector<ToolCommand>& ToolCommands();
+
+int RunLookup(int argc, char** argv);
+int RunDump(int argc, char** argv);     // tools/cmd_dump.cpp
+int RunConvert(int argc, char** argv);  // tools/cmd_convert.cpp
+int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
