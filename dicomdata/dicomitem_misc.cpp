@@ -8,6 +8,17 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+namespace {
+// The power of ten that keeps all but the highest digit of number (>= 10).
+uint64_t DropHighestDigit(uint64_t number)
+{
+    uint64_t power = 1;
+    while (number >= power * 10)
+        power *= 10;
+    return power;
+}
+}
+
 std::u16string CDicomItem::GetUID()
 {
     std::tm now {};
@@ -23,10 +34,26 @@ std::u16string CDicomItem::GetUID()
     uint32_t ticket = CTicketGenerator::GetUniqueIDForSession() % 4294967295u;
     if (ticket == 0)
         ticket = CTicketGenerator::GetUniqueIDForSession() % 4294967295u;
-    // PS3.5 9.1: digits and dots only, at most 64 characters. The machine and
-    // time components are at most 10 + 14 digits, the ticket at most 10.
-    std::string uid = FormatText("%s.%u.%04d%02d%02d%02d%02d%02d.%u", WideToAscii(CDicomInfoStatics::s_sDicomRoot).c_str(),
-                                 GetMachineNumber() % 4294967295u, year, month, day, hour, minute, second, ticket);
+    // PS3.5 9.1: digits and dots, at most 64 characters. With a long root the
+    // machine component gives up its high digits first (it only separates
+    // machines), then the ticket, so the time and the session ticket keep
+    // successive UIDs apart.
+    std::string root = WideToAscii(CDicomInfoStatics::s_sDicomRoot);
+    uint64_t machine = GetMachineNumber() % 4294967295u;
+    uint64_t sessionTicket = ticket;
+    std::string uid;
+    for (;;) {
+        uid = FormatText("%s.%llu.%04d%02d%02d%02d%02d%02d.%llu", root.c_str(), static_cast<unsigned long long>(machine),
+                         year, month, day, hour, minute, second, static_cast<unsigned long long>(sessionTicket));
+        if (uid.size() <= 64)
+            break;
+        if (machine >= 10)
+            machine %= DropHighestDigit(machine);
+        else if (sessionTicket >= 10)
+            sessionTicket %= DropHighestDigit(sessionTicket);
+        else
+            break;  // the root alone is too long; the host chose it
+    }
     return AsciiToWide(uid);
 }
 
