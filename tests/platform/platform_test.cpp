@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+#include "platform/datainmemory.h"
+#include "platform/dynbuffer.h"
+#include "platform/match.h"
+#include "platform/profile.h"
+#include "platform/text.h"
+#include "platform/xmlitem.h"
+
+namespace {
+std::string TempPath(const char* name)
+{
+    return std::string(::testing::TempDir()) + "zeldicom_platform_" + std::to_string(::getpid()) + "_" + name;
+}
+}
+
+TEST(XmlItem, ChildrenByNameAndOccurrenceFollowChildOrder)
+{
+    CXmlItem root(u"root", nullptr, "ISO_IR 100");
+    CXmlItem* a = root.AddItem(u"eE000", u"first", "ISO_IR 100");
+    root.AddItem(u"VR", u"SQ", "ISO_IR 100");
+    CXmlItem* b = root.AddItem(u"eE000", u"second", "ISO_IR 100");
+    EXPECT_EQ(root.GetChildItem(u"eE000", 0), a);
+    EXPECT_EQ(root.GetChildItem(u"eE000", 1), b);
+    EXPECT_EQ(root.GetChildItem(u"eE000", 2), nullptr);
+    EXPECT_EQ(root.GetChildItemCount(u"eE000"), 2);
+    EXPECT_EQ(root.GetChildItem(3), nullptr);
+    EXPECT_EQ(root.GetChildItem(-1), nullptr);
+    EXPECT_EQ(a->GetParentItem(), &root);
+
+    // Inserting at the count appends; at 0 prepends.
+    auto* last = new CXmlItem(u"last", nullptr, "");
+    root.InsertItem(root.GetChildCount(), last);
+    EXPECT_EQ(root.GetChildItem(root.GetChildCount() - 1), last);
+    auto* front = new CXmlItem(u"front", nullptr, "");
+    root.InsertItem(0, front);
+    EXPECT_EQ(root.GetChildItem(0), front);
+
+    long number = 0;
+    root.AddItem(u"Size", -1L, "");
+    EXPECT_TRUE(root.GetItemValue(u"Size", number));
+    EXPECT_EQ(number, -1);
+    std::u16string text;
+    EXPECT_FALSE(root.GetItemValue(u"Offset", text));
+
+    root.DeleteChildItem(u"eE000", 1);
+    EXPECT_EQ(root.GetChildItemCount(u"eE000"), 1);
+    CXmlItem* detached = root.RemoveChildAt(root.IndexOfChild(a));
+    EXPECT_EQ(detached, a);
+    EXPECT_EQ(a->GetParentItem(), nullptr);
+    delete detached;
+
+    root.ChangeCharacterSet("ISO_IR 192");
+    EXPECT_EQ(last->m_sCharacterSet, "ISO_IR 192");
+}
+
+TEST(Match, PatternsOfDigitsAndHexDigits)
+{
+    for (const char16_t* name : {u"g0008", u"g7FE0", u"gFFFE", u"gabcd"})
+        EXPECT_TRUE(Match(std::u16string(name), "gXXXX"));
+    for (const char16_t* name : {u"VR", u"ParentVR", u"Size", u"Offset", u"WriteSize", u"File", u"Header", u"Data",
+                                 u"g008", u"g00081", u"e0008", u"gG000"})
+        EXPECT_FALSE(Match(std::u16string(name), "gXXXX"));
+    EXPECT_TRUE(Match(std::string("20240305"), "dddddddd"));
+    EXPECT_FALSE(Match(std::string("2024030A"), "dddddddd"));
+    EXPECT_TRUE(Match(std::string("2024.03.05"), "dddd.dd.dd"));
+    EXPECT_FALSE(Match(std::string("2024-03-05"), "dddd.dd.dd"));
+    EXPECT_TRUE(Match(std::string("09:30:05"), "dd:dd:dd"));
+    EXPECT_FALSE(Match(std::string(""), "d"));
+}
+
+TEST(DynBuffer, AppendsInsertsAndServesAsWriter)
+{
+    CDynBuffer buffer;
+    EXPECT_TRUE(buffer.Add("cd", 2));
+    EXPECT_TRUE(buffer.Insert("ab", 2, 0));
+    EXPECT_TRUE(buffer.Insert("ef", 2, 100));  // clamped to the end
+    ASSERT_EQ(buffer.m_nSize, 6u);
+    EXPECT_EQ(std::string(static_cast<char*>(buffer), 6), "abcdef");
+    std::string big(100000, 'x');
+    EXPECT_EQ(CDynBuffer::WriteProc(big.data(), static_cast<uint32_t>(big.size()), &buffer), big.size());
+    EXPECT_EQ(buffer.m_nSize, 100006u);
+    EXPECT_EQ(CDynBuffer::WriteProc("x", 1, nullptr), 0xFFFFFFFFu);
+    buffer.m_nSize = 0;
+    EXPECT_TRUE(buffer.Add(nullptr, 3));
+    EXPECT_EQ(buffer.GetData()[2], 0);
+}
+
+TEST(DataInMemory, MapsFilesAndRefusesEmptyMissingAndDirectories)
+{
+    std::string path = TempPath("mapped");
+    {
+        std::ofstream out(path, std::ios::binary);
+        out << "DICOM bytes";
+    }
+    {
+        CDataInMemory image(Utf8ToUtf16(path));
+        ASSERT_TRUE(image.IsValid());
+        EXPECT_EQ(image.GetSize(), 11u);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(image.GetData()), 11), "DICOM bytes");
+    }
+    std::string empty = TempPath("empty");
+    { std::ofstream out(empty, std::ios::binary); }
+    EXPECT_FALSE(CDataInMemory(Utf8ToUtf16(empty)).IsValid());
+    EXPECT_FALSE(CDataInMemory(Utf8ToUtf16(path + ".missing")).IsValid());
+    CDataInMemory directory(Utf8ToUtf16(::testing::TempDir()));
+    EXPECT_FALSE(directory.IsValid());
+    EXPECT_FALSE(directory.GetError().empty());
+    std::remove(path.c_str());
+    std::remove(empty.c_str());
+}
+
+TEST(HostProfile, IniFileAndDirectSettingsWithDefaults)
+{
+    HostProfile::Clear();
+    EXPECT_EQ(HostProfile::GetProfileInt("Receive", "FileCopyBufferSize", 32), 32);
+    std::string path = TempPath("profile.ini");
+    {
+        std::ofstream out(path);
+        out << "; host settings\n[Receive]\nFileCopyBufferSize = 8\nbad=\n[Worklist]\nTimeOut=-1\n";
+    }
+    ASSERT_TRUE(HostProfile::LoadIniFile(path));
+    EXPECT_EQ(HostProfile::GetProfileInt("Receive", "FileCopyBufferSize", 32), 8);
+    EXPECT_EQ(HostProfile::GetProfileInt("Worklist", "TimeOut", 30000), -1);
+    EXPECT_EQ(HostProfile::GetProfileInt("Receive", "bad", 5), 5);
+    EXPECT_EQ(HostProfile::GetProfileInt("Worklist", "FileCopyBufferSize", 7), 7);
+    EXPECT_FALSE(HostProfile::LoadIniFile(path + ".missing"));
+    HostProfile::Clear();
+    std::remove(path.c_str());
+}
+
+TEST(Text, Utf16RoundTripsAndFieldHelpers)
+{
+    std::string utf8 = "Y\xC3\xA9n \xE5\xB1\xB1\xE7\x94\xB0 \xF0\x9F\x98\x80";
+    std::u16string wide = Utf8ToUtf16(utf8);
+    EXPECT_EQ(wide.size(), 9u);  // the emoji takes a surrogate pair
+    EXPECT_EQ(Utf16ToUtf8(wide), utf8);
+    // Invalid and overlong sequences become U+FFFD, never a crash.
+    EXPECT_EQ(Utf8ToUtf16("\xC0\xAF"), std::u16string(u"\xFFFD\xFFFD"));
+    EXPECT_EQ(Utf8ToUtf16("\xE5\xB1"), std::u16string(u"\xFFFD\xFFFD"));
+
+    EXPECT_EQ(GetField(u"DOE^JOHN^^DR", u'^', 1), u"JOHN");
+    EXPECT_EQ(GetField(u"DOE^JOHN^^DR", u'^', 2), u"");
+    EXPECT_EQ(GetField(u"DOE^JOHN^^DR", u'^', 3), u"DR");
+    EXPECT_EQ(GetField(u"DOE", u'^', 1), u"");
+    EXPECT_EQ(Trim(u"  DOE \0"), u"DOE");
+    EXPECT_EQ(CharCount(u"a^b^c", u'^'), 2);
+    EXPECT_EQ(CharIndex(u"a^b^c", u'^', 1), 3);
+    EXPECT_EQ(CharIndex(u"a^b^c", u'^', 2), -1);
+    EXPECT_EQ(FormatText("%04X-%s", 0x7FE0u, std::string(300, 'z').c_str()).size(), 305u);
+}
