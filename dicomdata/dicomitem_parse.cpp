@@ -25,6 +25,33 @@ bool IsLongForm(char first, char second)
     return false;
 }
 
+// The VRs added to PS3.5 after the first five long-form ones also carry a
+// reserved field and a 32-bit length in explicit VR; a stream that uses them
+// (OF vector data, UC/UR text, 64-bit numbers) is read with the 12-byte header.
+bool IsLaterLongForm(char first, char second)
+{
+    static constexpr char kLater[][2] = {{'O', 'D'}, {'O', 'F'}, {'O', 'L'}, {'O', 'V'},
+                                         {'S', 'V'}, {'U', 'C'}, {'U', 'R'}, {'U', 'V'}};
+    for (const auto& vr : kLater)
+        if (vr[0] == first && vr[1] == second)
+            return true;
+    return false;
+}
+
+// Whether two bytes are one of the VR codes of PS3.5 Table 6.2-1. Used to
+// tell an explicit header (VR letters at offset 4) from an implicit one
+// (the low half of a 32-bit length there).
+bool IsVRCode(unsigned char first, unsigned char second)
+{
+    static constexpr char kCodes[][3] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO",
+                                         "LT", "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ",
+                                         "SS", "ST", "SV", "TM", "UC", "UI", "UL", "UN", "UR", "US", "UT", "UV"};
+    for (const auto& vr : kCodes)
+        if (vr[0] == static_cast<char>(first) && vr[1] == static_cast<char>(second))
+            return true;
+    return false;
+}
+
 bool IsDelimiter(int group, int element)
 {
     return (group == 0xFFFE && (element == 0xE00D || element == 0xE0DD)) || (group == 0xFFFC && element == 0xFFFC);
@@ -57,7 +84,8 @@ bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u
     }
     if (explicitVR) {
         vr = TwoLetters(p + 4);
-        if (IsLongForm(static_cast<char>(p[4]), static_cast<char>(p[5]))) {
+        char first = static_cast<char>(p[4]), second = static_cast<char>(p[5]);
+        if (IsLongForm(first, second) || IsLaterLongForm(first, second)) {
             if (available < 12)
                 return false;
             uint32_t longLength = ByteCursor::loadUint32LE(p + 8);
@@ -128,13 +156,19 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         }
         int64_t afterHeader = remaining - headerSize;
         bool fits = undefined || static_cast<int64_t>(length) <= afterHeader;
+        bool isItem = group == 0xFFFE && element == 0xE000;
+        if (!fits && isItem && bounded && m_nDataSize >= 0 && GetVR() == "SQ") {
+            // Writers that drop elements from a directory record without fixing
+            // the item length leave the last item of a defined-length sequence
+            // claiming more than the sequence holds. The sequence length is the
+            // outer bound: the item is read up to the end of the sequence.
+            length = static_cast<uint32_t>(afterHeader);
+            fits = true;
+        }
 
         if (group != currentGroup || !groupItem) {
             std::u16string name = GroupName(group);
-            groupItem = nullptr;
-            for (CXmlItem* child : m_children)
-                if (child->m_sName == name)
-                    groupItem = static_cast<CDicomItem*>(child);
+            groupItem = static_cast<CDicomItem*>(GetChildItem(name));
             if (!groupItem) {
                 groupItem = new CDicomItem(name);
                 groupItem->m_sCharacterSet = m_sCharacterSet;
@@ -161,7 +195,6 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             return kFailed;
 
         // Which content is parsed further, and how.
-        bool isItem = group == 0xFFFE && element == 0xE000;
         bool nested = false;
         bool nestedExplicit = explicitVR;
         if (isItem) {
@@ -228,16 +261,27 @@ bool CDicomItem::IsBigEndian(const std::u16string& transferSyntax)
 }
 
 namespace {
-// Whether the header at p carries its dictionary VR letters: 1 yes, 0 no,
-// -1 when the tag is unknown (or too few bytes remain to tell).
-int CarriesDictionaryVR(const unsigned char* p, int64_t remaining)
+// How the header at p is encoded, judged by the two bytes at its offset 4:
+// 1 explicit (its dictionary VR letters), 0 implicit (the tag is known and
+// those bytes are no VR code at all, so they are the low half of a length),
+// -1 undecided (unknown tag, too few bytes, or another valid VR code such as
+// the UN that some converters write for every standard element).
+int HeaderEncoding(const unsigned char* p, int64_t remaining)
 {
     if (remaining < 8)
         return -1;
     const TAGINFO* entry = CTagTable::Find(ByteCursor::loadUint16LE(p), ByteCursor::loadUint16LE(p + 2));
     if (!entry)
         return -1;
-    return (p[4] == entry->szVR[0] && p[5] == entry->szVR[1]) ? 1 : 0;
+    if (p[4] == entry->szVR[0] && p[5] == entry->szVR[1])
+        return 1;
+    return IsVRCode(p[4], p[5]) ? -1 : 0;
+}
+
+// PS3.5 A.5: the data set of a deflated file is a raw deflate stream.
+bool IsDeflated(const std::u16string& transferSyntax)
+{
+    return EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.1.99"));
 }
 }
 
@@ -262,7 +306,7 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
     const unsigned char* meta = bytes + 132;
     int64_t metaRemaining = static_cast<int64_t>(count) - 132;
     // Group 0002 is explicit VR by PS3.10 7.1; a few writers used implicit.
-    bool metaExplicit = CarriesDictionaryVR(meta, metaRemaining) != 0;
+    bool metaExplicit = HeaderEncoding(meta, metaRemaining) != 0;
     uint32_t metaLength = header->LoadTags(meta, static_cast<int>(metaRemaining), metaExplicit, 0x0002);
     if (metaLength == kFailed) {
         // A damaged meta group shows up below as a missing transfer syntax;
@@ -283,10 +327,16 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         delete data;
         return false;
     }
+    if (IsDeflated(transferSyntax)) {
+        m_sLoadError = "deflated transfer syntax (1.2.840.10008.1.2.1.99) is not supported";
+        delete header;
+        delete data;
+        return false;
+    }
     bool explicitVR = IsExplicitVR(transferSyntax);
     const unsigned char* body = meta + metaLength;
     int64_t bodyRemaining = metaRemaining - metaLength;
-    int carries = CarriesDictionaryVR(body, bodyRemaining);
+    int carries = HeaderEncoding(body, bodyRemaining);
     if (carries == 1) {
         explicitVR = true;
     } else if (carries == 0 && explicitVR) {
