@@ -4,6 +4,7 @@ const std::vector<ToolCommand>& ToolCommands()
 {
     static const std::vector<ToolCommand> commands = {
         {"lookup", "look tags up in the data dictionary (gggg,eeee)", RunLookup},
+        {"dump", "print the element tree of DICOM files (--json: DICOM JSON Model)", RunDump},
     };
     return commands;
 }

@@ -1,0 +1,132 @@
+// Shared pieces of `zeldicom dump`: buffered output and value readers.
+#include "tools/dump_format.h"
+
+#include <cstdarg>
+#include <cstring>
+
+#include "dicomdata/bytecursor.h"
+#include "platform/text.h"
+
+void DumpOutput::AppendFormat(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    m_buffer += FormatTextV(format, args);
+    va_end(args);
+    if (m_buffer.size() >= kBlock)
+        Flush();
+}
+
+bool DumpOutput::Flush()
+{
+    if (!m_buffer.empty() && !m_failed) {
+        if (std::fwrite(m_buffer.data(), 1, m_buffer.size(), m_file) != m_buffer.size())
+            m_failed = true;
+    }
+    m_buffer.clear();
+    if (!m_failed && std::fflush(m_file) != 0)
+        m_failed = true;
+    return !m_failed;
+}
+
+const CDicomItem* ItemGroupOf(const CDicomItem& element)
+{
+    return static_cast<const CDicomItem*>(element.GetChildItem(std::u16string(u"gFFFE")));
+}
+
+bool IsTextVR(std::string_view vr)
+{
+    // The fifteen text VRs of the dictionary and the later UC and UR.
+    static constexpr std::string_view kText[] = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT",
+                                                 "PN", "SH", "ST", "TM", "UI", "UT", "UC", "UR"};
+    for (std::string_view text : kText)
+        if (vr == text)
+            return true;
+    return false;
+}
+
+int NumberWidth(std::string_view vr)
+{
+    if (vr == "US" || vr == "SS")
+        return 2;
+    if (vr == "UL" || vr == "SL" || vr == "FL")
+        return 4;
+    if (vr == "FD" || vr == "SV" || vr == "UV")
+        return 8;
+    return 0;
+}
+
+std::string FormatNumber(std::string_view vr, const unsigned char* bytes, size_t index)
+{
+    const unsigned char* p = bytes + index * static_cast<size_t>(NumberWidth(vr));
+    if (vr == "US")
+        return FormatText("%u", ByteCursor::loadUint16LE(p));
+    if (vr == "SS")
+        return FormatText("%d", static_cast<int16_t>(ByteCursor::loadUint16LE(p)));
+    if (vr == "UL")
+        return FormatText("%u", ByteCursor::loadUint32LE(p));
+    if (vr == "SL")
+        return FormatText("%d", static_cast<int32_t>(ByteCursor::loadUint32LE(p)));
+    if (vr == "FL") {
+        uint32_t bits = ByteCursor::loadUint32LE(p);
+        float value;
+        std::memcpy(&value, &bits, sizeof value);
+        return FormatText("%.9g", static_cast<double>(value));
+    }
+    uint64_t bits = ByteCursor::loadUint32LE(p) | (static_cast<uint64_t>(ByteCursor::loadUint32LE(p + 4)) << 32);
+    if (vr == "FD") {
+        double value;
+        std::memcpy(&value, &bits, sizeof value);
+        return FormatText("%.17g", value);
+    }
+    if (vr == "SV")
+        return FormatText("%lld", static_cast<long long>(static_cast<int64_t>(bits)));
+    return FormatText("%llu", static_cast<unsigned long long>(bits));
+}
+
+std::string FormatAttributeTag(const unsigned char* bytes, size_t index)
+{
+    const unsigned char* p = bytes + index * 4;
+    return FormatText("%04X%04X", ByteCursor::loadUint16LE(p), ByteCursor::loadUint16LE(p + 2));
+}
+
+std::string HexPreview(const unsigned char* bytes, size_t size, size_t maxBytes)
+{
+    static constexpr char kDigits[] = "0123456789abcdef";
+    size_t shown = size < maxBytes ? size : maxBytes;
+    std::string text;
+    text.reserve(shown * 3);
+    for (size_t i = 0; i < shown; ++i) {
+        if (i > 0)
+            text.push_back(' ');
+        text.push_back(kDigits[bytes[i] >> 4]);
+        text.push_back(kDigits[bytes[i] & 0x0F]);
+    }
+    return text;
+}
+
+void AppendBase64(DumpOutput& out, const unsigned char* bytes, size_t size)
+{
+    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    char quad[4];
+    size_t i = 0;
+    for (; i + 3 <= size; i += 3) {
+        uint32_t n = (static_cast<uint32_t>(bytes[i]) << 16) | (static_cast<uint32_t>(bytes[i + 1]) << 8) | bytes[i + 2];
+        quad[0] = kAlphabet[(n >> 18) & 63];
+        quad[1] = kAlphabet[(n >> 12) & 63];
+        quad[2] = kAlphabet[(n >> 6) & 63];
+        quad[3] = kAlphabet[n & 63];
+        out.Append(std::string_view(quad, 4));
+    }
+    size_t rest = size - i;
+    if (rest == 0)
+        return;
+    uint32_t n = static_cast<uint32_t>(bytes[i]) << 16;
+    if (rest == 2)
+        n |= static_cast<uint32_t>(bytes[i + 1]) << 8;
+    quad[0] = kAlphabet[(n >> 18) & 63];
+    quad[1] = kAlphabet[(n >> 12) & 63];
+    quad[2] = rest == 2 ? kAlphabet[(n >> 6) & 63] : '=';
+    quad[3] = '=';
+    out.Append(std::string_view(quad, 4));
+}

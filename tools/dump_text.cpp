@@ -1,0 +1,237 @@
+// `zeldicom dump`: the loaded tree as text, one line per element.
+//
+//   (0010,0010) PN [Doe^John]                               # 8, Patient's Name
+//   (0008,1140) SQ (sequence, 1 item)                       # u/l, Referenced Image Sequence
+//     (FFFE,E000) -- (item 1)                               # 24, Item
+//       (0008,1150) UI [1.2.840.10008.5.1.4.1.1.2]          # 26, Referenced SOP Class UID
+//
+// Values are read only as far as they are shown: text up to kTextBytes,
+// numbers up to kMaxNumbers, binary as a kHexBytes preview. Pixel data
+// beyond its preview is never touched.
+#include <cstring>
+
+#include "dicomdata/tagtable.h"
+#include "platform/text.h"
+#include "tools/dump_writers.h"
+
+namespace {
+constexpr size_t kTextChars = 64;     // shown characters of a text value
+constexpr size_t kTextBytes = 4096;   // text longer than this is decoded from its start only
+constexpr size_t kMaxNumbers = 16;    // shown values of a multi-valued number
+constexpr size_t kHexBytes = 16;      // shown bytes of a binary value
+constexpr size_t kNameColumn = 56;    // where "# length, name" starts (after the indent)
+constexpr std::string_view kCut = "...";
+
+std::string AttributeName(int group, int element)
+{
+    std::u16string vr, description;
+    if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
+        return Utf16ToUtf8(description);
+    if (group & 1)
+        return element >= 0x0010 && element <= 0x00FF ? "Private Creator" : "Private";
+    if (element == 0x0000)
+        return "Group Length";
+    return "?";
+}
+
+// Text shown on one line: control characters (CR, LF, TAB in LT/UT values)
+// become blanks, and the value is cut after kTextChars characters.
+std::string OneLineText(const std::u16string& text, bool cut)
+{
+    std::u16string shown = text.size() > kTextChars ? text.substr(0, kTextChars) : text;
+    for (char16_t& c : shown)
+        if (c < 0x20)
+            c = u' ';
+    std::string line = "[" + Utf16ToUtf8(shown) + "]";
+    if (cut || text.size() > kTextChars)
+        line += kCut;
+    return line;
+}
+
+std::string TextValue(const CDicomItem& node, const std::string& vr)
+{
+    int size = node.GetDataSize();
+    if (static_cast<size_t>(size) <= kTextBytes) {
+        std::u16string text;
+        node.GetTagValue(vr, text);
+        return OneLineText(text, false);
+    }
+    // A long text (a report in UT) is decoded from its start only.
+    std::string head(reinterpret_cast<const char*>(node.GetData()), kTextBytes);
+    std::u16string text = CDicomItem::TranslateTagValueFromDicomToUnicode(
+        head, vr, AsciiToWide(node.m_sCharacterSet));
+    return OneLineText(text, true);
+}
+
+std::string NumberValue(const CDicomItem& node, const std::string& vr)
+{
+    size_t width = static_cast<size_t>(NumberWidth(vr));
+    size_t count = static_cast<size_t>(node.GetDataSize()) / width;
+    size_t shown = count < kMaxNumbers ? count : kMaxNumbers;
+    std::string text;
+    for (size_t i = 0; i < shown; ++i) {
+        if (i > 0)
+            text.push_back('\\');
+        text += FormatNumber(vr, node.GetData(), i);
+    }
+    if (shown < count)
+        text += FormatText("\\%s (%zu values)", kCut.data(), count);
+    if (static_cast<size_t>(node.GetDataSize()) % width != 0)
+        text += FormatText(" (+%zu odd bytes)", static_cast<size_t>(node.GetDataSize()) % width);
+    return text;
+}
+
+std::string TagListValue(const CDicomItem& node)
+{
+    size_t count = static_cast<size_t>(node.GetDataSize()) / 4;
+    size_t shown = count < kMaxNumbers ? count : kMaxNumbers;
+    std::string text;
+    for (size_t i = 0; i < shown; ++i) {
+        if (i > 0)
+            text.push_back('\\');
+        std::string tag = FormatAttributeTag(node.GetData(), i);
+        text += "(" + tag.substr(0, 4) + "," + tag.substr(4) + ")";
+    }
+    if (shown < count)
+        text += "\\" + std::string(kCut);
+    return text;
+}
+
+std::string BinaryValue(const CDicomItem& node)
+{
+    size_t size = static_cast<size_t>(node.GetDataSize());
+    std::string text = HexPreview(node.GetData(), size, kHexBytes);
+    if (size > kHexBytes)
+        text += " " + std::string(kCut);
+    return text;
+}
+
+int CountItems(const CDicomItem& element)
+{
+    const CDicomItem* items = ItemGroupOf(element);
+    return items ? items->GetChildItemCount(u"eE000") : 0;
+}
+
+// The value column of an ordinary element.
+std::string ValueColumn(const DumpElement& e, const std::string& vr)
+{
+    const CDicomItem& node = *e.node;
+    if (vr == "SQ") {
+        int items = CountItems(node);
+        return FormatText("(sequence, %d item%s)", items, items == 1 ? "" : "s");
+    }
+    if (ItemGroupOf(node) && node.GetDataSize() == -1) {
+        int fragments = CountItems(node);
+        return FormatText("(encapsulated, %d item%s)", fragments, fragments == 1 ? "" : "s");
+    }
+    if (!node.GetData() || node.GetDataSize() <= 0)
+        return "(no value)";
+    if (IsTextVR(vr))
+        return TextValue(node, vr);
+    if (NumberWidth(vr) > 0)
+        return NumberValue(node, vr);
+    if (vr == "AT")
+        return TagListValue(node);
+    return BinaryValue(node);
+}
+
+class TextDumper {
+public:
+    explicit TextDumper(DumpOutput& out) : m_out(out) {}
+
+    void DataSet(const CDicomItem& dataSet, int level)
+    {
+        ForEachElement(dataSet, [&](const DumpElement& e) {
+            if (e.group == 0xFFFE)
+                ItemEntry(e, level, 0);
+            else
+                Element(e, level);
+            return true;
+        });
+    }
+
+private:
+    void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const char* name)
+    {
+        std::string line = FormatText("(%04X,%04X) ", e.group, e.element);
+        line += vr.empty() ? std::string_view("--") : vr;
+        line.push_back(' ');
+        line += value;
+        size_t column = kNameColumn > static_cast<size_t>(level) * 2 ? kNameColumn - static_cast<size_t>(level) * 2 : 0;
+        if (line.size() < column)
+            line.append(column - line.size(), ' ');
+        int size = e.node->GetDataSize();
+        line += size == -1 ? std::string(" # u/l, ") : FormatText(" # %d, ", size);
+        line += name;
+        line.push_back('\n');
+        m_out.Indent(level);
+        m_out.Append(line);
+    }
+
+    void Element(const DumpElement& e, int level)
+    {
+        std::string vr = e.node->GetVR();
+        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element).c_str());
+        if (const CDicomItem* items = ItemGroupOf(*e.node))
+            Items(*items, level + 1);
+    }
+
+    void Items(const CDicomItem& itemGroup, int level)
+    {
+        int number = 0;
+        for (const CXmlItem* child : itemGroup.m_children) {
+            int element = CDicomItem::ParseElementName(child->m_sName);
+            if (element < 0)
+                continue;
+            DumpElement e{0xFFFE, element, static_cast<const CDicomItem*>(child)};
+            ItemEntry(e, level, element == 0xE000 ? ++number : 0);
+        }
+    }
+
+    // An item, an item or sequence delimiter, or an encapsulated fragment.
+    void ItemEntry(const DumpElement& e, int level, int number)
+    {
+        const CDicomItem& node = *e.node;
+        if (e.element == 0xE00D) {
+            Line(level, e, "", "(item delimiter)", "Item Delimitation Item");
+            return;
+        }
+        if (e.element == 0xE0DD) {
+            Line(level, e, "", "(sequence delimiter)", "Sequence Delimitation Item");
+            return;
+        }
+        if (e.element != 0xE000) {
+            Line(level, e, node.GetVR(), node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)",
+                 AttributeName(e.group, e.element).c_str());
+            return;
+        }
+        std::u16string parentVR;
+        node.GetItemValue(std::u16string(u"ParentVR"), parentVR);
+        if (parentVR == u"SQ") {
+            Line(level, e, "", FormatText("(item %d)", number), "Item");
+            DataSet(node, level + 1);
+            return;
+        }
+        // An item that is not in a sequence: an encapsulated fragment (the
+        // first one is the basic offset table), or a stray item.
+        std::string value = FormatText("(fragment %d) ", number - 1);
+        value += node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)";
+        Line(level, e, "", value, number == 1 ? "Item (basic offset table)" : "Item");
+    }
+
+    DumpOutput& m_out;
+};
+}
+
+void WriteTextDump(const CDicomItem& root, DumpOutput& out)
+{
+    TextDumper dumper(out);
+    if (const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")))) {
+        out.Append("# File meta information\n");
+        dumper.DataSet(*header, 0);
+    }
+    if (const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")))) {
+        out.Append("# Data set\n");
+        dumper.DataSet(*data, 0);
+    }
+}
