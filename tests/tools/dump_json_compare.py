@@ -1,0 +1,173 @@
+"""Compares `zeldicom dump --json` output with pydicom's Dataset.to_json_dict().
+
+Usage: dump_json_compare.py LIST
+LIST holds one "dicom-path<TAB>json-path" line per file. Every element of
+both sides is compared; differences that have a known cause are counted under
+their name (ALLOWED lines), all others are printed (MISMATCH lines) and make
+the exit status 1.
+"""
+import base64
+import collections
+import json
+import math
+import sys
+import warnings
+
+import pydicom
+
+# Named differences, each with the reason it is accepted.
+ALLOWED = {
+    "un-vr": "ZelDicom keeps UN (explicit UN, or a tag outside its 990-entry dictionary "
+             "in implicit VR) where pydicom's larger dictionary assigns a VR",
+    "charset": "text in a character set beyond Latin-1/UTF-8 (the charset converters "
+               "are being rewritten)",
+    "pydicom-invalid": "pydicom cannot convert the file to JSON",
+    "number-text": "an IS/DS value that is no number is kept as text by ZelDicom",
+    "ox-vr": "pydicom reports OB/OW ambiguity differently (US/SS or OB/OW for LUT data, "
+             "pixel data VR in implicit VR files)",
+}
+
+counts = collections.Counter()
+mismatches = []
+
+
+def number_equal(a, b):
+    if isinstance(a, (int, float)) and isinstance(b, (int, float)):
+        if a == b:
+            return True
+        if math.isnan(a) and math.isnan(b):
+            return True
+        return math.isclose(a, b, rel_tol=1e-6, abs_tol=1e-30)
+    return False
+
+
+def plain_text(value):
+    """pydicom may leave padding in values that ZelDicom trims."""
+    if isinstance(value, str):
+        return value.strip(" \0")
+    if isinstance(value, dict):
+        return {k: plain_text(v) for k, v in value.items() if plain_text(v) != ""}
+    return value
+
+
+def values_equal(ours, theirs):
+    if ours == theirs:
+        return True
+    if number_equal(ours, theirs):
+        return True
+    return plain_text(ours) == plain_text(theirs)
+
+
+def is_ascii(values):
+    return all(ord(c) < 128 for c in json.dumps(values, ensure_ascii=False))
+
+
+def is_latin1_or_utf8(charset):
+    return charset in ("", "ISO_IR 100", "ISO_IR 6", "ISO_IR 192")
+
+
+TEXT_VRS = {"AE", "AS", "CS", "DA", "DT", "LO", "LT", "SH", "ST", "TM", "UC", "UI", "UR", "UT"}
+
+
+def un_matches_text(ours, theirs):
+    """A UN value whose VR pydicom knows as text must hold that text."""
+    if theirs.get("vr") not in TEXT_VRS or "Value" not in theirs:
+        return True
+    raw = base64.b64decode(ours.get("InlineBinary", "")).decode("latin-1")
+    if theirs["vr"] in ("LT", "ST", "UT", "UR"):
+        values = [raw]
+    else:
+        values = raw.split("\\")
+    return [plain_text(v) for v in values] == [plain_text(v or "") for v in theirs["Value"]]
+
+
+def compare_element(where, tag, ours, theirs, charset):
+    our_vr, their_vr = ours.get("vr"), theirs.get("vr")
+    if our_vr != their_vr:
+        if our_vr == "UN":
+            if un_matches_text(ours, theirs):
+                counts["un-vr"] += 1
+            else:
+                mismatches.append(f"{where} {tag}: UN bytes do not match {their_vr} {theirs.get('Value')!r:.80}")
+            return
+        if {our_vr, their_vr} <= {"OB", "OW", "US", "SS"}:
+            counts["ox-vr"] += 1
+            return
+        mismatches.append(f"{where} {tag}: vr {our_vr} vs {their_vr}")
+        return
+    if our_vr == "SQ":
+        our_items, their_items = ours.get("Value", []), theirs.get("Value", [])
+        if len(our_items) != len(their_items):
+            mismatches.append(f"{where} {tag}: {len(our_items)} items vs {len(their_items)}")
+            return
+        for index, (a, b) in enumerate(zip(our_items, their_items)):
+            compare_data_set(f"{where} {tag}[{index}]", a, b, charset)
+        return
+    for key in ("InlineBinary",):
+        if ours.get(key) != theirs.get(key):
+            mismatches.append(f"{where} {tag}: {key} differs")
+            return
+    our_values, their_values = ours.get("Value"), theirs.get("Value")
+    if our_values is None and their_values is None:
+        return
+    if our_values is None or their_values is None:
+        # pydicom reports some all-padding values as [""] or [null].
+        rest = our_values if our_values is not None else their_values
+        if all(v in (None, "", {}) for v in rest):
+            return
+        mismatches.append(f"{where} {tag}: Value {our_values!r:.80} vs {their_values!r:.80}")
+        return
+    if len(our_values) == len(their_values) and all(
+            values_equal(a, b) or (a is None and b in ("", {})) or (b is None and a in ("", {}))
+            for a, b in zip(our_values, their_values)):
+        return
+    if not is_latin1_or_utf8(charset) and not (is_ascii(our_values) and is_ascii(their_values)):
+        counts["charset"] += 1
+        return
+    if our_vr in ("IS", "DS") and any(isinstance(v, str) for v in our_values):
+        counts["number-text"] += 1
+        return
+    mismatches.append(f"{where} {tag}: Value {our_values!r:.120} vs {their_values!r:.120}")
+
+
+def compare_data_set(where, ours, theirs, charset):
+    # The file's own label, as the peer reads it, decides which text may differ.
+    cs = theirs.get("00080005", {}).get("Value", [charset])
+    charset = cs[0] if cs and cs[0] else charset
+    if len(cs) > 1:
+        charset = "multi"
+    for tag in sorted(set(ours) | set(theirs)):
+        if tag not in ours:
+            mismatches.append(f"{where} {tag}: missing in zeldicom")
+        elif tag not in theirs:
+            mismatches.append(f"{where} {tag}: missing in pydicom")
+        else:
+            compare_element(where, tag, ours[tag], theirs[tag], charset)
+
+
+def main():
+    warnings.simplefilter("ignore")
+    files = 0
+    with open(sys.argv[1], encoding="utf-8") as listing:
+        for line in listing:
+            dicom_path, json_path = line.rstrip("\n").split("\t")
+            try:
+                theirs = pydicom.dcmread(dicom_path).to_json_dict()
+            except Exception as error:  # noqa: BLE001 - any failure of the peer
+                counts["pydicom-invalid"] += 1
+                print(f"SKIPPED {dicom_path}: pydicom: {type(error).__name__}")
+                continue
+            with open(json_path, encoding="utf-8") as f:
+                ours = json.load(f)
+            files += 1
+            compare_data_set(dicom_path, ours, theirs, "")
+    for name, count in sorted(counts.items()):
+        print(f"ALLOWED {name} {count}: {ALLOWED[name]}")
+    for line in mismatches:
+        print(f"MISMATCH {line}")
+    print(f"COMPARED {files} files, {len(mismatches)} mismatches")
+    return 1 if mismatches else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
