@@ -1,0 +1,293 @@
+// Header decoding and runs of elements: the shapes that real streams take
+// (implicit private sequences, pixel data VR, delimiters, group filters,
+// meta information that lies about the data set encoding).
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "dicomdata/dicomitem.h"
+#include "parse_fixtures.h"
+
+using namespace parsefix;
+
+namespace {
+constexpr uint32_t kFailed = 0xFFFFFFFFu;
+
+std::u16string Attr(const CXmlItem* node, const char16_t* name)
+{
+    std::u16string value;
+    if (node)
+        node->GetItemValue(std::u16string(name), value);
+    return value;
+}
+
+const CDicomItem* Child(const CXmlItem* node, const char16_t* name, int occurrence = 0)
+{
+    return node ? static_cast<const CDicomItem*>(node->GetChildItem(std::u16string(name), occurrence)) : nullptr;
+}
+
+uint32_t Load(CDicomItem& node, const Bytes& bytes, bool explicitVR, int groupFilter = -1)
+{
+    return node.LoadTags(bytes.data(), static_cast<int>(bytes.size()), explicitVR, groupFilter);
+}
+
+std::u16string Text(const CDicomItem* root, const char16_t* part, int group, int element)
+{
+    std::u16string text;
+    const CDicomItem* node = Child(root, part);
+    if (node)
+        node->GetTagValue(group, element, text);
+    return text;
+}
+}
+
+TEST(ParseHeaders, LongFormShortFormAndTheLengthQuirk)
+{
+    // The five long-form VRs, by their letters in stream order.
+    for (const char* vr : {"OB", "OW", "SQ", "UN", "UT"})
+        EXPECT_EQ(CDicomItem::GetLengthFormatByVR(static_cast<uint16_t>(vr[0] | (vr[1] << 8))), 32) << vr;
+    for (const char* vr : {"US", "LO", "BO", "\0\0"})
+        EXPECT_EQ(CDicomItem::GetLengthFormatByVR(static_cast<uint16_t>(vr[0] | (vr[1] << 8))), 16) << vr;
+
+    // (4321,1020) written as OB with a 16-bit length: E0 7F 00 00 at offset 8
+    // is its value, not a 32-bit length.
+    Bytes quirk = {0x21, 0x43, 0x20, 0x10, 'O', 'B', 0x04, 0x00, 0xE0, 0x7F, 0x00, 0x00};
+    Bytes stream = cat({quirk, elem(0x4321, 0x1021, "US", us(7))});
+    CDicomItem data(u"Data");
+    ASSERT_EQ(Load(data, stream, true), stream.size());
+    const CDicomItem* odd = data.GetTagItem(0x4321, 0x1020);
+    ASSERT_NE(odd, nullptr);
+    EXPECT_EQ(odd->GetDataSize(), 4);
+    EXPECT_EQ(odd->GetData(), stream.data() + 8);
+    EXPECT_NE(data.GetTagItem(0x4321, 0x1021), nullptr);
+
+    // The same bytes on another tag are a normal long-form header.
+    Bytes other = {0x21, 0x43, 0x22, 0x10, 'O', 'B', 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0xAA, 0xBB};
+    CDicomItem data2(u"Data");
+    ASSERT_EQ(Load(data2, other, true), other.size());
+    EXPECT_EQ(data2.GetTagItem(0x4321, 0x1022)->GetDataSize(), 2);
+
+    // Items and delimiters have the 8-byte form even in explicit VR.
+    CDicomItem node(u"n");
+    TAG_HEADER_EX header{};
+    Bytes itemHeader = ielem(0xFFFE, 0xE000, {}, 0x20);
+    std::memcpy(&header, itemHeader.data(), 8);
+    std::u16string vr = u"x";
+    int size = 0;
+    uint32_t length = 0;
+    ASSERT_TRUE(node.GetTagInfo(&header, true, vr, size, length, 8));
+    EXPECT_TRUE(vr.empty());
+    EXPECT_EQ(size, 8);
+    EXPECT_EQ(length, 0x20u);
+
+    EXPECT_FALSE(CDicomItem::IsExplicitVR(u"1.2.840.10008.1.2"));
+    EXPECT_TRUE(CDicomItem::IsExplicitVR(u"1.2.840.10008.1.2.1"));
+    EXPECT_TRUE(CDicomItem::IsExplicitVR(u""));
+    EXPECT_TRUE(CDicomItem::IsBigEndian(u"1.2.840.10008.1.2.2"));
+    EXPECT_FALSE(CDicomItem::IsBigEndian(u"1.2.840.10008.1.2.2.1"));
+}
+
+TEST(ParseHeaders, LaterLongFormVRsUseTheTwelveByteHeader)
+{
+    // OF, UC, UR and friends carry a reserved field and a 32-bit length; an
+    // empty OF is 12 bytes, and the element after it must still be found.
+    Bytes stream = cat({elem(0x0064, 0x0009, "OF", Bytes{}), elem(0x0070, 0x0001, "UC", "abcd"),
+                        elem(0x0008, 0x0060, "CS", "CT")});
+    CDicomItem data(u"Data");
+    ASSERT_EQ(Load(data, stream, true), stream.size());
+    EXPECT_EQ(data.GetTagItem(0x0070, 0x0001)->GetDataSize(), 4);
+    std::u16string modality;
+    EXPECT_TRUE(data.GetTagValue(0x0008, 0x0060, modality));
+    EXPECT_EQ(modality, u"CT");
+}
+
+TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndPixelDataVRFollowsBitsAllocated)
+{
+    Bytes inner = ielem(0x0029, 0x1001, text("ab"));
+    Bytes stream = cat({ielem(0x0029, 0x0010, text("CREATOR ")), ielem(0x0029, 0x1010, {}, kUndefined),
+                        undefinedItem(inner), sequenceEnd(), ielem(0x0029, 0x1011, text("zz"))});
+    CDicomItem data(u"Data");
+    ASSERT_EQ(Load(data, stream, false), stream.size());
+    const CDicomItem* sq = data.GetTagItem(0x0029, 0x1010);
+    ASSERT_NE(sq, nullptr);
+    EXPECT_EQ(sq->GetVR(), "SQ");
+    EXPECT_EQ(sq->GetDataSize(), -1);
+    EXPECT_EQ(Attr(sq, u"Size"), u"-1");
+    const CDicomItem* items = Child(sq, u"gFFFE");
+    ASSERT_NE(items, nullptr);
+    const CDicomItem* first = Child(items, u"eE000");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Attr(first, u"ParentVR"), u"SQ");
+    EXPECT_NE(first->GetTagItem(0x0029, 0x1001), nullptr);
+    EXPECT_NE(Child(items, u"eE0DD"), nullptr);
+    // The element after the sequence belongs to the data set, not the item.
+    EXPECT_NE(data.GetTagItem(0x0029, 0x1011), nullptr);
+    // Implicit private elements carry no VR; known ones get the dictionary's.
+    EXPECT_EQ(data.GetTagItem(0x0029, 0x1011)->GetVR(), "");
+
+    auto pixelVR = [](const Bytes& before) {
+        Bytes s = cat({before, ielem(0x7FE0, 0x0010, Bytes(4, 0x11))});
+        CDicomItem node(u"Data");
+        EXPECT_EQ(node.LoadTags(s.data(), static_cast<int>(s.size()), false, -1), s.size());
+        const CDicomItem* pixels = node.GetTagItem(0x7FE0, 0x0010);
+        return pixels ? pixels->GetVR() : std::string("missing");
+    };
+    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(16))), "OW");
+    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(8))), "OB");
+    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(32))), "OW");
+    EXPECT_EQ(pixelVR({}), "OB");
+    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0010, us(8))), "OB");  // Rows, not Bits Allocated
+}
+
+TEST(ParseSequences, DelimitersItemsAndFragmentsLandWhereTheTreeExpectsThem)
+{
+    // Undefined-length item in an undefined-length sequence, then a
+    // defined-length sequence with a defined-length item.
+    Bytes code = elem(0x0008, 0x0100, "SH", "CODE01");
+    Bytes stream = cat({elem(0x0008, 0x1032, "SQ", Bytes{}, kUndefined), undefinedItem(code), sequenceEnd(),
+                        elem(0x0008, 0x1140, "SQ", item(code)), elem(0x0010, 0x0010, "PN", "Doe^Jo")});
+    CDicomItem data(u"Data");
+    ASSERT_EQ(Load(data, stream, true), stream.size());
+
+    const CDicomItem* open = data.GetTagItem(0x0008, 0x1032);
+    const CDicomItem* openItems = Child(open, u"gFFFE");
+    ASSERT_NE(openItems, nullptr);
+    ASSERT_EQ(openItems->GetChildCount(), 2);
+    const CDicomItem* item1 = Child(openItems, u"eE000");
+    EXPECT_EQ(item1->GetDataSize(), -1);
+    // The item delimiter is the item's own last element, in its own gFFFE.
+    const CDicomItem* itemEnd = Child(item1, u"gFFFE");
+    ASSERT_NE(itemEnd, nullptr);
+    EXPECT_NE(Child(itemEnd, u"eE00D"), nullptr);
+    EXPECT_EQ(item1->m_children.back()->m_sName, u"gFFFE");
+    // Bytes consumed by the item: its content plus the 8-byte delimiter.
+    EXPECT_EQ(item1->m_nParsedLength, code.size() + 8);
+
+    const CDicomItem* closed = data.GetTagItem(0x0008, 0x1140);
+    EXPECT_EQ(closed->GetDataSize(), static_cast<int>(code.size() + 8));
+    const CDicomItem* closedItems = Child(closed, u"gFFFE");
+    ASSERT_NE(closedItems, nullptr);
+    EXPECT_EQ(closedItems->GetChildCount(), 1);
+    EXPECT_EQ(Child(closedItems, u"eE000")->GetTagItem(0x0008, 0x0100)->GetDataSize(), 6);
+    EXPECT_NE(data.GetTagItem(0x0010, 0x0010), nullptr);
+
+    // Encapsulated pixel data: items are kept as bytes, not parsed.
+    Bytes fragment = elem(0x0008, 0x0060, "CS", "CT");  // looks like an element, must stay bytes
+    Bytes pixels = cat({elem(0x7FE0, 0x0010, "OB", Bytes{}, kUndefined), item({}), item(fragment), sequenceEnd()});
+    CDicomItem image(u"Data");
+    ASSERT_EQ(Load(image, pixels, true), pixels.size());
+    const CDicomItem* fragments = Child(image.GetTagItem(0x7FE0, 0x0010), u"gFFFE");
+    ASSERT_NE(fragments, nullptr);
+    const CDicomItem* second = Child(fragments, u"eE000", 1);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(Attr(second, u"ParentVR"), u"OB");
+    EXPECT_EQ(second->GetDataSize(), static_cast<int>(fragment.size()));
+    EXPECT_EQ(second->GetGroupItem(0x0008), nullptr);
+}
+
+TEST(ParseRuns, GroupFilterCountsAndTinyBuffers)
+{
+    Bytes meta = cat({elem(0x0002, 0x0000, "UL", Bytes{4, 0, 0, 0}), elem(0x0002, 0x0010, "UI", "1.2.840.10008.1.2")});
+    Bytes stream = cat({meta, elem(0x0008, 0x0060, "CS", "MR")});
+    CDicomItem header(u"Header");
+    EXPECT_EQ(Load(header, stream, true, 0x0002), meta.size());
+    EXPECT_EQ(header.GetGroupItem(0x0008), nullptr);
+    EXPECT_NE(header.GetTagItem(0x0002, 0x0010), nullptr);
+
+    Bytes seven(7, 0x08);
+    CDicomItem a(u"a");
+    EXPECT_EQ(a.LoadTags(seven.data(), 7, true, -1), kFailed);
+    CDicomItem b(u"b");
+    EXPECT_EQ(b.LoadTags(seven.data(), 0, true, -1), 0u);
+    EXPECT_EQ(b.GetChildCount(), 0);
+
+    // A tag that occurs twice gives two element nodes in stream order.
+    Bytes twice = cat({elem(0x0008, 0x0060, "CS", "CT"), elem(0x0008, 0x0060, "CS", "MR")});
+    CDicomItem c(u"c");
+    ASSERT_EQ(Load(c, twice, true), twice.size());
+    EXPECT_EQ(c.GetTagItemCount(0x0008, 0x0060), 2);
+
+    // Trailing padding ends the run, and the bytes after it are not read.
+    Bytes padded = cat({elem(0x0008, 0x0060, "CS", "CT"), elem(0xFFFC, 0xFFFC, "OB", Bytes(4, 0)),
+                        elem(0x0010, 0x0010, "PN", "X^YZ")});
+    CDicomItem d(u"d");
+    EXPECT_EQ(Load(d, padded, true), padded.size() - 12);
+    EXPECT_EQ(d.GetGroupItem(0x0010), nullptr);
+
+    // The run's Specific Character Set labels the node.
+    Bytes latin = elem(0x0008, 0x0005, "CS", "ISO_IR 192");
+    CDicomItem e(u"e");
+    ASSERT_EQ(Load(e, latin, true), latin.size());
+    EXPECT_EQ(e.m_sCharacterSet, "ISO_IR 192");
+}
+
+TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
+{
+    Bytes explicitBody = cat({elem(0x0008, 0x0005, "CS", "ISO_IR 100"), elem(0x0010, 0x0010, "PN", "Doe^Jane")});
+    Bytes implicitBody = cat({ielem(0x0008, 0x0005, text("ISO_IR 100")), ielem(0x0010, 0x0010, text("Doe^Jane"))});
+
+    // Meta information says implicit, data set is explicit.
+    Bytes a = fileImage("1.2.840.10008.1.2", explicitBody);
+    CDicomItem rootA(u"root");
+    ASSERT_TRUE(rootA.LoadObject(a.data(), static_cast<int>(a.size()))) << rootA.GetLoadError();
+    EXPECT_EQ(Text(&rootA, u"Data", 0x0010, 0x0010), u"Doe^Jane");
+    EXPECT_EQ(Child(&rootA, u"Data")->GetTagItem(0x0010, 0x0010)->GetVR(), "PN");
+
+    // Meta information says explicit, data set is implicit: (0002,0010) is rewritten.
+    Bytes b = fileImage("1.2.840.10008.1.2.1", implicitBody);
+    CDicomItem rootB(u"root");
+    ASSERT_TRUE(rootB.LoadObject(b.data(), static_cast<int>(b.size()))) << rootB.GetLoadError();
+    EXPECT_EQ(Text(&rootB, u"Data", 0x0010, 0x0010), u"Doe^Jane");
+    EXPECT_EQ(Text(&rootB, u"Header", 0x0002, 0x0010), u"1.2.840.10008.1.2");
+
+    // Explicit UN on a standard tag (written by some converters) is explicit,
+    // not a sign of implicit VR.
+    Bytes unBody = cat({elem(0x0008, 0x0012, "UN", "20030903"), elem(0x0010, 0x0010, "PN", "Doe^Jane")});
+    Bytes c = fileImage("1.2.840.10008.1.2.1", unBody);
+    CDicomItem rootC(u"root");
+    ASSERT_TRUE(rootC.LoadObject(c.data(), static_cast<int>(c.size()))) << rootC.GetLoadError();
+    EXPECT_EQ(Child(&rootC, u"Data")->GetTagItem(0x0008, 0x0012)->GetVR(), "UN");
+    EXPECT_EQ(Text(&rootC, u"Header", 0x0002, 0x0010), u"1.2.840.10008.1.2.1");
+
+    // Implicit meta information is detected too.
+    Bytes d = fileImage("1.2.840.10008.1.2.1", explicitBody, true);
+    CDicomItem rootD(u"root");
+    ASSERT_TRUE(rootD.LoadObject(d.data(), static_cast<int>(d.size()))) << rootD.GetLoadError();
+    EXPECT_EQ(Text(&rootD, u"Data", 0x0010, 0x0010), u"Doe^Jane");
+
+    // The root: Header (preamble + DICM as its value) then Data.
+    ASSERT_EQ(rootA.GetChildCount(), 2);
+    EXPECT_EQ(rootA.GetChildItem(0)->m_sName, u"Header");
+    EXPECT_EQ(Child(&rootA, u"Header")->GetDataSize(), 132);
+    EXPECT_EQ(rootA.GetData(), a.data());
+}
+
+TEST(ParseFiles, RefusalsNameTheirReason)
+{
+    Bytes body = elem(0x0008, 0x0060, "CS", "CT");
+    struct Case {
+        Bytes image;
+        const char* reason;
+    };
+    Bytes noDicm = fileImage("1.2.840.10008.1.2.1", body);
+    noDicm[130] = 'X';
+    Bytes noSyntax = cat({Bytes(128, 0), text("DICM"), elem(0x0002, 0x0001, "OB", Bytes{0, 1}), body});
+    Case cases[] = {
+        {fileImage("1.2.840.10008.1.2.2", body), "big endian"},
+        {fileImage("1.2.840.10008.1.2.1.99", body), "deflate"},
+        {noDicm, "DICM"},
+        {noSyntax, "transfer syntax"},
+        {Bytes(100, 0), "DICM"},
+    };
+    for (const Case& c : cases) {
+        CDicomItem root(u"root");
+        EXPECT_FALSE(root.LoadObject(c.image.data(), static_cast<int>(c.image.size())));
+        EXPECT_NE(root.GetLoadError().find(c.reason), std::string::npos) << root.GetLoadError();
+        EXPECT_EQ(root.GetChildCount(), 0) << "nothing of a refused file stays in the tree";
+    }
+    CDicomItem root(u"root");
+    EXPECT_FALSE(root.LoadObject(nullptr, 10));
+    EXPECT_FALSE(root.LoadObject(std::u16string(u"/nonexistent/file.dcm")));
+    EXPECT_FALSE(root.GetLoadError().empty());
+    EXPECT_EQ(root.m_pFileImage, nullptr);
+}

@@ -1,0 +1,140 @@
+#pragma once
+// Byte fixtures for the parser tests: elements written out by hand in
+// explicit or implicit VR little endian, so a test reads like the stream.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace parsefix {
+
+using Bytes = std::vector<unsigned char>;
+constexpr uint32_t kUndefined = 0xFFFFFFFFu;
+
+inline void put16(Bytes& out, uint32_t v)
+{
+    out.push_back(static_cast<unsigned char>(v));
+    out.push_back(static_cast<unsigned char>(v >> 8));
+}
+inline void put32(Bytes& out, uint32_t v)
+{
+    put16(out, v & 0xFFFF);
+    put16(out, v >> 16);
+}
+inline Bytes cat(std::initializer_list<Bytes> parts)
+{
+    Bytes out;
+    for (const Bytes& part : parts)
+        out.insert(out.end(), part.begin(), part.end());
+    return out;
+}
+inline Bytes text(const std::string& s)
+{
+    return Bytes(s.begin(), s.end());
+}
+
+inline bool isLong(const std::string& vr)
+{
+    for (const char* v : {"OB", "OW", "OF", "OD", "OL", "SQ", "UN", "UT", "UC", "UR"})
+        if (vr == v)
+            return true;
+    return false;
+}
+
+// Explicit VR element with the given length field (defaults to the value size).
+inline Bytes elem(uint16_t group, uint16_t element, const std::string& vr, const Bytes& value,
+                  uint32_t length = 0xFFFFFFFEu)
+{
+    Bytes out;
+    put16(out, group);
+    put16(out, element);
+    out.push_back(static_cast<unsigned char>(vr[0]));
+    out.push_back(static_cast<unsigned char>(vr[1]));
+    uint32_t declared = length == 0xFFFFFFFEu ? static_cast<uint32_t>(value.size()) : length;
+    if (isLong(vr)) {
+        put16(out, 0);
+        put32(out, declared);
+    } else {
+        put16(out, declared);
+    }
+    out.insert(out.end(), value.begin(), value.end());
+    return out;
+}
+inline Bytes elem(uint16_t group, uint16_t element, const std::string& vr, const std::string& value)
+{
+    return elem(group, element, vr, text(value));
+}
+
+// Implicit VR element (also the form of items and delimiters).
+inline Bytes ielem(uint16_t group, uint16_t element, const Bytes& value, uint32_t length = 0xFFFFFFFEu)
+{
+    Bytes out;
+    put16(out, group);
+    put16(out, element);
+    put32(out, length == 0xFFFFFFFEu ? static_cast<uint32_t>(value.size()) : length);
+    out.insert(out.end(), value.begin(), value.end());
+    return out;
+}
+inline Bytes us(uint16_t v)
+{
+    Bytes out;
+    put16(out, v);
+    return out;
+}
+inline Bytes item(const Bytes& content)
+{
+    return ielem(0xFFFE, 0xE000, content);
+}
+inline Bytes undefinedItem(const Bytes& content)
+{
+    return cat({ielem(0xFFFE, 0xE000, {}, kUndefined), content, ielem(0xFFFE, 0xE00D, {})});
+}
+inline Bytes sequenceEnd()
+{
+    return ielem(0xFFFE, 0xE0DD, {});
+}
+
+// A Part 10 file image: preamble, "DICM", meta group (explicit VR unless
+// told otherwise) with the transfer syntax, then the data set bytes.
+inline Bytes fileImage(const std::string& transferSyntax, const Bytes& dataSet, bool implicitMeta = false)
+{
+    std::string uid = transferSyntax;
+    if (uid.size() % 2)
+        uid.push_back('\0');
+    Bytes meta = implicitMeta ? cat({ielem(0x0002, 0x0001, {0, 1}), ielem(0x0002, 0x0010, text(uid))})
+                              : cat({elem(0x0002, 0x0001, "OB", Bytes{0, 1}), elem(0x0002, 0x0010, "UI", text(uid))});
+    Bytes out(128, 0);
+    for (char c : std::string("DICM"))
+        out.push_back(static_cast<unsigned char>(c));
+    return cat({out, meta, dataSet});
+}
+
+// The directory of pydicom's sample data, or empty when pydicom is absent.
+inline std::string PydicomDataDir()
+{
+    static const std::string dir = [] {
+        std::string found;
+        if (FILE* pipe = popen("/usr/bin/python3 -c \"import pydicom,os;print(os.path.dirname(pydicom.__file__))\" "
+                               "2>/dev/null",
+                               "r")) {
+            char line[512];
+            if (fgets(line, sizeof line, pipe))
+                found = line;
+            pclose(pipe);
+        }
+        while (!found.empty() && (found.back() == '\n' || found.back() == '\r'))
+            found.pop_back();
+        if (found.empty())
+            found = "/usr/lib/python3/dist-packages/pydicom";
+        found += "/data";
+        FILE* probe = fopen((found + "/test_files/CT_small.dcm").c_str(), "rb");
+        if (!probe)
+            return std::string();
+        fclose(probe);
+        return found;
+    }();
+    return dir;
+}
+
+}  // namespace parsefix
