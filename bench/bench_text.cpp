@@ -36,9 +36,9 @@ TextCase Case(int which)
     }
 }
 
-void BM_TranslateTagValueFromDicomToUnicode(benchmark::State& state)
+void BM_TranslateTagValueFromDicomToUnicode(benchmark::State& state, int which)
 {
-    const TextCase text = Case(static_cast<int>(state.range(0)));
+    const TextCase text = Case(which);
     size_t characters = CDicomItem::TranslateTagValueFromDicomToUnicode(text.bytes, text.vr, text.characterSet).size();
     if (characters == 0) {
         state.SkipWithError("the value decoded to nothing");
@@ -50,11 +50,9 @@ void BM_TranslateTagValueFromDicomToUnicode(benchmark::State& state)
     state.counters["chars/s"] =
         benchmark::Counter(static_cast<double>(characters), benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_TranslateTagValueFromDicomToUnicode)
-    ->ArgName("case")
-    ->Arg(0)   // Latin-1 PN
-    ->Arg(1)   // Latin-1 LT, 4 KiB
-    ->Arg(2)   // UTF-8 PN
-    ->Arg(3);  // ISO 2022 Japanese PN
+BENCHMARK_CAPTURE(BM_TranslateTagValueFromDicomToUnicode, latin1_pn, 0);
+BENCHMARK_CAPTURE(BM_TranslateTagValueFromDicomToUnicode, latin1_lt_4k, 1);
+BENCHMARK_CAPTURE(BM_TranslateTagValueFromDicomToUnicode, utf8_pn, 2);
+BENCHMARK_CAPTURE(BM_TranslateTagValueFromDicomToUnicode, iso2022_japanese_pn, 3);
 
 }  // namespace
