@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 
@@ -205,6 +206,73 @@ TEST(BenchCorpus, MultiFrameObjectIsWrittenFrameByFrame)
     EXPECT_FALSE(zelbench::WriteMultiFrameFile(folder.Path() + "/huge.dcm", 8192, 512, 512, error));
     EXPECT_FALSE(error.empty());
     EXPECT_FALSE(std::filesystem::exists(folder.Path() + "/huge.dcm"));
+}
+
+// The writer behind the corpus: header forms and padding as DICOM encodes them.
+TEST(BenchCorpus, ElementWriterFollowsTheEncodingRules)
+{
+    using Bytes = std::string;
+    zelbench::ElementWriter explicitVR(true);
+    explicitVR.Text(0x0008, 0x0018, "UI", "1.2.3");
+    EXPECT_EQ(explicitVR.Result(), Bytes("\x08\x00\x18\x00UI\x06\x00" "1.2.3\0", 14));
+
+    zelbench::ElementWriter text(true);
+    text.Text(0x0008, 0x0060, "CS", "CTX");
+    EXPECT_EQ(text.Result(), Bytes("\x08\x00\x60\x00" "CS\x04\x00" "CTX ", 12));
+
+    zelbench::ElementWriter longForm(true);
+    longForm.Bytes(0x0009, 0x1010, "OB", "\x01\x02\x03", 3);
+    EXPECT_EQ(longForm.Result(), Bytes("\x09\x00\x10\x10OB\0\0\x04\0\0\0\x01\x02\x03\0", 16));
+
+    zelbench::ElementWriter implicitVR(false);
+    implicitVR.US(0x0028, 0x0010, 512);
+    EXPECT_EQ(implicitVR.Result(), Bytes("\x28\x00\x10\x00\x02\0\0\0\x00\x02", 10));
+
+    // Items and delimiters never carry a VR, even in explicit VR.
+    zelbench::ElementWriter sequence(true);
+    sequence.Sequence(0x0008, 0x1140, {Bytes("ABCD")}, true);
+    EXPECT_EQ(sequence.Result(), Bytes("\x08\x00\x40\x11SQ\0\0\xFF\xFF\xFF\xFF"
+                                       "\xFE\xFF\x00\xE0\xFF\xFF\xFF\xFF" "ABCD"
+                                       "\xFE\xFF\x0D\xE0\0\0\0\0"
+                                       "\xFE\xFF\xDD\xE0\0\0\0\0", 40));
+    zelbench::ElementWriter defined(true);
+    defined.Sequence(0x0008, 0x2112, {Bytes("ABCD"), Bytes("EF")}, false);
+    EXPECT_EQ(defined.Result(), Bytes("\x08\x00\x12\x21SQ\0\0\x16\0\0\0"
+                                      "\xFE\xFF\x00\xE0\x04\0\0\0" "ABCD"
+                                      "\xFE\xFF\x00\xE0\x02\0\0\0" "EF", 34));
+}
+
+// pydicom, an independent reader, finds the same elements and decodes the
+// Latin-1 patient name the way Specific Character Set says.
+TEST(BenchCorpus, PydicomSeesTheSameElements)
+{
+    if (std::system("/usr/bin/python3 -c 'import pydicom' >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "pydicom (python3-pydicom) is not installed";
+    TempFolder folder;
+    ASSERT_FALSE(folder.Path().empty());
+    const std::string path = folder.Path() + "/ct.dcm";
+    std::string error;
+    ASSERT_TRUE(zelbench::WriteSmallCtFile(path, 12, error)) << error;
+    const std::string answer = folder.Path() + "/answer.txt";
+    const std::string command = "/usr/bin/python3 -W error -c \"import pydicom,sys; d=pydicom.dcmread(sys.argv[1]); "
+                                "print(len(list(d.iterall()))); print(str(d.PatientName)); print(d.NumberOfFrames "
+                                "if 'NumberOfFrames' in d else len(d.PixelData))\" '" + path + "' >'" + answer + "' 2>&1";
+    ASSERT_EQ(std::system(command.c_str()), 0) << ReadAll(answer);
+
+    CDicomItem root(u"Object");
+    ASSERT_TRUE(root.LoadObject(Wide(path))) << root.GetLoadError();
+    // pydicom counts data elements, not the items and delimiters around them.
+    long markers = 0;
+    std::function<void(const CXmlItem*)> countMarkers = [&](const CXmlItem* node) {
+        for (const CXmlItem* child : node->m_children) {
+            if (child->m_sName == u"gFFFE")
+                markers += child->GetChildCount();
+            countMarkers(child);
+        }
+    };
+    countMarkers(DataOf(root));
+    const long dataElements = zelbench::CountElements(DataOf(root)) - markers;
+    EXPECT_EQ(ReadAll(answer), std::to_string(dataElements) + "\nM\xC3\xBCller^J\xC3\xBCrgen\n32768\n");
 }
 
 // DCMTK reads the generated objects without a single warning.
