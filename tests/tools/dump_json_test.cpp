@@ -1,0 +1,195 @@
+// `zeldicom dump --json`: the DICOM JSON Model as PS3.18 F.2 shapes it, and
+// agreement with pydicom's to_json_dict() over pydicom's whole sample corpus.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include "dicomdata/parse_fixtures.h"
+#include "dump_run.h"
+
+using namespace parsefix;
+
+namespace {
+const std::string kSample = std::string(ZELDICOM_SOURCE_DIR) + "/samples/ct_small.dcm";
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+Bytes DecodeBase64(const std::string& text)
+{
+    Bytes out;
+    uint32_t bits = 0;
+    int count = 0;
+    for (char c : text) {
+        int v = c >= 'A' && c <= 'Z' ? c - 'A'
+                : c >= 'a' && c <= 'z' ? c - 'a' + 26
+                : c >= '0' && c <= '9' ? c - '0' + 52
+                : c == '+' ? 62
+                : c == '/' ? 63
+                           : -1;
+        if (v < 0)
+            continue;
+        bits = (bits << 6) | static_cast<uint32_t>(v);
+        if (++count == 4) {
+            out.push_back(static_cast<unsigned char>(bits >> 16));
+            out.push_back(static_cast<unsigned char>(bits >> 8));
+            out.push_back(static_cast<unsigned char>(bits));
+            bits = 0;
+            count = 0;
+        }
+    }
+    if (count == 3) {
+        out.push_back(static_cast<unsigned char>(bits >> 10));
+        out.push_back(static_cast<unsigned char>(bits >> 2));
+    } else if (count == 2) {
+        out.push_back(static_cast<unsigned char>(bits >> 4));
+    }
+    return out;
+}
+
+// The string value of "InlineBinary" in the member of the given key.
+std::string InlineBinaryOf(const std::string& json, const std::string& key)
+{
+    size_t at = json.find("\"" + key + "\"");
+    if (at == std::string::npos)
+        return {};
+    size_t start = json.find("\"InlineBinary\": \"", at);
+    if (start == std::string::npos)
+        return {};
+    start += 17;
+    return json.substr(start, json.find('"', start) - start);
+}
+
+bool PythonJsonValid(const std::string& path)
+{
+    std::string command = "/usr/bin/python3 -c \"import json,sys;json.load(open(sys.argv[1],encoding='utf-8'))\" " + path;
+    return std::system(command.c_str()) == 0;
+}
+
+void ListFiles(const std::string& dir, std::vector<std::string>& out)
+{
+    DIR* handle = opendir(dir.c_str());
+    if (!handle)
+        return;
+    while (dirent* entry = readdir(handle)) {
+        std::string name = entry->d_name;
+        std::string path = dir + "/" + name;
+        struct stat info {};
+        if (name == "." || name == ".." || stat(path.c_str(), &info) != 0)
+            continue;
+        if (S_ISDIR(info.st_mode))
+            ListFiles(path, out);
+        else if (S_ISREG(info.st_mode))
+            out.push_back(path);
+    }
+    closedir(handle);
+}
+}
+
+TEST(DumpJson, SampleFollowsTheJsonModel)
+{
+    CliResult run = RunCli({"dump", "--json", kSample});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::string& json = run.out;
+    EXPECT_EQ(json.front(), '{');
+    EXPECT_TRUE(Contains(json, R"("00100010": {"vr": "PN", "Value": [{"Alphabetic": "Doe^Jane^^Ms"}]})"));
+    EXPECT_TRUE(Contains(json, R"("00280010": {"vr": "US", "Value": [16]})"));
+    EXPECT_TRUE(Contains(json, R"("00200037": {"vr": "DS", "Value": [1, 0, 0, 0, 1, 0]})"));
+    EXPECT_TRUE(Contains(json, R"("00200032": {"vr": "DS", "Value": [-120.0, -120.0, 35.5]})"));
+    EXPECT_TRUE(Contains(json, R"("00200013": {"vr": "IS", "Value": [1]})"));
+    EXPECT_TRUE(Contains(json, R"("00080008": {"vr": "CS", "Value": ["ORIGINAL", "PRIMARY", "AXIAL"]})"));
+    EXPECT_TRUE(Contains(json, R"("00091001": {"vr": "LO", "Value": ["private value"]})"));
+    // Sequences hold their items as objects; delimiters are not attributes.
+    EXPECT_TRUE(Contains(json, R"("00081032": {"vr": "SQ", "Value": [)"));
+    EXPECT_TRUE(Contains(json, R"("00080100": {"vr": "SH", "Value": ["CTHEAD"]})"));
+    EXPECT_FALSE(Contains(json, "\"FFFE"));
+    // The file meta information is not part of the data set.
+    EXPECT_FALSE(Contains(json, "\"0002"));
+    // Pixel data: base64 of exactly the value bytes, the last 512 of the file.
+    std::string sample = ReadText(kSample);
+    Bytes pixels = DecodeBase64(InlineBinaryOf(json, "7FE00010"));
+    ASSERT_EQ(pixels.size(), 512u);
+    EXPECT_TRUE(std::equal(pixels.begin(), pixels.end(), sample.end() - 512,
+                           [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); }));
+
+    std::string path = TempPath("sample.json");
+    ASSERT_TRUE(WriteBytes(path, Bytes(json.begin(), json.end())));
+    if (std::system("/usr/bin/python3 -c pass 2>/dev/null") == 0) {
+        EXPECT_TRUE(PythonJsonValid(path));
+    }
+    std::remove(path.c_str());
+}
+
+TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
+{
+    const std::string name = "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0^\xE5\xA4\xAA\xE9\x83\x8E=";  // UTF-8, no phonetic group
+    Bytes body = cat({elem(0x0008, 0x0005, "CS", "ISO_IR 192"), elem(0x0008, 0x0050, "SH", Bytes{}),
+                      elem(0x0008, 0x0060, "CS", "CT\\\\MR "), elem(0x0010, 0x0010, "PN", name),
+                      elem(0x0010, 0x4000, "LT", "say \"hi\"\\ back\ttab\x01"), elem(0x0018, 0x0050, "DS", "+5\\.5 \\1.\\1e3 "),
+                      elem(0x0020, 0x0013, "IS", "007 "), elem(0x0028, 0x0009, "AT", Bytes{0x18, 0x00, 0x63, 0x10}),
+                      elem(0x0028, 0x0103, "US", us(1)), elem(0x0070, 0x0010, "FL", Bytes{0x00, 0x00, 0x20, 0xC0}),
+                      elem(0x0028, 0x1201, "OW", Bytes{1, 2, 3, 4}), elem(0x0009, 0x1000, "UN", Bytes{0xFF}),
+                      elem(0x0008, 0x1140, "SQ", Bytes{})});
+    std::string path = TempPath("names.dcm");
+    ASSERT_TRUE(WriteBytes(path, fileImage("1.2.840.10008.1.2.1", body)));
+    CliResult run = RunCli({"dump", "--json", path});
+    std::remove(path.c_str());
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::string& json = run.out;
+
+    EXPECT_TRUE(Contains(json, R"("00080050": {"vr": "SH"})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00081140": {"vr": "SQ"})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00080060": {"vr": "CS", "Value": ["CT", null, "MR"]})")) << json;
+    EXPECT_TRUE(Contains(json, "\"00100010\": {\"vr\": \"PN\", \"Value\": [{\"Alphabetic\": \"Yamada^Tarou\", "
+                               "\"Ideographic\": \"\xE5\xB1\xB1\xE7\x94\xB0^\xE5\xA4\xAA\xE9\x83\x8E\"}]}"))
+        << json;
+    // LT is one value: its backslash is text, quotes and controls are escaped.
+    EXPECT_TRUE(Contains(json, R"("00104000": {"vr": "LT", "Value": ["say \"hi\"\\ back\ttab\u0001"]})")) << json;
+    // Decimal strings become JSON numbers even where DICOM's form is not JSON's.
+    EXPECT_TRUE(Contains(json, R"("00180050": {"vr": "DS", "Value": [5, 0.5, 1, 1e3]})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00200013": {"vr": "IS", "Value": [7]})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00280009": {"vr": "AT", "Value": ["00181063"]})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00700010": {"vr": "FL", "Value": [-2.5]})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00281201": {"vr": "OW", "InlineBinary": "AQIDBA=="})")) << json;
+    EXPECT_TRUE(Contains(json, R"("00091000": {"vr": "UN", "InlineBinary": "/w=="})")) << json;
+}
+
+TEST(DumpJson, AgreesWithPydicomOnTheWholeCorpus)
+{
+    std::string corpus = PydicomDataDir();
+    if (corpus.empty())
+        GTEST_SKIP() << "pydicom is not installed";
+    std::vector<std::string> files;
+    for (const char* folder : {"/test_files", "/charset_files", "/palettes"})
+        ListFiles(corpus + folder, files);
+
+    std::string listPath = TempPath("json-list.txt");
+    std::string listing;
+    std::vector<std::string> outputs;
+    for (size_t i = 0; i < files.size(); ++i) {
+        CliResult run = RunCli({"dump", "--json", files[i]});
+        if (run.status != 0)
+            continue;  // refusals are the corpus walk's business
+        std::string out = TempPath("json-" + std::to_string(i) + ".json");
+        ASSERT_TRUE(WriteBytes(out, Bytes(run.out.begin(), run.out.end())));
+        outputs.push_back(out);
+        listing += files[i] + "\t" + out + "\n";
+    }
+    ASSERT_GE(outputs.size(), 160u);
+    ASSERT_TRUE(WriteBytes(listPath, Bytes(listing.begin(), listing.end())));
+
+    CliResult compare = RunCli({std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/dump_json_compare.py", listPath},
+                               "/usr/bin/python3");
+    for (const std::string& out : outputs)
+        std::remove(out.c_str());
+    std::remove(listPath.c_str());
+    EXPECT_EQ(compare.status, 0) << compare.out << compare.err;
+    EXPECT_TRUE(Contains(compare.out, " 0 mismatches")) << compare.out;
+    // The named differences, for the record.
+    for (const std::string& line : Lines(compare.out))
+        if (line.rfind("ALLOWED", 0) == 0 || line.rfind("COMPARED", 0) == 0 || line.rfind("SKIPPED", 0) == 0)
+            std::printf("  %s\n", line.c_str());
+}
