@@ -58,6 +58,11 @@ void ForEachElement(const CDicomItem& dataSet, Visit visit);
 // The children of an element's own gFFFE group: its items and delimiters.
 const CDicomItem* ItemGroupOf(const CDicomItem& element);
 
+// Whether the VR is two upper-case letters (damaged explicit headers carry anything).
+inline bool IsPrintableVR(std::string_view vr)
+{
+    return vr.size() == 2 && vr[0] >= 'A' && vr[0] <= 'Z' && vr[1] >= 'A' && vr[1] <= 'Z';
+}
 // Whether the VR's value is text that the element tree decodes.
 bool IsTextVR(std::string_view vr);
 // Bytes per value of the binary number VRs (US 2, UL 4, FD 8, ...), 0 for others.

@@ -146,8 +146,8 @@ private:
     {
         std::string vr = node.GetVR();
         // Elements the dictionary does not know in an implicit VR stream
-        // carry no VR; their bytes are shown as UN.
-        if (vr.size() != 2 || vr == "xx")
+        // carry no VR, damaged explicit headers carry junk: both are UN.
+        if (!IsPrintableVR(vr))
             vr = "UN";
         m_out.Append("{\"vr\": ");
         AppendJsonString(m_out, vr);

@@ -154,7 +154,7 @@ private:
     void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const char* name)
     {
         std::string line = FormatText("(%04X,%04X) ", e.group, e.element);
-        line += vr.empty() ? std::string_view("--") : vr;
+        line += vr.empty() ? std::string_view("--") : IsPrintableVR(vr) ? vr : std::string_view("??");
         line.push_back(' ');
         line += value;
         size_t column = kNameColumn > static_cast<size_t>(level) * 2 ? kNameColumn - static_cast<size_t>(level) * 2 : 0;

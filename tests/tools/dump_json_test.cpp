@@ -127,7 +127,8 @@ TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
 {
     const std::string name = "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0^\xE5\xA4\xAA\xE9\x83\x8E=";  // UTF-8, no phonetic group
     Bytes body = cat({elem(0x0008, 0x0005, "CS", "ISO_IR 192"), elem(0x0008, 0x0050, "SH", Bytes{}),
-                      elem(0x0008, 0x0060, "CS", "CT\\\\MR "), elem(0x0010, 0x0010, "PN", name),
+                      elem(0x0008, 0x0060, "CS", "CT\\\\MR "), elem(0x0008, 0x0070, std::string("\x01\x02", 2), "ab"),
+                      elem(0x0010, 0x0010, "PN", name),
                       elem(0x0010, 0x4000, "LT", "say \"hi\"\\ back\ttab\x01"), elem(0x0018, 0x0050, "DS", "+5\\.5 \\1.\\1e3 "),
                       elem(0x0020, 0x0013, "IS", "007 "), elem(0x0028, 0x0009, "AT", Bytes{0x18, 0x00, 0x63, 0x10}),
                       elem(0x0028, 0x0103, "US", us(1)), elem(0x0070, 0x0010, "FL", Bytes{0x00, 0x00, 0x20, 0xC0}),
@@ -155,6 +156,8 @@ TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
     EXPECT_TRUE(Contains(json, R"("00700010": {"vr": "FL", "Value": [-2.5]})")) << json;
     EXPECT_TRUE(Contains(json, R"("00281201": {"vr": "OW", "InlineBinary": "AQIDBA=="})")) << json;
     EXPECT_TRUE(Contains(json, R"("00091000": {"vr": "UN", "InlineBinary": "/w=="})")) << json;
+    // A damaged VR field is reported as UN, never copied into the output.
+    EXPECT_TRUE(Contains(json, R"("00080070": {"vr": "UN", "InlineBinary": "YWI="})")) << json;
 }
 
 TEST(DumpJson, AgreesWithPydicomOnTheWholeCorpus)
