@@ -5,6 +5,7 @@ const std::vector<ToolCommand>& ToolCommands()
     static const std::vector<ToolCommand> commands = {
         {"lookup", "look tags up in the data dictionary (gggg,eeee)", RunLookup},
         {"dump", "print the element tree of DICOM files (--json: DICOM JSON Model)", RunDump},
+        {"convert", "rewrite a DICOM file, optionally as implicit or explicit VR little endian", RunConvert},
     };
     return commands;
 }
