@@ -40,11 +40,9 @@ bool SameFile(const char* a, const char* b)
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-int Fail(const char* format, const char* a, const char* b = "")
+int Fail(const std::string& message)
 {
-    std::fprintf(stderr, "zeldicom convert: ");
-    std::fprintf(stderr, format, a, b);
-    std::fprintf(stderr, "\n");
+    std::fprintf(stderr, "zeldicom convert: %s\n", message.c_str());
     return 1;
 }
 }
@@ -85,7 +83,7 @@ int RunConvert(int argc, char** argv)
 
     auto* root = new CDicomItem(u"Object");
     if (!root->LoadObject(Utf8ToUtf16(in))) {
-        int status = Fail("%s: %s", in, root->GetLoadError().c_str());
+        int status = Fail(FormatText("%s: %s", in, root->GetLoadError().c_str()));
         delete root;
         return status;
     }
@@ -100,9 +98,10 @@ int RunConvert(int argc, char** argv)
         // but their element headers; anything else needs a codec.
         if (current != kImplicitLittle && current != kExplicitLittle) {
             std::string name = Utf16ToUtf8(current);
-            int status = Fail("%s: transfer syntax %s is encapsulated or otherwise not plain little endian; "
-                              "it cannot be switched to implicit or explicit VR without decompression",
-                              in, name.c_str());
+            int status = Fail(FormatText("%s: transfer syntax %s is encapsulated or otherwise not plain little "
+                                         "endian; it cannot be switched to implicit or explicit VR without "
+                                         "decompression",
+                                         in, name.c_str()));
             delete root;
             return status;
         }
@@ -113,14 +112,14 @@ int RunConvert(int argc, char** argv)
         // The values point into IN's image: only the rewrite that completes a
         // temporary copy before replacing IN is safe.
         if (!CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(in)))
-            return Fail("cannot rewrite %s in place (it is unchanged)%s", in);
+            return Fail(FormatText("cannot rewrite %s in place (it is unchanged)", in));
         return 0;
     }
     bool saved = root->SaveToFile(Utf8ToUtf16(out));
     delete root;
     if (!saved) {
         unlink(out);  // an incomplete output is not a DICOM file
-        return Fail("cannot write %s%s", out);
+        return Fail(FormatText("cannot write %s", out));
     }
     return 0;
 }
