@@ -137,6 +137,11 @@ public:
     static bool SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path);
     void RecalcDicomDirOffsets();
 
+    // --- file meta information (imageinfo/metaheader.cpp)
+    // A new "Header" node: preamble, "DICM" and group 0002 for the given UIDs.
+    static CDicomItem* CreateMetaHeader(const std::u16string& sopClassUID, const std::u16string& sopInstanceUID,
+                                        const std::u16string& transferSyntax);
+
     // --- text (dicomitem_text.cpp)
     static std::u16string TranslateTagValueFromDicomToUnicode(const std::string& bytes, const std::string& vr,
                                                               const std::u16string& characterSet);

@@ -1,0 +1,99 @@
+// Building the file meta information (PS3.10 7.1): as a "Header" node of an
+// element tree, and as the raw bytes of a file head (preamble, "DICM",
+// group 0002 in explicit VR little endian).
+#include <cstdlib>
+#include <cstring>
+
+#include "dicomdata/dicomitem.h"
+#include "imageinfo/dicominfo.h"
+#include "platform/dynbuffer.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr uint32_t kPreambleSize = 128;
+constexpr unsigned char kMagic[4] = {'D', 'I', 'C', 'M'};
+
+// The Implementation Version Name written into new meta information: the
+// library version as "%d_%d_%d", one blank appended when odd, so the value
+// needs no further padding.
+std::u16string ImplementationVersionName()
+{
+    std::u16string name = DICOMINFO::DefaultImplementationVersionName();
+    if (name.size() % 2 != 0)
+        name += u' ';
+    return name;
+}
+
+}
+
+std::u16string DICOMINFO::DefaultImplementationVersionName()
+{
+    return AsciiToWide(FormatText("%d_%d_%d", s_nVersionMajor, s_nVersionMinor, s_nVersionRev));
+}
+
+CDicomItem* CDicomItem::CreateMetaHeader(const std::u16string& sopClassUID, const std::u16string& sopInstanceUID,
+                                         const std::u16string& transferSyntax)
+{
+    auto* header = new CDicomItem(u"Header");
+    auto* head = static_cast<unsigned char*>(std::calloc(kPreambleSize + sizeof(kMagic), 1));
+    if (!head) {
+        delete header;
+        return nullptr;
+    }
+    std::memcpy(head + kPreambleSize, kMagic, sizeof(kMagic));
+    header->SetData(head, kPreambleSize + sizeof(kMagic), true);
+
+    // Empty VRs: the dictionary gives UL, OB, UI and SH; the group length is
+    // filled in when the object is saved.
+    const unsigned char groupLength[4] = {0, 0, 0, 0};
+    const unsigned char version[2] = {0x00, 0x01};
+    bool added = header->AddTag(0x0002, 0x0000, groupLength, 4, u"") &&
+                 header->AddTag(0x0002, 0x0001, version, 2, u"") &&
+                 header->AddTag(0x0002, 0x0002, sopClassUID, u"") &&
+                 header->AddTag(0x0002, 0x0003, sopInstanceUID, u"") &&
+                 header->AddTag(0x0002, 0x0010, transferSyntax, u"") &&
+                 header->AddTag(0x0002, 0x0012, DICOMINFO::GetDicomRoot(), u"") &&
+                 header->AddTag(0x0002, 0x0013, ImplementationVersionName(), u"");
+    if (!added) {
+        delete header;
+        return nullptr;
+    }
+    return header;
+}
+
+uint32_t DICOMINFO::FillMetaHeaderBuffer(CDynBuffer& buffer, const metaHeaderInfo* info)
+{
+    if (!info)
+        return buffer.m_nSize;
+    AddTagExpVR(buffer, 0x0002, 0x0001, static_cast<uint16_t>(info->nMetaVersion & 0xFFFF));
+    AddTagExpVR(buffer, 0x0002, 0x0002, info->sMediaStorageSOPClassUID);
+    AddTagExpVR(buffer, 0x0002, 0x0003, info->sMediaStorageSOPInstanceUID);
+    AddTagExpVR(buffer, 0x0002, 0x0010, info->sTransferSyntax);
+    AddTagExpVR(buffer, 0x0002, 0x0012, info->sImplementationClassUID);
+    AddTagExpVR(buffer, 0x0002, 0x0013, info->sImplementationVersionName);
+    AddTagExpVR(buffer, 0x0002, 0x0016, info->sSourceAETitle);
+    // (0002,0000) counts the bytes of the group that follow it.
+    InsertTagExpVR(buffer, 0x0002, 0x0000, buffer.m_nSize, 0);
+    buffer.Insert(kMagic, sizeof(kMagic), 0);
+    buffer.Insert(nullptr, kPreambleSize, 0);
+    return buffer.m_nSize;
+}
+
+uint32_t DICOMINFO::CreateMetaHeaderBuffer(CDynBuffer& buffer, const metaHeaderInfo* info)
+{
+    return FillMetaHeaderBuffer(buffer, info);
+}
+
+uint32_t DICOMINFO::CreateMetaHeaderBuffer(CDynBuffer& buffer) const
+{
+    metaHeaderInfo info;
+    info.nMetaVersion = nMetaVersion;
+    info.sMediaStorageSOPClassUID = sMediaStorageSOPClassUID;
+    info.sMediaStorageSOPInstanceUID = sMediaStorageSOPInstanceUID;
+    info.sTransferSyntax = sTransferSyntax;
+    info.sImplementationClassUID = sImplementationClassUID;
+    info.sImplementationVersionName = sImplementationVersionName;
+    info.sSourceAETitle = sSourceAETitle;
+    return FillMetaHeaderBuffer(buffer, &info);
+}
