@@ -52,6 +52,7 @@ void BM_RecalcSaveTags_SmallCt(benchmark::State& state)
         benchmark::DoNotOptimize(fresh.SaveTags(explicitVR, CDynBuffer::WriteProc, &out));
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(dataSet.size()));
+    state.counters["elements"] = static_cast<double>(elements);
     state.counters["elements/s"] =
         benchmark::Counter(static_cast<double>(elements), benchmark::Counter::kIsIterationInvariantRate);
 }
