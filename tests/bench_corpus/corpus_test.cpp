@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <string>
 
 #include "bench/bench_util.h"
@@ -206,6 +207,43 @@ TEST(BenchCorpus, MultiFrameObjectIsWrittenFrameByFrame)
     EXPECT_FALSE(zelbench::WriteMultiFrameFile(folder.Path() + "/huge.dcm", 8192, 512, 512, error));
     EXPECT_FALSE(error.empty());
     EXPECT_FALSE(std::filesystem::exists(folder.Path() + "/huge.dcm"));
+}
+
+// The 500 objects form one plausible series: one study and series, a new
+// instance UID per object, slices in order, and no object referencing itself.
+TEST(BenchCorpus, TheSmallObjectsFormOneSeries)
+{
+    std::set<std::string> instances;
+    std::string study, series;
+    double lastLocation = -1e9;
+    for (int index = 0; index < 500; ++index) {
+        const std::string file = zelbench::SmallCtFile(index);
+        CDicomItem root(u"Object");
+        ASSERT_TRUE(root.LoadObject(reinterpret_cast<const unsigned char*>(file.data()), static_cast<int>(file.size())))
+            << index;
+        const CDicomItem* data = DataOf(root);
+        const std::string instance = TextOf(data, 0x0008, 0x0018);
+        EXPECT_TRUE(instances.insert(instance).second) << "duplicate " << instance;
+        if (index == 0) {
+            study = TextOf(data, 0x0020, 0x000D);
+            series = TextOf(data, 0x0020, 0x000E);
+        }
+        EXPECT_EQ(TextOf(data, 0x0020, 0x000D), study);
+        EXPECT_EQ(TextOf(data, 0x0020, 0x000E), series);
+        const double location = std::stod(TextOf(data, 0x0020, 0x1041));
+        EXPECT_GT(location, lastLocation) << index;
+        lastLocation = location;
+        const CDicomItem* references = data->GetTagItem(0x0008, 0x1140);
+        ASSERT_NE(references, nullptr);
+        for (int item = 0; item < 3; ++item) {
+            const CDicomItem* referenced = references->GetSequenceChildItemOptional(0x0008, 0x1155, item);
+            ASSERT_NE(referenced, nullptr);
+            std::u16string uid;
+            referenced->GetTagValue(uid);
+            EXPECT_NE(std::string(uid.begin(), uid.end()), instance) << index;
+        }
+    }
+    EXPECT_EQ(instances.size(), 500u);
 }
 
 // The writer behind the corpus: header forms and padding as DICOM encodes them.
