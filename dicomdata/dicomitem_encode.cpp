@@ -127,6 +127,11 @@ uint32_t CDicomItem::RecalcGroup(bool explicitVR, uint32_t offset)
     // The group length counts itself as a 4-byte value; a damaged one of
     // another size is given that size first so the offsets behind it hold.
     auto* groupLength = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"e0000")));
+    // An (gggg,0000) read as a sequence holds items, not a length: its
+    // value is written from its items, so a length stored into it would
+    // contradict the bytes written after its header.
+    if (groupLength && groupLength->GetVR() == "SQ")
+        groupLength = nullptr;
     if (groupLength && groupLength->m_nDataSize != 4) {
         const unsigned char zero[4] = {0, 0, 0, 0};
         groupLength->CopyData(zero, 4);
