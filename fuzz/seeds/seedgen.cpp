@@ -1,0 +1,305 @@
+// Writes the starting corpora of the fuzz targets:
+//   fuzz_seeds <output folder> [folder of sample DICOM files ...]
+// into <output folder>/<target>/. Generated seeds cover the shapes the
+// parser must know (explicit and implicit VR, defined- and undefined-length
+// sequences and items, encapsulated pixel data with an offset table, Part 10
+// files); sample files (the pydicom corpus, read where the package installs
+// it) add real-world shapes. Each target's seed carries the target's own
+// leading selector bytes (see fuzz/targets.h).
+#include <cstdio>
+#include <dirent.h>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "dicomdata/dicomitem.h"
+#include "platform/text.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+constexpr uint32_t kUndefined = 0xFFFFFFFFu;
+// Larger samples slow every execution down without adding new shapes.
+constexpr long kMaxSampleSize = 64 * 1024;
+
+void Put16(Bytes& out, uint32_t value)
+{
+    out.push_back(static_cast<unsigned char>(value));
+    out.push_back(static_cast<unsigned char>(value >> 8));
+}
+
+void Put32(Bytes& out, uint32_t value)
+{
+    Put16(out, value & 0xFFFF);
+    Put16(out, value >> 16);
+}
+
+void Append(Bytes& out, const Bytes& more)
+{
+    out.insert(out.end(), more.begin(), more.end());
+}
+
+Bytes Text(const std::string& text)
+{
+    Bytes out(text.begin(), text.end());
+    if (out.size() % 2 != 0)
+        out.push_back(text.empty() ? 0 : ' ');
+    return out;
+}
+
+Bytes Uid(const std::string& uid)
+{
+    Bytes out(uid.begin(), uid.end());
+    if (out.size() % 2 != 0)
+        out.push_back(0);
+    return out;
+}
+
+Bytes Us(uint16_t value)
+{
+    Bytes out;
+    Put16(out, value);
+    return out;
+}
+
+bool IsLongForm(const std::string& vr)
+{
+    return vr == "OB" || vr == "OW" || vr == "SQ" || vr == "UN" || vr == "UT";
+}
+
+// One element; implicit VR ignores the VR letters. Items and delimiters
+// (group FFFE) always take the 8-byte form.
+Bytes Element(bool explicitVR, uint16_t group, uint16_t element, const std::string& vr, const Bytes& value,
+              uint32_t length)
+{
+    Bytes out;
+    Put16(out, group);
+    Put16(out, element);
+    if (explicitVR && group != 0xFFFE) {
+        out.push_back(static_cast<unsigned char>(vr[0]));
+        out.push_back(static_cast<unsigned char>(vr[1]));
+        if (IsLongForm(vr)) {
+            Put16(out, 0);
+            Put32(out, length);
+        } else {
+            Put16(out, length);
+        }
+    } else {
+        Put32(out, length);
+    }
+    Append(out, value);
+    return out;
+}
+
+Bytes Element(bool explicitVR, uint16_t group, uint16_t element, const std::string& vr, const Bytes& value)
+{
+    return Element(explicitVR, group, element, vr, value, static_cast<uint32_t>(value.size()));
+}
+
+Bytes Item(const Bytes& content, bool undefinedLength)
+{
+    Bytes out = Element(false, 0xFFFE, 0xE000, "", content, undefinedLength ? kUndefined : content.size());
+    if (undefinedLength)
+        Append(out, Element(false, 0xFFFE, 0xE00D, "", {}));
+    return out;
+}
+
+Bytes Sequence(bool explicitVR, uint16_t group, uint16_t element, const Bytes& items, bool undefinedLength)
+{
+    Bytes out = Element(explicitVR, group, element, "SQ", items, undefinedLength ? kUndefined : items.size());
+    if (undefinedLength)
+        Append(out, Element(false, 0xFFFE, 0xE0DD, "", {}));
+    return out;
+}
+
+// Encapsulated pixel data: an offset table for two frames, the first frame
+// in two fragments, the second in one, then the sequence delimiter.
+Bytes EncapsulatedPixelData(bool explicitVR)
+{
+    Bytes fragments;
+    Append(fragments, Item({0xFF, 0xD8, 0x01, 0x02}, false));
+    Append(fragments, Item({0x03, 0x04, 0xFF, 0xD9}, false));
+    uint32_t secondFrame = static_cast<uint32_t>(fragments.size());
+    Append(fragments, Item({0xFF, 0xD8, 0x05, 0x06, 0x07, 0x08, 0xFF, 0xD9}, false));
+    Bytes table;
+    Put32(table, 0);
+    Put32(table, secondFrame);
+    Bytes value = Item(table, false);
+    Append(value, fragments);
+    Append(value, Element(false, 0xFFFE, 0xE0DD, "", {}));
+    return Element(explicitVR, 0x7FE0, 0x0010, "OB", value, kUndefined);
+}
+
+// A small image data set with nested sequences of both length forms.
+Bytes DataSet(bool explicitVR, bool encapsulated)
+{
+    Bytes out;
+    Append(out, Element(explicitVR, 0x0008, 0x0005, "CS", Text("ISO_IR 100")));
+    Append(out, Element(explicitVR, 0x0008, 0x0016, "UI", Uid("1.2.840.10008.5.1.4.1.1.7")));
+    Append(out, Element(explicitVR, 0x0008, 0x0018, "UI", Uid("1.2.3.4.5.6.7.8.9")));
+    Bytes referenced = Element(explicitVR, 0x0008, 0x1150, "UI", Uid("1.2.840.10008.5.1.4.1.1.7"));
+    Append(referenced, Element(explicitVR, 0x0008, 0x1155, "UI", Uid("1.2.3.4.5.6.7.8.10")));
+    Append(out, Sequence(explicitVR, 0x0008, 0x1140, Item(referenced, false), false));
+    Append(out, Element(explicitVR, 0x0010, 0x0010, "PN", Text("Doe^John")));
+    Append(out, Element(explicitVR, 0x0010, 0x0020, "LO", Text("ID42")));
+    // A sequence of undefined length holding an undefined-length item that
+    // itself holds a defined-length sequence.
+    Bytes code = Element(explicitVR, 0x0008, 0x0100, "SH", Text("T-D1100"));
+    Append(code, Element(explicitVR, 0x0008, 0x0102, "SH", Text("SRT")));
+    Bytes region = Sequence(explicitVR, 0x0008, 0x2228, Item(code, false), false);
+    Append(out, Sequence(explicitVR, 0x0008, 0x2218, Item(region, true), true));
+    Append(out, Element(explicitVR, 0x0009, 0x0010, "LO", Text("PRIVATE CREATOR")));
+    Append(out, Element(explicitVR, 0x0009, 0x1001, "UN", {1, 2, 3, 4}));
+    Append(out, Element(explicitVR, 0x0028, 0x0002, "US", Us(1)));
+    Append(out, Element(explicitVR, 0x0028, 0x0004, "CS", Text("MONOCHROME2")));
+    Append(out, Element(explicitVR, 0x0028, 0x0008, "IS", Text("2")));
+    Append(out, Element(explicitVR, 0x0028, 0x0010, "US", Us(2)));
+    Append(out, Element(explicitVR, 0x0028, 0x0011, "US", Us(2)));
+    Append(out, Element(explicitVR, 0x0028, 0x0100, "US", Us(encapsulated ? 8 : 16)));
+    Append(out, Element(explicitVR, 0x0028, 0x0101, "US", Us(encapsulated ? 8 : 12)));
+    if (encapsulated) {
+        Append(out, EncapsulatedPixelData(explicitVR));
+    } else {
+        Bytes pixels;
+        for (uint16_t sample : {0, 100, 200, 4095})
+            Put16(pixels, sample);
+        Append(out, Element(explicitVR, 0x7FE0, 0x0010, "OW", pixels));
+    }
+    return out;
+}
+
+// A Part 10 file image: preamble, "DICM", explicit VR meta information.
+Bytes FileImage(const std::string& transferSyntax, const Bytes& dataSet)
+{
+    Bytes meta;
+    Append(meta, Element(true, 0x0002, 0x0001, "OB", {0, 1}));
+    Append(meta, Element(true, 0x0002, 0x0002, "UI", Uid("1.2.840.10008.5.1.4.1.1.7")));
+    Append(meta, Element(true, 0x0002, 0x0003, "UI", Uid("1.2.3.4.5.6.7.8.9")));
+    Append(meta, Element(true, 0x0002, 0x0010, "UI", Uid(transferSyntax)));
+    Append(meta, Element(true, 0x0002, 0x0012, "UI", Uid("1.2.3.4")));
+    Bytes groupLength;
+    Put32(groupLength, static_cast<uint32_t>(meta.size()));
+    Bytes out(128, 0);
+    for (char letter : std::string("DICM"))
+        out.push_back(static_cast<unsigned char>(letter));
+    Append(out, Element(true, 0x0002, 0x0000, "UL", groupLength));
+    Append(out, meta);
+    Append(out, dataSet);
+    return out;
+}
+
+Bytes WithPrefix(const Bytes& prefix, const Bytes& body)
+{
+    Bytes out = prefix;
+    Append(out, body);
+    return out;
+}
+
+bool WriteSeed(const std::string& folder, const std::string& target, const std::string& name, const Bytes& bytes)
+{
+    std::string dir = folder + "/" + target;
+    mkdir(dir.c_str(), 0755);
+    std::string path = dir + "/" + name;
+    FILE* file = std::fopen(path.c_str(), "wb");
+    if (!file)
+        return false;
+    bool ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    return std::fclose(file) == 0 && ok;
+}
+
+// The seeds of one data set for every target that reads a bare run.
+bool WriteRunSeeds(const std::string& folder, const std::string& name, const Bytes& run, bool explicitVR)
+{
+    unsigned char mode = explicitVR ? 1 : 0;
+    bool ok = WriteSeed(folder, "fuzz_loadtags", name, WithPrefix({mode}, run));
+    ok = WriteSeed(folder, "fuzz_roundtrip", name, WithPrefix({mode}, run)) && ok;
+    // Frame 0 and 1 with room for the whole test frame; frame 1 with too little.
+    ok = WriteSeed(folder, "fuzz_frames", name + "-f0", WithPrefix({0, 64, mode}, run)) && ok;
+    ok = WriteSeed(folder, "fuzz_frames", name + "-f1", WithPrefix({1, 64, mode}, run)) && ok;
+    return WriteSeed(folder, "fuzz_frames", name + "-small", WithPrefix({1, 4, mode}, run)) && ok;
+}
+
+bool ReadFile(const std::string& path, Bytes& bytes)
+{
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kMaxSampleSize)
+        return false;
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file)
+        return false;
+    bytes.resize(static_cast<size_t>(info.st_size));
+    bool ok = std::fread(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    std::fclose(file);
+    return ok;
+}
+
+// A sample file seeds LoadObject as it is, and the run targets with its data
+// set: the bytes behind the meta information, in the encoding its transfer
+// syntax names.
+int AddSamples(const std::string& folder, const std::string& samples)
+{
+    DIR* dir = opendir(samples.c_str());
+    if (!dir)
+        return 0;
+    int added = 0;
+    while (dirent* entry = readdir(dir)) {
+        std::string name = entry->d_name;
+        Bytes bytes;
+        if (name[0] == '.' || !ReadFile(samples + "/" + name, bytes))
+            continue;
+        std::string seedName = "sample-" + name;
+        WriteSeed(folder, "fuzz_loadobject", seedName, bytes);
+        ++added;
+        CDicomItem root(u"Object");
+        if (bytes.size() < 132 || !root.LoadObject(bytes.data(), static_cast<int>(bytes.size())))
+            continue;
+        CDicomItem meta(u"Header");
+        uint32_t metaLength =
+            meta.LoadTags(bytes.data() + 132, static_cast<int>(bytes.size() - 132), true, 0x0002);
+        std::u16string transferSyntax;
+        auto* header = static_cast<CDicomItem*>(root.GetChildItem(u"Header"));
+        if (metaLength == 0xFFFFFFFFu || !header || !header->GetTagValue(0x0002, 0x0010, transferSyntax))
+            continue;
+        Bytes run(bytes.begin() + 132 + metaLength, bytes.end());
+        WriteRunSeeds(folder, seedName, run, CDicomItem::IsExplicitVR(Trim(transferSyntax)));
+    }
+    closedir(dir);
+    return added;
+}
+
+}
+
+int main(int argc, char** argv)
+{
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: %s <output folder> [sample folder ...]\n", argv[0]);
+        return 2;
+    }
+    std::string folder = argv[1];
+    mkdir(folder.c_str(), 0755);
+    bool ok = true;
+    for (bool explicitVR : {true, false}) {
+        std::string form = explicitVR ? "explicit" : "implicit";
+        ok = WriteRunSeeds(folder, form + "-native", DataSet(explicitVR, false), explicitVR) && ok;
+        ok = WriteRunSeeds(folder, form + "-encapsulated", DataSet(explicitVR, true), explicitVR) && ok;
+        // The meta group alone, read with the group 0002 filter.
+        Bytes file = FileImage("1.2.840.10008.1.2.1", {});
+        ok = WriteSeed(folder, "fuzz_loadtags", "meta-group", WithPrefix({3}, Bytes(file.begin() + 132, file.end()))) &&
+             ok;
+    }
+    ok = WriteSeed(folder, "fuzz_loadobject", "file-explicit", FileImage("1.2.840.10008.1.2.1", DataSet(true, false))) &&
+         ok;
+    ok = WriteSeed(folder, "fuzz_loadobject", "file-implicit", FileImage("1.2.840.10008.1.2", DataSet(false, false))) &&
+         ok;
+    ok = WriteSeed(folder, "fuzz_loadobject", "file-jpeg", FileImage("1.2.840.10008.1.2.4.50", DataSet(true, true))) &&
+         ok;
+    if (!ok) {
+        std::fprintf(stderr, "cannot write seeds below %s\n", folder.c_str());
+        return 1;
+    }
+    int samples = 0;
+    for (int i = 2; i < argc; ++i)
+        samples += AddSamples(folder, argv[i]);
+    std::printf("seeds written to %s (%d sample files)\n", folder.c_str(), samples);
+    return 0;
+}

@@ -1,0 +1,234 @@
+#pragma once
+// The bodies of the fuzz targets. Each takes the raw input the way libFuzzer
+// hands it over and drives the library's public API as a host would. The
+// libFuzzer entry points (fuzz_*.cpp) and the regression test
+// (tests/fuzz_regressions) call the same functions, so a saved crashing input
+// replays through exactly the path that found it.
+//
+// A body returns 0 when the library behaved, and a non-zero Finding when it
+// broke one of the invariants checked here; the entry points abort on a
+// finding so that libFuzzer keeps the input.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "dicomdata/dicomitem.h"
+#include "platform/dynbuffer.h"
+
+namespace zelfuzz {
+
+enum Finding : int {
+    kOk = 0,
+    kValueOutsideInput = 1,    // an element's value pointer leaves the parsed bytes
+    kConsumedTooMuch = 2,      // a parse reports more bytes than it was given
+    kFrameTooLarge = 3,        // frame extraction wrote more than the capacity
+    kRecalcDisagrees = 4,      // recalculated length differs from the bytes saved
+    kReloadFailed = 5,         // the parser refuses what the encoder wrote
+    kTreeDiffers = 6,          // the reloaded tree is not the saved tree
+    kSaveFailed = 7,           // the encoder refused a parsed tree
+};
+
+// Group and element children are named gXXXX / eXXXX; everything else below
+// a node ("VR", "Size", "Offset", ...) is an attribute.
+inline bool IsTreeNode(const CXmlItem* node)
+{
+    const std::u16string& name = node->m_sName;
+    return name.size() == 5 && (name[0] == u'g' || name[0] == u'e');
+}
+
+// Every value parsed (not copied) from the input must lie inside it.
+inline bool ValuesInside(const CDicomItem* node, const unsigned char* begin, size_t size)
+{
+    if (!node->IsToBeFree() && node->GetDataSize() > 0) {
+        const unsigned char* value = node->GetData();
+        if (!value || value < begin || static_cast<size_t>(value - begin) > size ||
+            static_cast<size_t>(node->GetDataSize()) > size - static_cast<size_t>(value - begin))
+            return false;
+    }
+    for (const CXmlItem* child : node->m_children)
+        if (IsTreeNode(child) && !ValuesInside(static_cast<const CDicomItem*>(child), begin, size))
+            return false;
+    return true;
+}
+
+// Reads every element's value as text, the first thing a host does with a
+// tree: this runs the value accessors and the character-set conversion over
+// whatever the parser stored.
+inline void ReadAllValues(const CDicomItem* node)
+{
+    for (const CXmlItem* child : node->m_children) {
+        if (!IsTreeNode(child))
+            continue;
+        const auto* item = static_cast<const CDicomItem*>(child);
+        if (item->m_sName[0] == u'e') {
+            std::u16string text;
+            item->GetTagValue(text);
+            uint16_t number = 0;
+            item->GetTagValue(number);
+        }
+        ReadAllValues(item);
+    }
+}
+
+inline bool HasGroup7FE1(const CDicomItem* node)
+{
+    for (const CXmlItem* child : node->m_children) {
+        if (!IsTreeNode(child))
+            continue;
+        if (child->m_sName == u"g7FE1" || HasGroup7FE1(static_cast<const CDicomItem*>(child)))
+            return true;
+    }
+    return false;
+}
+
+// The parser files each element under the group node of its number, so a
+// run whose groups interleave ("0008 FFFE 0008") is kept grouped. When the
+// delimiter that ended a run lands in a group node that is not the last
+// one, the encoder writes it before the groups behind it, and a second
+// parse stops there: such a tree cannot come back the same.
+inline bool DelimiterBeforeLastGroup(const CDicomItem* node)
+{
+    const CXmlItem* lastGroup = nullptr;
+    const CXmlItem* delimiterGroup = nullptr;
+    for (const CXmlItem* child : node->m_children) {
+        if (!IsTreeNode(child))
+            continue;
+        if (child->m_sName[0] == u'g')
+            lastGroup = child;
+        for (const CXmlItem* element : child->m_children) {
+            const std::u16string& name = element->m_sName;
+            if ((child->m_sName == u"gFFFE" && (name == u"eE00D" || name == u"eE0DD")) ||
+                (child->m_sName == u"gFFFC" && name == u"eFFFC"))
+                delimiterGroup = child;
+        }
+        if (DelimiterBeforeLastGroup(static_cast<const CDicomItem*>(child)))
+            return true;
+    }
+    return delimiterGroup && delimiterGroup != lastGroup;
+}
+
+// Same tree: the same group and element nodes in the same order, the same
+// value sizes, and the same value bytes for every element whose value is
+// not itself parsed into nodes (sequences and items are compared through
+// their children, since their bytes were re-encoded).
+inline bool SameTree(const CDicomItem* a, const CDicomItem* b)
+{
+    size_t i = 0, j = 0;
+    for (;;) {
+        while (i < a->m_children.size() && !IsTreeNode(a->m_children[i]))
+            ++i;
+        while (j < b->m_children.size() && !IsTreeNode(b->m_children[j]))
+            ++j;
+        if (i == a->m_children.size() || j == b->m_children.size())
+            break;
+        const auto* left = static_cast<const CDicomItem*>(a->m_children[i++]);
+        const auto* right = static_cast<const CDicomItem*>(b->m_children[j++]);
+        if (left->m_sName != right->m_sName || left->GetDataSize() != right->GetDataSize())
+            return false;
+        bool container = false;
+        for (const CXmlItem* grandchild : left->m_children)
+            container = container || IsTreeNode(grandchild);
+        if (!container && left->GetDataSize() > 0 &&
+            std::memcmp(left->GetData(), right->GetData(), static_cast<size_t>(left->GetDataSize())) != 0)
+            return false;
+        if (!SameTree(left, right))
+            return false;
+    }
+    return i == a->m_children.size() && j == b->m_children.size();
+}
+
+inline int InputCount(size_t size)
+{
+    return size > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(size);
+}
+
+// LoadTags on a bounded run. First byte: bit 0 explicit VR, bit 1 read only
+// group 0002 (the meta information filter); the run is the rest.
+inline int LoadTagsTarget(const uint8_t* data, size_t size)
+{
+    if (size < 1)
+        return kOk;
+    bool explicitVR = (data[0] & 1) != 0;
+    int groupFilter = (data[0] & 2) != 0 ? 0x0002 : -1;
+    const unsigned char* run = data + 1;
+    int count = InputCount(size - 1);
+    CDicomItem dataSet(u"Data");
+    uint32_t consumed = dataSet.LoadTags(run, count, explicitVR, groupFilter);
+    if (consumed != 0xFFFFFFFFu && consumed > static_cast<uint32_t>(count))
+        return kConsumedTooMuch;
+    // What was built before a failure stays in the tree, so it is read too.
+    if (!ValuesInside(&dataSet, run, static_cast<size_t>(count)))
+        return kValueOutsideInput;
+    ReadAllValues(&dataSet);
+    return kOk;
+}
+
+// LoadObject on a whole buffer, as for a file image.
+inline int LoadObjectTarget(const uint8_t* data, size_t size)
+{
+    CDicomItem root(u"Object");
+    if (!root.LoadObject(data, InputCount(size)))
+        return kOk;
+    if (!ValuesInside(&root, data, size))
+        return kValueOutsideInput;
+    ReadAllValues(&root);
+    return kOk;
+}
+
+// Frame extraction from the pixel data element of a parsed data set.
+// Byte 0: frame number (signed, so negative frames come up too); byte 1:
+// output capacity; byte 2 bit 0: explicit VR. The run is the rest.
+inline int FramesTarget(const uint8_t* data, size_t size)
+{
+    if (size < 3)
+        return kOk;
+    int frame = static_cast<int8_t>(data[0]);
+    uint32_t capacity = data[1];
+    bool explicitVR = (data[2] & 1) != 0;
+    CDicomItem dataSet(u"Data");
+    if (dataSet.LoadTags(data + 3, InputCount(size - 3), explicitVR, -1) == 0xFFFFFFFFu)
+        return kOk;
+    const CDicomItem* pixelData = dataSet.GetTagItem(0x7FE0, 0x0010);
+    if (!pixelData)
+        return kOk;
+    // Exactly the capacity, on the heap, so that a write past it is caught.
+    std::unique_ptr<unsigned char[]> out(new unsigned char[capacity == 0 ? 1 : capacity]);
+    uint32_t written = pixelData->GetCompressedFrameData(frame, out.get(), capacity);
+    return written > capacity ? kFrameTooLarge : kOk;
+}
+
+// Parse, recalculate, save into a CDynBuffer, parse the saved bytes again:
+// the second tree must equal the first. Byte 0 bit 0: explicit VR.
+inline int RoundTripTarget(const uint8_t* data, size_t size)
+{
+    if (size < 1)
+        return kOk;
+    bool explicitVR = (data[0] & 1) != 0;
+    CDicomItem first(u"Data");
+    if (first.LoadTags(data + 1, InputCount(size - 1), explicitVR, -1) == 0xFFFFFFFFu)
+        return kOk;
+    // Group 7FE1 is counted by the recalculation but never written, so a
+    // tree holding it does not come back the same by design.
+    if (HasGroup7FE1(&first) || DelimiterBeforeLastGroup(&first))
+        return kOk;
+    uint32_t expected = first.RecalcTags(explicitVR, 0);
+    if (expected == 0xFFFFFFFFu)
+        return kSaveFailed;
+    CDynBuffer saved;
+    uint32_t written = first.SaveTags(explicitVR, CDynBuffer::WriteProc, &saved);
+    if (written == 0xFFFFFFFFu)
+        return kSaveFailed;
+    if (written != expected || written != saved.m_nSize)
+        return kRecalcDisagrees;
+    if (saved.m_nSize > 0x7FFFFFFF)
+        return kOk;
+    CDicomItem second(u"Data");
+    uint32_t reread = second.LoadTags(saved.GetData(), static_cast<int>(saved.m_nSize), explicitVR, -1);
+    if (reread == 0xFFFFFFFFu)
+        return kReloadFailed;
+    return SameTree(&first, &second) ? kOk : kTreeDiffers;
+}
+
+}
