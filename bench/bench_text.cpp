@@ -39,11 +39,18 @@ TextCase Case(int which)
 void BM_TranslateTagValueFromDicomToUnicode(benchmark::State& state, int which)
 {
     const TextCase text = Case(which);
-    size_t characters = CDicomItem::TranslateTagValueFromDicomToUnicode(text.bytes, text.vr, text.characterSet).size();
+    const std::u16string decoded = CDicomItem::TranslateTagValueFromDicomToUnicode(text.bytes, text.vr, text.characterSet);
+    const size_t characters = decoded.size();
     if (characters == 0) {
         state.SkipWithError("the value decoded to nothing");
         return;
     }
+    // A converter that passes escape sequences through, or leaves UTF-8 as
+    // bytes, is fast for the wrong reason: say so beside the number.
+    if (decoded.find(u'\x1B') != std::u16string::npos)
+        state.SetLabel("escape sequences left in the text");
+    else if (text.characterSet == std::u16string(u"ISO_IR 192") && characters == text.bytes.size())
+        state.SetLabel("UTF-8 not decoded");
     for (auto _ : state)
         benchmark::DoNotOptimize(CDicomItem::TranslateTagValueFromDicomToUnicode(text.bytes, text.vr, text.characterSet));
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(text.bytes.size()));
