@@ -15,7 +15,10 @@
 #include <string>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/tagtable.h"
+#include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
+#include "platform/xmlitem.h"
 
 namespace zelfuzz {
 
@@ -28,6 +31,7 @@ enum Finding : int {
     kReloadFailed = 5,         // the parser refuses what the encoder wrote
     kTreeDiffers = 6,          // the reloaded tree is not the saved tree
     kSaveFailed = 7,           // the encoder refused a parsed tree
+    kPointerOutsideInput = 8,  // a raw scan answered a position outside the buffer
 };
 
 // Group and element children are named gXXXX / eXXXX; everything else below
@@ -231,4 +235,106 @@ inline int RoundTripTarget(const uint8_t* data, size_t size)
     return SameTree(&first, &second) ? kOk : kTreeDiffers;
 }
 
+// The raw walkers over an implicit VR buffer, with the element callback a
+// network receiver would use: it reads each value, takes string values as
+// text, and walks sequences (dictionary VR SQ, or undefined length) with
+// ReadSequence over the size CalcSequenceSize gives.
+struct RawWalk {
+    const unsigned char* begin;
+    const unsigned char* end;
+    int depth = 0;
+    unsigned checksum = 0;
+    int finding = kOk;
+};
+
+inline void RawWalkProc(TAG_HEADER* element, void* context)
+{
+    auto* walk = static_cast<RawWalk*>(context);
+    const auto* header = reinterpret_cast<const unsigned char*>(element);
+    // The walkers promise a whole header, and a whole value for a defined length.
+    if (header < walk->begin || walk->end - header < 8) {
+        walk->finding = kValueOutsideInput;
+        return;
+    }
+    const unsigned char* value = header + 8;
+    size_t available = static_cast<size_t>(walk->end - value);
+    uint32_t length = element->nLength;
+    if (length == kUndefinedLength) {
+        int size = DICOMINFO::CalcSequenceSize(element, static_cast<int>(available));
+        if (size > 0 && static_cast<size_t>(size) <= available && walk->depth < 32) {
+            ++walk->depth;
+            DICOMINFO::ReadSequence(value, size, RawWalkProc, walk);
+            --walk->depth;
+        }
+        return;
+    }
+    if (length > available) {
+        walk->finding = kValueOutsideInput;
+        return;
+    }
+    for (uint32_t i = 0; i < length; ++i)
+        walk->checksum += value[i];
+    char text[16];
+    DICOMINFO::GetStringTagValue(element, text, sizeof text);
+    std::u16string wide;
+    DICOMINFO::GetStringTagValue(element, wide);
+    const char* vr = CTagTable::FindVR(element->wGroup, element->wElement);
+    if (vr && std::strcmp(vr, "SQ") == 0 && walk->depth < 32) {
+        ++walk->depth;
+        DICOMINFO::ReadSequence(value, static_cast<int>(length), RawWalkProc, walk);
+        --walk->depth;
+    }
 }
+
+inline int RawWalkTarget(const uint8_t* data, size_t size)
+{
+    int count = InputCount(size);
+    RawWalk walk{data, data + count};
+    DICOMINFO::ReadTags(data, count, RawWalkProc, &walk);
+    if (walk.finding != kOk)
+        return walk.finding;
+    CXmlItem display(u"DATA", u"", "ISO_IR 100");
+    DICOMINFO::LoadDicomData(data, count, &display);
+    return kOk;
+}
+
+// The raw scans of a buffer's start: meta information, encoding, and the
+// element lookups. Bytes 0-3: the group and element looked up; the buffer
+// is the rest.
+struct MetaScanRecord : DICOMINFO {
+    using DICOMINFO::ProcessMetaHeader;
+};
+
+inline int MetaScanTarget(const uint8_t* data, size_t size)
+{
+    if (size < 4)
+        return kOk;
+    uint16_t group = static_cast<uint16_t>(data[0] | (data[1] << 8));
+    uint16_t element = static_cast<uint16_t>(data[2] | (data[3] << 8));
+    const unsigned char* buffer = data + 4;
+    size_t count = size - 4;
+    auto inside = [&](const unsigned char* p) { return !p || (p >= buffer && p <= buffer + count); };
+
+    DICOMINFO::HasDicomMetaHeader(buffer, count);
+    if (DICOMINFO::GetMetaHeaderSize(buffer, count) > count)
+        return kPointerOutsideInput;
+    if (!inside(DICOMINFO::GetFirstTagAfterMetaHeader(buffer, count)))
+        return kPointerOutsideInput;
+    std::u16string text;
+    if (!inside(DICOMINFO::GetDicomTag(buffer, count, group, element, text)))
+        return kPointerOutsideInput;
+    DICOMINFO::FindTag(buffer, count, group, element, text);
+    if (count >= 8) {
+        TAG_HEADER copy;
+        std::memcpy(&copy, buffer, sizeof copy);
+        DICOMINFO::CheckExplicitVR(&copy, reinterpret_cast<const TAG_HEADER*>(buffer), count < 12 ? count : 12);
+    }
+    MetaScanRecord record;
+    bool changed = false;
+    if (!inside(record.ProcessMetaHeader(buffer, count, changed)))
+        return kPointerOutsideInput;
+    return kOk;
+}
+
+}
+

@@ -216,7 +216,20 @@ bool WriteRunSeeds(const std::string& folder, const std::string& name, const Byt
     // Frame 0 and 1 with room for the whole test frame; frame 1 with too little.
     ok = WriteSeed(folder, "fuzz_frames", name + "-f0", WithPrefix({0, 64, mode}, run)) && ok;
     ok = WriteSeed(folder, "fuzz_frames", name + "-f1", WithPrefix({1, 64, mode}, run)) && ok;
-    return WriteSeed(folder, "fuzz_frames", name + "-small", WithPrefix({1, 4, mode}, run)) && ok;
+    ok = WriteSeed(folder, "fuzz_frames", name + "-small", WithPrefix({1, 4, mode}, run)) && ok;
+    // The raw walkers read implicit VR only.
+    if (!explicitVR)
+        ok = WriteSeed(folder, "fuzz_rawwalk", name, run) && ok;
+    return ok;
+}
+
+// The raw scans look up one element: Patient's Name, Rows (behind the pixel
+// data in no seed) and the pixel data itself.
+bool WriteScanSeeds(const std::string& folder, const std::string& name, const Bytes& bytes)
+{
+    bool ok = WriteSeed(folder, "fuzz_metascan", name + "-name", WithPrefix({0x10, 0x00, 0x10, 0x00}, bytes));
+    ok = WriteSeed(folder, "fuzz_metascan", name + "-rows", WithPrefix({0x28, 0x00, 0x10, 0x00}, bytes)) && ok;
+    return WriteSeed(folder, "fuzz_metascan", name + "-pixels", WithPrefix({0xE0, 0x7F, 0x10, 0x00}, bytes)) && ok;
 }
 
 bool ReadFile(const std::string& path, Bytes& bytes)
@@ -249,6 +262,7 @@ int AddSamples(const std::string& folder, const std::string& samples)
             continue;
         std::string seedName = "sample-" + name;
         WriteSeed(folder, "fuzz_loadobject", seedName, bytes);
+        WriteScanSeeds(folder, seedName, bytes);
         ++added;
         CDicomItem root(u"Object");
         if (bytes.size() < 132 || !root.LoadObject(bytes.data(), static_cast<int>(bytes.size())))
@@ -287,12 +301,21 @@ int main(int argc, char** argv)
         ok = WriteSeed(folder, "fuzz_loadtags", "meta-group", WithPrefix({3}, Bytes(file.begin() + 132, file.end()))) &&
              ok;
     }
-    ok = WriteSeed(folder, "fuzz_loadobject", "file-explicit", FileImage("1.2.840.10008.1.2.1", DataSet(true, false))) &&
-         ok;
-    ok = WriteSeed(folder, "fuzz_loadobject", "file-implicit", FileImage("1.2.840.10008.1.2", DataSet(false, false))) &&
-         ok;
-    ok = WriteSeed(folder, "fuzz_loadobject", "file-jpeg", FileImage("1.2.840.10008.1.2.4.50", DataSet(true, true))) &&
-         ok;
+    const struct {
+        const char* name;
+        const char* transferSyntax;
+        bool explicitVR;
+        bool encapsulated;
+    } files[] = {{"file-explicit", "1.2.840.10008.1.2.1", true, false},
+                 {"file-implicit", "1.2.840.10008.1.2", false, false},
+                 {"file-jpeg", "1.2.840.10008.1.2.4.50", true, true}};
+    for (const auto& file : files) {
+        Bytes image = FileImage(file.transferSyntax, DataSet(file.explicitVR, file.encapsulated));
+        ok = WriteSeed(folder, "fuzz_loadobject", file.name, image) && ok;
+        ok = WriteScanSeeds(folder, file.name, image) && ok;
+    }
+    // A data set without meta information, as the raw scans meet it first.
+    ok = WriteScanSeeds(folder, "bare-implicit", DataSet(false, false)) && ok;
     if (!ok) {
         std::fprintf(stderr, "cannot write seeds below %s\n", folder.c_str());
         return 1;
