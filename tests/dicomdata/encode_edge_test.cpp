@@ -159,9 +159,10 @@ TEST(EncodeValues, LargeValuesGoOutInChunksAndGroup7FE1IsNeverWritten)
         return sizes;
     };
     EXPECT_EQ(callSizes(3 * chunk), (std::vector<size_t>{12, chunk, chunk, chunk, 0}));
+    EXPECT_EQ(callSizes(chunk), (std::vector<size_t>{12, chunk, 0}));
     EXPECT_EQ(callSizes(chunk - 2), (std::vector<size_t>{12, chunk - 2}));
     EXPECT_EQ(callSizes(chunk + 2), (std::vector<size_t>{12, chunk, 2}));
-    EXPECT_EQ(pixels->GetChildItemCount(u"WriteSize"), 3);
+    EXPECT_EQ(pixels->GetChildItemCount(u"WriteSize"), 4);
     std::u16string first;
     pixels->GetItemValue(u"WriteSize", first);
     EXPECT_EQ(first, u"3145728");
@@ -216,7 +217,8 @@ TEST(EncodeDicomDir, OffsetsLinkPatientStudySeriesAndImagesSkippingOtherRecords)
     data->AddTag(4, 0x1202, zero, 4, u"UL");
     CDicomItem* records = data->InsertSequence(4, 0x1220);
     std::vector<CDicomItem*> r;
-    for (const char16_t* type : {u"PATIENT ", u"STUDY ", u"SERIES", u"IMAGE ", u"PRIVATE ", u"IMAGE "}) {
+    for (const char16_t* type : {u"PATIENT ", u"STUDY ", u"SERIES", u"IMAGE ", u"PRIVATE ", u"IMAGE ", u"SERIES",
+                                  u"IMAGE "}) {
         r.push_back(records->InsertSequenceItem());
         r.back()->AddTag(4, 0x1400, zero, 4, u"UL");
         r.back()->AddTag(4, 0x1420, zero, 4, u"UL");
@@ -231,6 +233,9 @@ TEST(EncodeDicomDir, OffsetsLinkPatientStudySeriesAndImagesSkippingOtherRecords)
     EXPECT_EQ(link(r[1], 0x1420), OffsetOf(r[2]));
     EXPECT_EQ(link(r[2], 0x1420), OffsetOf(r[3]));
     EXPECT_EQ(link(r[3], 0x1400), OffsetOf(r[5]));
+    // A new series forgets the images of the one before.
+    EXPECT_EQ(link(r[2], 0x1400), OffsetOf(r[6]));
+    EXPECT_EQ(link(r[6], 0x1420), OffsetOf(r[7]));
     EXPECT_EQ(link(r[4], 0x1400) + link(r[4], 0x1420) + link(r[0], 0x1400) + link(r[5], 0x1400), 0u);
     // Every offset names an item header in the written bytes.
     Bytes out = recorder.Join();
