@@ -336,5 +336,44 @@ inline int MetaScanTarget(const uint8_t* data, size_t size)
     return kOk;
 }
 
+// The defined terms of Specific Character Set (PS3.3 C.12.1.1.2) and a few
+// labels that are not, as a damaged data set carries them.
+inline constexpr const char16_t* kCharacterSetLabels[] = {
+    u"", u"ISO_IR 6", u"ISO_IR 100", u"ISO_IR 101", u"ISO_IR 109", u"ISO_IR 110", u"ISO_IR 144", u"ISO_IR 127",
+    u"ISO_IR 126", u"ISO_IR 138", u"ISO_IR 148", u"ISO_IR 203", u"ISO_IR 13", u"ISO_IR 166", u"ISO_IR 192",
+    u"GB18030", u"GBK", u"ISO 2022 IR 6", u"ISO 2022 IR 100", u"ISO 2022 IR 101", u"ISO 2022 IR 109",
+    u"ISO 2022 IR 110", u"ISO 2022 IR 144", u"ISO 2022 IR 127", u"ISO 2022 IR 126", u"ISO 2022 IR 138",
+    u"ISO 2022 IR 148", u"ISO 2022 IR 203", u"ISO 2022 IR 13", u"ISO 2022 IR 166", u"ISO 2022 IR 87",
+    u"ISO 2022 IR 159", u"ISO 2022 IR 149", u"ISO 2022 IR 58", u" ISO_IR 192 ", u"iso_ir 100", u"ISO_IR 999",
+};
+inline constexpr const char* kTextVRs[] = {"PN", "SH", "LO", "LT", "ST", "UT", "CS", "UI", "AE", "UN", "pn", ""};
+
+// Text conversion of stored bytes under every character-set label, and
+// back. Byte 0: the label; byte 1: the VR; the value bytes are the rest.
+inline int TextTarget(const uint8_t* data, size_t size)
+{
+    if (size < 2)
+        return kOk;
+    constexpr size_t labels = sizeof kCharacterSetLabels / sizeof kCharacterSetLabels[0];
+    constexpr size_t vrs = sizeof kTextVRs / sizeof kTextVRs[0];
+    std::u16string label = kCharacterSetLabels[data[0] % labels];
+    std::string vr = kTextVRs[data[1] % vrs];
+    std::string bytes(reinterpret_cast<const char*>(data + 2), size - 2);
+    std::u16string text = CDicomItem::TranslateTagValueFromDicomToUnicode(bytes, vr, label);
+    std::string encoded = CDicomItem::TranslateTagValueFromUnicodeToDicom(text, vr, label);
+    // The same bytes stored in an element of a data set with that label,
+    // read through the element's own accessors.
+    CDicomItem dataSet(u"Data");
+    dataSet.m_sCharacterSet = std::string(label.begin(), label.end());
+    std::u16string vrWide(vr.begin(), vr.end());
+    if (CDicomItem* element = dataSet.AddTag(0x0010, 0x0010, bytes.data(), static_cast<int>(bytes.size()), vrWide)) {
+        std::u16string read;
+        element->GetTagValue(read);
+        dataSet.Format(0x0010, 0x0010, read);
+    }
+    (void)encoded;
+    return kOk;
+}
+
 }
 

@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/dicomsettings.h"
 #include "platform/text.h"
+#include "targets.h"
 
 namespace {
 
@@ -232,6 +234,26 @@ bool WriteScanSeeds(const std::string& folder, const std::string& name, const By
     return WriteSeed(folder, "fuzz_metascan", name + "-pixels", WithPrefix({0xE0, 0x7F, 0x10, 0x00}, bytes)) && ok;
 }
 
+// A text seed: the label's index in the target's list, the VR's, the bytes.
+bool WriteTextSeed(const std::string& folder, const std::string& name, const std::u16string& label,
+                   const std::string& vr, const std::string& value)
+{
+    unsigned char labelIndex = 0, vrIndex = 0;
+    for (const char16_t* known : zelfuzz::kCharacterSetLabels) {
+        if (label == known)
+            break;
+        ++labelIndex;
+    }
+    for (const char* known : zelfuzz::kTextVRs) {
+        if (vr == known)
+            break;
+        ++vrIndex;
+    }
+    if (labelIndex == sizeof zelfuzz::kCharacterSetLabels / sizeof zelfuzz::kCharacterSetLabels[0])
+        return true;  // a label the target does not try
+    return WriteSeed(folder, "fuzz_text", name, WithPrefix({labelIndex, vrIndex}, Bytes(value.begin(), value.end())));
+}
+
 bool ReadFile(const std::string& path, Bytes& bytes)
 {
     struct stat info {};
@@ -274,6 +296,14 @@ int AddSamples(const std::string& folder, const std::string& samples)
         auto* header = static_cast<CDicomItem*>(root.GetChildItem(u"Header"));
         if (metaLength == 0xFFFFFFFFu || !header || !header->GetTagValue(0x0002, 0x0010, transferSyntax))
             continue;
+        // The patient's name with the file's own character set.
+        auto* data = static_cast<CDicomItem*>(root.GetChildItem(u"Data"));
+        if (const CDicomItem* name = data ? data->GetTagItem(0x0010, 0x0010) : nullptr; name && name->GetData()) {
+            std::string label = CDicomInfoStatics::ExtractCharacterSet(data);
+            WriteTextSeed(folder, seedName, std::u16string(label.begin(), label.end()), "PN",
+                          std::string(reinterpret_cast<const char*>(name->GetData()),
+                                      static_cast<size_t>(name->GetDataSize())));
+        }
         Bytes run(bytes.begin() + 132 + metaLength, bytes.end());
         WriteRunSeeds(folder, seedName, run, CDicomItem::IsExplicitVR(Trim(transferSyntax)));
     }
@@ -314,6 +344,16 @@ int main(int argc, char** argv)
         ok = WriteSeed(folder, "fuzz_loadobject", file.name, image) && ok;
         ok = WriteScanSeeds(folder, file.name, image) && ok;
     }
+    // Text in single-byte, ISO 2022 and multi-byte character sets.
+    ok = WriteTextSeed(folder, "latin1", u"ISO_IR 100", "PN", "Buc^J\xe9r\xf4me") && ok;
+    ok = WriteTextSeed(folder, "utf8", u"ISO_IR 192", "LO", "Wang^XiaoDong=\xe7\x8e\x8b^\xe5\xb0\x8f\xe6\x9d\xb1=") && ok;
+    ok = WriteTextSeed(folder, "jis", u"ISO 2022 IR 87", "PN",
+                       "Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=\x1b$B$d$^$@\x1b(B^\x1b$B$?$m$&\x1b(B") &&
+         ok;
+    ok = WriteTextSeed(folder, "korean", u"ISO 2022 IR 149", "PN", "Hong^Gildong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce\xd4\xd7") &&
+         ok;
+    ok = WriteTextSeed(folder, "gb18030", u"GB18030", "SH", "\xcd\xf5\xd0\xa1\xb6\xab") && ok;
+    ok = WriteTextSeed(folder, "cyrillic", u"ISO_IR 144", "ST", "\xbb\xee\xda" "ce") && ok;
     // A data set without meta information, as the raw scans meet it first.
     ok = WriteScanSeeds(folder, "bare-implicit", DataSet(false, false)) && ok;
     if (!ok) {
