@@ -1,90 +1,90 @@
-// Text values: stored bytes <-> wide text, and display lines.
-// First version: the default repertoire (ISO_IR 100 / Latin-1), UTF-8
-// (ISO_IR 192) and the ANSI code page (Windows-1252).
+// Text values: stored bytes <-> wide text by the character set label of the
+// node, the character set of a data set, and display lines.
+#include <cstdio>
+
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/tagtable.h"
+#include "platform/charset.h"
+#include "platform/datetools.h"
 #include "platform/text.h"
 
 namespace {
-enum class Encoding { Latin1, Utf8, Ansi };
 
-// Windows-1252 0x80..0x9F; 0 marks the five unassigned positions.
-constexpr char16_t kCp1252High[32] = {
-    0x20AC, 0, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0, 0x017D, 0,
-    0, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0, 0x017E, 0x0178};
-
+// Only these VRs carry text in the Specific Character Set (PS3.5 6.1.2.3,
+// as far as the library applies it); all others use the ANSI code page.
 bool UsesCharacterSet(const std::string& vr)
 {
-    return EqualsNoCase(vr, std::string("SH")) || EqualsNoCase(vr, std::string("PN")) ||
-           EqualsNoCase(vr, std::string("LO")) || EqualsNoCase(vr, std::string("LT")) ||
-           EqualsNoCase(vr, std::string("UT")) || EqualsNoCase(vr, std::string("ST"));
+    static constexpr const char* kTextVRs[] = {"SH", "PN", "LO", "LT", "UT", "ST"};
+    for (const char* textVR : kTextVRs)
+        if (EqualsNoCase(vr, std::string(textVR)))
+            return true;
+    return false;
 }
 
-Encoding EncodingFor(const std::string& vr, const std::u16string& characterSet)
+int CodePageOf(const std::u16string& characterSet)
 {
-    if (!UsesCharacterSet(vr))
-        return Encoding::Ansi;
-    if (characterSet == u"ISO_IR 192")
-        return Encoding::Utf8;
-    if (characterSet == u"ISO_IR 100" || characterSet == u"ISO_IR 6")
-        return Encoding::Latin1;
-    return Encoding::Ansi;
+    return CDcmCharacterSet2CodePageReader::GetUniqueInstance().GetCodePageFromDcmCharacterSet(characterSet);
 }
 
-std::string WithoutPadding(const std::string& bytes)
+// PS3.5 6.2: a person name is encoded component by component, so that each
+// component of a multi-byte set ends in the initial code set before its "^".
+bool EncodePersonName(const std::u16string& text, int codePage, std::string& bytes)
 {
-    size_t end = bytes.size();
-    while (end > 0 && (bytes[end - 1] == ' ' || bytes[end - 1] == '\0'))
-        --end;
-    return bytes.substr(0, end);
-}
-
-std::u16string Decode(const std::string& raw, Encoding encoding)
-{
-    std::string bytes = WithoutPadding(raw);
-    if (encoding == Encoding::Utf8)
-        return Utf8ToUtf16(bytes);
-    std::u16string text(bytes.size(), u'\0');
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        auto c = static_cast<unsigned char>(bytes[i]);
-        char16_t wide = c;
-        if (encoding == Encoding::Ansi && c >= 0x80 && c < 0xA0)
-            wide = kCp1252High[c - 0x80] ? kCp1252High[c - 0x80] : c;
-        text[i] = wide;
+    int separators = CharCount(text, u'^');
+    std::string component;
+    for (int index = 0; index < separators; ++index) {
+        if (!CStringTools::TranslateFromUnicode2IsoCharSet(GetField(text, u'^', index), component, codePage))
+            return false;
+        bytes += component + "^";
     }
-    return text;
+    std::u16string rest = text.substr(static_cast<size_t>(CharIndex(text, u'^', separators - 1) + 1));
+    if (separators == 0)
+        rest = text;
+    if (!rest.empty()) {
+        if (!CStringTools::TranslateFromUnicode2IsoCharSet(rest, component, codePage))
+            return false;
+        bytes += component;
+    }
+    return true;
 }
 
-std::string Encode(const std::u16string& text, Encoding encoding)
-{
-    if (encoding == Encoding::Utf8)
-        return Utf16ToUtf8(text);
-    std::string bytes(text.size(), '?');
-    for (size_t i = 0; i < text.size(); ++i) {
-        char16_t c = text[i];
-        if (c < 0x100 && !(encoding == Encoding::Ansi && c >= 0x80 && c < 0xA0)) {
-            bytes[i] = static_cast<char>(c);
-        } else if (encoding == Encoding::Ansi) {
-            for (int k = 0; k < 32; ++k)
-                if (kCp1252High[k] == c)
-                    bytes[i] = static_cast<char>(0x80 + k);
-        }
-    }
-    return bytes;
-}
 }
 
 std::u16string CDicomItem::TranslateTagValueFromDicomToUnicode(const std::string& bytes, const std::string& vr,
                                                                const std::u16string& characterSet)
 {
-    return Decode(bytes, EncodingFor(vr, characterSet));
+    std::u16string text;
+    int codePage = CodePageOf(characterSet);
+    if (codePage != -1 && UsesCharacterSet(vr) &&
+        CStringTools::TranslateFromIsoCharSet2Unicode(bytes, text, codePage))
+        return text;
+    CStringTools::TranslateFromIsoCharSet2Unicode(bytes, text, kCodePageThreadAnsi);
+    return text;
+}
+
+bool CDicomItem::TranslateTagValueFromUnicodeToDicom(const std::u16string& text, const std::string& vr,
+                                                     const std::u16string& characterSet, std::string& bytes)
+{
+    bytes.clear();
+    int codePage = CodePageOf(characterSet);
+    if (codePage == -1 || !UsesCharacterSet(vr))
+        return CStringTools::TranslateFromUnicode2IsoCharSet(text, bytes, kCodePageThreadAnsi);
+    bool done = EqualsNoCase(vr, std::string("PN")) ? EncodePersonName(text, codePage, bytes)
+                                                    : CStringTools::TranslateFromUnicode2IsoCharSet(text, bytes, codePage);
+    if (!done)
+        bytes.clear();
+    return done;
 }
 
 std::string CDicomItem::TranslateTagValueFromUnicodeToDicom(const std::u16string& text, const std::string& vr,
                                                             const std::u16string& characterSet)
 {
-    return Encode(text, EncodingFor(vr, characterSet));
+    // Text the character set cannot hold gives no bytes rather than wrong
+    // ones; callers that must know use the form that reports it.
+    std::string bytes;
+    TranslateTagValueFromUnicodeToDicom(text, vr, characterSet, bytes);
+    return bytes;
 }
 
 bool CDicomItem::Format(int group, int element, std::u16string& text) const
@@ -92,9 +92,24 @@ bool CDicomItem::Format(int group, int element, std::u16string& text) const
     std::u16string vr, description;
     if (!CTagTable::GetTagInfo(group, element, vr, description))
         return false;
-    std::u16string value;
-    if (vr == u"LO" || vr == u"CS" || vr == u"PN" || vr == u"DA" || vr == u"TM")
-        GetTagValue(group, element, value);
+    std::u16string raw, value;
+    GetTagValue(group, element, raw);
+    if (vr == u"PN") {
+        std::u16string family, given;
+        CDicomInfoStatics::ConvertNameFromDicom(raw, family, given);
+        if (!family.empty())
+            value = given.empty() ? family : family + u" " + given;
+    } else if (vr == u"LO" || vr == u"CS") {
+        value = raw;
+    } else if (vr == u"DA" || vr == u"TM") {
+        long number = -1;
+        if (std::sscanf(WideToAscii(raw).c_str(), vr == u"DA" ? "%8ld" : "%6ld", &number) != 1)
+            number = -1;
+        if (vr == u"DA")
+            CDateTimeTools::Long2DateEx(number, value);
+        else
+            CDateTimeTools::Long2Time(number, value);
+    }
     text = description + u" : " + value;
     return true;
 }
