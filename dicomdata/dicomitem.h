@@ -147,6 +147,9 @@ public:
                                                               const std::u16string& characterSet);
     static std::string TranslateTagValueFromUnicodeToDicom(const std::u16string& text, const std::string& vr,
                                                            const std::u16string& characterSet);
+    // The same, reporting whether the character set holds the whole text.
+    static bool TranslateTagValueFromUnicodeToDicom(const std::u16string& text, const std::string& vr,
+                                                    const std::u16string& characterSet, std::string& bytes);
     bool Format(int group, int element, std::u16string& text) const;
 
     CDataInMemory* m_pFileImage = nullptr;

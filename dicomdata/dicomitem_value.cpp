@@ -62,7 +62,9 @@ bool CDicomItem::CopyData(int group, int element, const void* bytes, int size)
 
 bool CDicomItem::CopyData(const std::u16string& text)
 {
-    std::string bytes = TranslateTagValueFromUnicodeToDicom(text, GetVR(), AsciiToWide(m_sCharacterSet));
+    std::string bytes;
+    if (!TranslateTagValueFromUnicodeToDicom(text, GetVR(), AsciiToWide(m_sCharacterSet), bytes))
+        return false;
     return CopyData(bytes.data(), static_cast<int>(bytes.size()));
 }
 
