@@ -65,7 +65,7 @@ bool CDicomItem::SaveToFile(const std::u16string& path) const
         return false;
     bool saved = SaveObject(CDicomFileWriter::WriteProc, &out);
     bool closed = out.Close();
-    return saved && closed && FileExists(target);
+    return saved && closed && access(target.c_str(), F_OK) == 0;
 }
 
 bool CDicomItem::SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path)
