@@ -92,7 +92,9 @@ constexpr CodePageRow kCodePages[] = {
     {1255, "CP1255", Kind::SingleByte},
     {1256, "CP1256", Kind::SingleByte},
     {1257, "CP1257", Kind::SingleByte},
-    {932, "CP932", Kind::MultiByte},
+    // ISO_IR 13 is JIS X 0201 alone (Romaji and half-width katakana): the
+    // single-byte half of Windows-932; its double-byte lead bytes stay undefined.
+    {932, "CP932", Kind::SingleByte},
     {936, "GBK", Kind::MultiByte},
     {54936, "GB18030", Kind::MultiByte},
     {65001, "UTF-8", Kind::MultiByte},

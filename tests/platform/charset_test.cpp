@@ -1,0 +1,207 @@
+// Code pages of the DICOM defined terms and the converters behind them.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/charset.h"
+
+namespace {
+
+int CodePage(const char16_t* term)
+{
+    return CDcmCharacterSet2CodePageReader::GetUniqueInstance().GetCodePageFromDcmCharacterSet(term);
+}
+
+std::u16string Decode(const std::string& bytes, const char16_t* term)
+{
+    std::u16string text;
+    EXPECT_TRUE(CStringTools::TranslateFromIsoCharSet2Unicode(bytes, text, CodePage(term))) << "decoding";
+    return text;
+}
+
+bool Encode(const std::u16string& text, const char16_t* term, std::string& bytes)
+{
+    return CStringTools::TranslateFromUnicode2IsoCharSet(text, bytes, CodePage(term));
+}
+
+struct Sample {
+    const char16_t* term;
+    std::u16string text;
+    std::string bytes;  // the character in the standard's code table
+};
+
+// One letter of each repertoire beside ASCII, at its place in ISO 8859-x,
+// JIS X 0201, GBK, GB18030 and UTF-8.
+const Sample kSamples[] = {
+    {u"ISO_IR 100", u"J\u00E9r\u00F4me", "J\xE9r\xF4me"},
+    {u"ISO_IR 101", u"\u0141", "\xA3"},
+    {u"ISO_IR 109", u"\u0126", "\xA1"},
+    {u"ISO_IR 110", u"\u013B", "\xA6"},
+    {u"ISO_IR 144", u"\u0416", "\xB6"},
+    {u"ISO_IR 127", u"\u0642", "\xE2"},
+    {u"ISO_IR 126", u"\u0394", "\xC4"},
+    {u"ISO_IR 138", u"\u05E9", "\xF9"},
+    {u"ISO_IR 148", u"\u011F", "\xF0"},
+    {u"ISO_IR 203", u"\u20AC", "\xA4"},
+    {u"ISO_IR 166", u"\u0E01", "\xA1"},
+    {u"ISO_IR 13", u"\uFF71", "\xB1"},
+    {u"ISO_IR 192", u"\u738B", "\xE7\x8E\x8B"},
+    {u"GBK", u"\u738B", "\xCD\xF5"},
+    {u"GB18030", u"\u20AC", "\xA2\xE3"},
+    {u"ISO 2022 IR 100", u"\u00E9", "\xE9"},
+    {u"ISO 2022 IR 144", u"\u0416", "\xB6"},
+    {u"ISO 2022 IR 126", u"\u0394", "\xC4"},
+    {u"ISO 2022 IR 13", u"\uFF71", "\xB1"},
+};
+
+}
+
+TEST(CharsetTable, EveryDefinedTermHasACodePageAndOthersNone)
+{
+    const char16_t* terms[] = {
+        u"ISO_IR 6",        u"ISO_IR 100",      u"ISO_IR 101",      u"ISO_IR 109",      u"ISO_IR 110",
+        u"ISO_IR 144",      u"ISO_IR 127",      u"ISO_IR 126",      u"ISO_IR 138",      u"ISO_IR 148",
+        u"ISO_IR 203",      u"ISO_IR 13",       u"ISO_IR 166",      u"ISO 2022 IR 6",   u"ISO 2022 IR 100",
+        u"ISO 2022 IR 101", u"ISO 2022 IR 109", u"ISO 2022 IR 110", u"ISO 2022 IR 144", u"ISO 2022 IR 127",
+        u"ISO 2022 IR 126", u"ISO 2022 IR 138", u"ISO 2022 IR 148", u"ISO 2022 IR 203", u"ISO 2022 IR 13",
+        u"ISO 2022 IR 166", u"ISO 2022 IR 87",  u"ISO 2022 IR 159", u"ISO 2022 IR 149", u"ISO 2022 IR 58",
+        u"ISO_IR 192",      u"GB18030",         u"GBK"};
+    for (const char16_t* term : terms) {
+        int codePage = CodePage(term);
+        EXPECT_NE(codePage, -1) << std::string(term, term + std::char_traits<char16_t>::length(term));
+        // Each code page converts: ASCII survives the round trip.
+        std::string bytes;
+        EXPECT_TRUE(CStringTools::TranslateFromUnicode2IsoCharSet(u"DOE^JOHN", bytes, codePage));
+        EXPECT_EQ(bytes, "DOE^JOHN");
+    }
+    EXPECT_EQ(CodePage(u"ISO_IR 100"), 28591);
+    EXPECT_EQ(CodePage(u"ISO_IR 192"), 65001);
+    EXPECT_EQ(CodePage(u" ISO_IR 100 "), 28591);  // blanks of a padded CS value
+    EXPECT_EQ(CodePage(u""), -1);
+    EXPECT_EQ(CodePage(u"ISO_IR 999"), -1);
+    EXPECT_EQ(CodePage(u"iso_ir 100"), -1);  // defined terms are upper case
+    std::u16string text;
+    EXPECT_FALSE(CStringTools::TranslateFromIsoCharSet2Unicode("A", text, 12345));
+    std::string bytes;
+    EXPECT_FALSE(CStringTools::TranslateFromUnicode2IsoCharSet(u"A", bytes, 12345));
+}
+
+TEST(CharsetConversion, EachRepertoireEncodesToItsCodeTableAndBack)
+{
+    for (const auto& sample : kSamples) {
+        SCOPED_TRACE(std::string(sample.term, sample.term + std::char_traits<char16_t>::length(sample.term)));
+        std::string bytes;
+        ASSERT_TRUE(Encode(sample.text, sample.term, bytes));
+        EXPECT_EQ(bytes, sample.bytes);
+        EXPECT_EQ(Decode(sample.bytes, sample.term), sample.text);
+    }
+}
+
+TEST(CharsetConversion, TextASetCannotHoldIsReported)
+{
+    std::string bytes = "untouched";
+    EXPECT_FALSE(Encode(u"J\u00E9r\u00F4me", u"ISO_IR 6", bytes));
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_FALSE(Encode(u"\u5C71\u7530", u"ISO_IR 100", bytes));
+    EXPECT_FALSE(Encode(u"\u05E9", u"ISO_IR 126", bytes));  // Hebrew in Greek
+    EXPECT_FALSE(Encode(u"\u0416", u"ISO_IR 13", bytes));
+    EXPECT_FALSE(Encode(std::u16string(1, u'\xD800'), u"ISO_IR 192", bytes));  // lone surrogate
+    EXPECT_FALSE(Encode(u"\U0001F600", u"ISO 2022 IR 87", bytes));          // no ISO 2022 set has it
+    // A character outside the BMP goes through as a surrogate pair.
+    ASSERT_TRUE(Encode(u"\U0001F600", u"ISO_IR 192", bytes));
+    EXPECT_EQ(bytes, "\xF0\x9F\x98\x80");
+    EXPECT_EQ(Decode(bytes, u"ISO_IR 192"), u"\U0001F600");
+}
+
+TEST(CharsetConversion, InvalidBytesBecomeReplacementCharactersAndPaddingIsDropped)
+{
+    EXPECT_EQ(Decode("A\xFF" "B", u"ISO_IR 192"), u"A\uFFFDB");
+    EXPECT_EQ(Decode("\xE7\x8E", u"ISO_IR 192"), u"\uFFFD\uFFFD");  // truncated sequence
+    EXPECT_EQ(Decode("\x81", u"GB18030"), u"\uFFFD");
+    EXPECT_EQ(Decode("A\x80", u"ISO_IR 6"), u"A\uFFFD");
+    EXPECT_EQ(Decode("\xA1", u"ISO_IR 127"), u"\uFFFD");  // unassigned in ISO 8859-6
+    // Trailing blanks and NULs are padding; leading blanks and inner NULs are text.
+    EXPECT_EQ(Decode(" AB \0 \0", u"ISO_IR 100"), u" AB");
+    EXPECT_EQ(Decode(std::string("A\0B", 3), u"ISO_IR 100"), std::u16string(u"A\0B", 3));
+    EXPECT_EQ(Decode("\xE7\x8E\x8B ", u"ISO_IR 192"), u"\u738B");
+    EXPECT_EQ(Decode("    ", u"ISO_IR 100"), u"");
+    EXPECT_EQ(Decode("", u"ISO 2022 IR 87"), u"");
+}
+
+TEST(CharsetConversion, Iso2022FollowsEscapeSequencesAndResetsAtDelimiters)
+{
+    // PS3.5 H.3.1: Japanese, escape sequences in every group.
+    const std::string japanese =
+        "Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=\x1b$B$d$^$@\x1b(B^\x1b$B$?$m$&\x1b(B";
+    const std::u16string japaneseText = u"Yamada^Tarou=\u5C71\u7530^\u592A\u90CE=\u3084\u307E\u3060^\u305F\u308D\u3046";
+    // Whichever ISO 2022 term is the first value, the escapes decide.
+    for (const char16_t* term : {u"ISO 2022 IR 87", u"ISO 2022 IR 6", u"ISO 2022 IR 100", u"ISO 2022 IR 149"})
+        EXPECT_EQ(Decode(japanese, term), japaneseText);
+
+    // PS3.5 H.3.2: half-width katakana in G1 from ISO 2022 IR 13, kanji by escape.
+    EXPECT_EQ(Decode("\xd4\xcf\xc0\xde^\xc0\xdb\xb3=\x1b$B;3ED\x1b(J^\x1b$BB@O:\x1b(J=\x1b$B$d$^$@\x1b(J^"
+                     "\x1b$B$?$m$&\x1b(J",
+                     u"ISO 2022 IR 13"),
+              u"\uFF94\uFF8F\uFF80\uFF9E^\uFF80\uFF9B\uFF73=\u5C71\u7530^\u592A\u90CE=\u3084\u307E\u3060^"
+              u"\u305F\u308D\u3046");
+
+    // PS3.5 I.2: Korean, KS X 1001 designated to G1 in each component.
+    const std::string korean =
+        "Hong^Gildong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce\xd4\xd7=\x1b$)C\xc8\xab^\x1b$)C\xb1\xe6\xb5\xbf";
+    const std::u16string koreanText = u"Hong^Gildong=\u6D2A^\u5409\u6D1E=\uD64D^\uAE38\uB3D9";
+    EXPECT_EQ(Decode(korean, u"ISO 2022 IR 149"), koreanText);
+    EXPECT_EQ(Decode(korean, u"ISO 2022 IR 6"), koreanText);
+
+    // Chinese GB 2312 in G1.
+    EXPECT_EQ(Decode("Zhang^XiaoDong=\x1b$)A\xd5\xc5^\x1b$)A\xd0\xa1\xb6\xab=", u"ISO 2022 IR 58"),
+              u"Zhang^XiaoDong=\u5F20^\u5C0F\u4E1C=");
+    // JIS X 0212 in G0.
+    std::string bytes;
+    ASSERT_TRUE(Encode(u"\u4E02", u"ISO 2022 IR 159", bytes));  // not in JIS X 0208
+    EXPECT_EQ(bytes.substr(0, 4), "\x1b$(D");
+    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 159"), u"\u4E02");
+
+    // Encoding: the escape sequences the examples show, back to ASCII at the end.
+    ASSERT_TRUE(Encode(u"\u5C71\u7530", u"ISO 2022 IR 87", bytes));
+    EXPECT_EQ(bytes, "\x1b$B;3ED\x1b(B");
+    ASSERT_TRUE(Encode(u"\u6D2A", u"ISO 2022 IR 149", bytes));
+    EXPECT_EQ(bytes, "\x1b$)C\xfb\xf3");
+    ASSERT_TRUE(Encode(u"\uFF94\uFF8F", u"ISO 2022 IR 13", bytes));
+    EXPECT_EQ(bytes, "\xd4\xcf");
+    // A reset point in the text returns G0 to ASCII before it.
+    ASSERT_TRUE(Encode(u"\u5C71\\\u7530", u"ISO 2022 IR 87", bytes));
+    EXPECT_EQ(bytes, "\x1b$B;3\x1b(B\\\x1b$BED\x1b(B");
+    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 87"), u"\u5C71\\\u7530");
+}
+
+TEST(CharsetConversion, DamagedIso2022ValuesDecodeWithoutFailing)
+{
+    EXPECT_EQ(Decode("\x1b", u"ISO 2022 IR 87"), u"\uFFFD");
+    EXPECT_EQ(Decode("A\x1b$", u"ISO 2022 IR 87"), u"A\uFFFD$");
+    EXPECT_EQ(Decode("\x1b%GA", u"ISO 2022 IR 6"), u"\uFFFD%GA");  // escape the value may not use
+    EXPECT_EQ(Decode("\x1b$B;", u"ISO 2022 IR 87"), u";");         // odd byte of a pair: read as ASCII
+    EXPECT_EQ(Decode("\x1b$)C\xfb", u"ISO 2022 IR 149"), u"\uFFFD");  // lone lead byte
+    EXPECT_EQ(Decode("A\xE9", u"ISO 2022 IR 6"), u"A\uFFFD");         // no G1 set designated
+    EXPECT_EQ(Decode("\x1b$B\x7f\x7f", u"ISO 2022 IR 87"), u"\x7f\x7f");
+    // A pair outside JIS X 0208: neither byte starts a character.
+    EXPECT_EQ(Decode("\x1b$B~~\x1b(B", u"ISO 2022 IR 87"), u"\uFFFD\uFFFD");
+    EXPECT_EQ(Decode("\x82\xA0", u"ISO_IR 13"), u"\uFFFD\uFFFD");  // Shift-JIS, not JIS X 0201
+}
+
+TEST(CharsetConversion, AnsiCodePageIsWindows1252UnlessTheHostSetsAnother)
+{
+    ASSERT_EQ(GetAnsiCodePage(), 1252);
+    std::u16string text;
+    ASSERT_TRUE(CStringTools::TranslateFromIsoCharSet2Unicode("\x80", text, kCodePageThreadAnsi));
+    EXPECT_EQ(text, u"\u20AC");
+    EXPECT_FALSE(SetAnsiCodePage(42));
+    EXPECT_EQ(GetAnsiCodePage(), 1252);
+    ASSERT_TRUE(SetAnsiCodePage(1251));
+    ASSERT_TRUE(CStringTools::TranslateFromIsoCharSet2Unicode("\xC0", text, kCodePageAnsi));
+    EXPECT_EQ(text, u"\u0410");
+    std::string bytes;
+    EXPECT_FALSE(CStringTools::TranslateFromUnicode2IsoCharSet(u"\u20AC\u00E9", bytes, kCodePageThreadAnsi));
+    ASSERT_TRUE(SetAnsiCodePage(1252));
+    ASSERT_TRUE(CStringTools::TranslateFromUnicode2IsoCharSet(u"\u20AC\u00E9", bytes, kCodePageThreadAnsi));
+    EXPECT_EQ(bytes, "\x80\xE9");
+}
