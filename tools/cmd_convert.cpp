@@ -115,10 +115,16 @@ int RunConvert(int argc, char** argv)
             return Fail(FormatText("cannot rewrite %s in place (it is unchanged)", in));
         return 0;
     }
+    struct stat before {};
+    bool existed = stat(out, &before) == 0;
     bool saved = root->SaveToFile(Utf8ToUtf16(out));
     delete root;
     if (!saved) {
-        unlink(out);  // an incomplete output is not a DICOM file
+        // An incomplete output is no DICOM file; only a file that this run
+        // created is removed (never a device or someone's existing file).
+        struct stat after {};
+        if (!existed && stat(out, &after) == 0 && S_ISREG(after.st_mode))
+            unlink(out);
         return Fail(FormatText("cannot write %s", out));
     }
     return 0;

@@ -48,6 +48,9 @@ TEST(ConvertCli, ArgumentsAndFailuresGiveAnErrorLineAndNoOutput)
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.err.find(Scratch("missing.dcm")), std::string::npos);
     EXPECT_EQ(RunCli({"convert", in, Scratch("no-dir/out.dcm")}).status, 1);
+    // A failed write removes nothing that was there before.
+    EXPECT_EQ(RunCli({"convert", in, "/dev/full"}).status, 1);
+    EXPECT_EQ(access("/dev/full", F_OK), 0);
     // Compressed data cannot change encoding, but is copied as it stands.
     for (const char* option : {"--implicit", "--explicit"}) {
         CliResult refused = RunCli({"convert", option, jpeg, out});
