@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -111,7 +112,13 @@ int RunConvert(int argc, char** argv)
     if (std::strcmp(in, out) == 0 || SameFile(in, out)) {
         // The values point into IN's image: only the rewrite that completes a
         // temporary copy before replacing IN is safe.
-        if (!CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(in)))
+        // Through a symbolic link, the file it names is replaced, not the link.
+        std::string target = in;
+        if (char* resolved = realpath(in, nullptr)) {
+            target = resolved;
+            std::free(resolved);
+        }
+        if (!CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(target)))
             return Fail(FormatText("cannot rewrite %s in place (it is unchanged)", in));
         return 0;
     }
