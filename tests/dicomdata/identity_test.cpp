@@ -1,0 +1,187 @@
+// Identity settings, the library version read at start-up, module names and
+// the translation lookup.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/dicomsettings.h"
+#include "dicomdata/dicomtools.h"
+#include "platform/dlltools.h"
+#include "platform/language.h"
+#include "platform/match.h"
+#include "platform/text.h"
+#include "zeldicom_version.h"
+
+namespace {
+
+// Restores the process-wide identity settings a test changes.
+class IdentityGuard {
+public:
+    IdentityGuard()
+        : m_root(CDicomInfoStatics::GetDicomRoot()), m_major(CDicomInfoStatics::GetVersionMajor()),
+          m_minor(CDicomInfoStatics::GetVersionMinor()), m_rev(CDicomInfoStatics::GetVersionRev())
+    {
+    }
+    ~IdentityGuard()
+    {
+        CDicomInfoStatics::SetDicomRoot(m_root);
+        CDicomInfoStatics::SetVersionMajor(m_major);
+        CDicomInfoStatics::SetVersionMinor(m_minor);
+        CDicomInfoStatics::SetVersionRev(m_rev);
+    }
+
+private:
+    std::u16string m_root;
+    int m_major, m_minor, m_rev;
+};
+
+std::u16string ElementText(const CDicomItem& header, int group, int element)
+{
+    std::u16string text = u"<absent>";
+    header.GetTagValue(group, element, text);
+    return text;
+}
+
+}
+
+TEST(Identity, VersionReadAtStartUpIsTheProjectVersion)
+{
+    // The project version as CMakeLists.txt declares it, read independently
+    // of the generated header.
+    std::ifstream cmake(ZELDICOM_SOURCE_DIR "/CMakeLists.txt");
+    std::stringstream content;
+    content << cmake.rdbuf();
+    std::smatch match;
+    std::string text = content.str();
+    ASSERT_TRUE(std::regex_search(text, match, std::regex(R"(project\(ZelDicom VERSION (\d+)\.(\d+)\.(\d+))")));
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), std::stoi(match[1]));
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMinor(), std::stoi(match[2]));
+    EXPECT_EQ(CDicomInfoStatics::GetVersionRev(), std::stoi(match[3]));
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), ZELDICOM_VERSION_MAJOR);
+
+    // The module entry reads the same numbers again; the version reader
+    // knows only this library.
+    IdentityGuard guard;
+    CDicomInfoStatics::SetVersionMajor(0);
+    CDicomInfoStatics::SetVersionRev(99);
+    EXPECT_TRUE(ZelDicomModuleAttach());
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), std::stoi(match[1]));
+    EXPECT_EQ(CDicomInfoStatics::GetVersionRev(), std::stoi(match[3]));
+    EXPECT_TRUE(ZelDicomModuleDetach());
+    uint16_t major = 7, minor = 7, revision = 7, build = 7;
+    std::u16string versionText = u"x";
+    EXPECT_FALSE(CDllTools::GetDllVersion(u"ZelTools", major, minor, revision, build, versionText));
+    EXPECT_EQ(major, 7);
+    EXPECT_TRUE(CDllTools::GetDllVersion(u"zeldicom", major, minor, revision, build, versionText));
+    EXPECT_EQ(versionText, AsciiToWide(match[1].str() + "." + match[2].str() + "." + match[3].str()));
+}
+
+TEST(Identity, ImplementationVersionNameIsPaddedToEvenLength)
+{
+    IdentityGuard guard;
+    CDicomInfoStatics::SetVersionMajor(1);
+    CDicomInfoStatics::SetVersionMinor(2);
+    CDicomInfoStatics::SetVersionRev(3);
+    EXPECT_EQ(CDicomTools::GetVqImplementationVersionName(), u"1_2_3 ");
+    CDicomInfoStatics::SetVersionRev(30);
+    EXPECT_EQ(CDicomTools::GetVqImplementationVersionName(), u"1_2_30");
+    CDicomInfoStatics::SetVersionMajor(10);
+    EXPECT_EQ(CDicomTools::GetVqImplementationVersionName(), u"10_2_30 ");
+
+    // New file meta information carries it, and the root as (0002,0012).
+    CDicomInfoStatics::SetDicomRoot(u"");
+    CDicomItem* header = CDicomItem::CreateMetaHeader(u"1.2.840.10008.5.1.4.1.1.7", u"1.2.3", u"1.2.840.10008.1.2.1");
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(ElementText(*header, 0x0002, 0x0012), u"");
+    EXPECT_EQ(ElementText(*header, 0x0002, 0x0013), u"10_2_30");
+    delete header;
+
+    EXPECT_EQ(CDicomTools::GetDefaultISOCharacterset(), u"ISO_IR 100");
+    CDicomItem node(u"Data");
+    EXPECT_EQ(AsciiToWide(node.m_sCharacterSet), CDicomTools::GetDefaultISOCharacterset());
+}
+
+TEST(Identity, UidRootPrefixesGeneratedUids)
+{
+    IdentityGuard guard;
+    CDicomInfoStatics::SetDicomRoot(u"");
+    EXPECT_EQ(CDicomInfoStatics::GetDicomRoot(), u"");
+    std::u16string uid = CDicomItem::GetUID();
+    ASSERT_FALSE(uid.empty());
+    EXPECT_EQ(uid[0], u'.');
+
+    CDicomInfoStatics::SetDicomRoot(u"1.2.3");
+    CDicomInfoStatics::SetDicomRoot(u"1.2.826.0.1.3680043.9.7");  // the last one set counts
+    EXPECT_EQ(CDicomInfoStatics::GetDicomRoot(), u"1.2.826.0.1.3680043.9.7");
+    uid = CDicomItem::GetUID();
+    EXPECT_EQ(uid.rfind(u"1.2.826.0.1.3680043.9.7.", 0), 0u);
+    EXPECT_LE(uid.size(), 64u);
+    // Root, machine, yyyymmddhhmmss, session ticket: digits between dots.
+    std::u16string rest = uid.substr(24);
+    EXPECT_EQ(CharCount(rest, u'.'), 2);
+    EXPECT_TRUE(Match(GetField(rest, u'.', 1), "dddddddddddddd"));
+    EXPECT_NE(CDicomItem::GetUID(), uid);
+
+    // The other settings are plain stored copies.
+    CDicomInfoStatics::SetDicomCompanyName(u"ACME");
+    CDicomInfoStatics::SetDicomApplicationName(u"VIEWER");
+    EXPECT_EQ(CDicomInfoStatics::GetDicomCompanyName(), u"ACME");
+    EXPECT_EQ(CDicomInfoStatics::GetDicomApplicationName(), u"VIEWER");
+    CDicomInfoStatics::SetDicomCompanyName(u"");
+    CDicomInfoStatics::SetDicomApplicationName(u"");
+}
+
+TEST(Identity, TagValueTestRecordCopiesAllFields)
+{
+    CTagValueTest empty;
+    EXPECT_EQ(empty.m_nFirst, -1);
+    EXPECT_EQ(empty.m_nSecond, -1);
+    EXPECT_TRUE(empty.m_sFirst.empty() && empty.m_sSecond.empty());
+    CTagValueTest filled;
+    filled.m_nFirst = 1;
+    filled.m_nSecond = 2;
+    filled.m_sFirst = u"a";
+    filled.m_sSecond = u"b";
+    CTagValueTest copy(filled);
+    EXPECT_EQ(copy.m_nFirst, 1);
+    EXPECT_EQ(copy.m_nSecond, 2);
+    EXPECT_EQ(copy.m_sFirst, u"a");
+    EXPECT_EQ(copy.m_sSecond, u"b");
+    empty = filled;
+    EXPECT_EQ(empty.m_nSecond, 2);
+    EXPECT_EQ(empty.m_sSecond, u"b");
+}
+
+TEST(ModuleServices, ModuleNamesAndTranslations)
+{
+    std::u16string exe = CDllTools::GetCallingExeName();
+    EXPECT_EQ(exe, u"test_dicomdata");
+    std::u16string dll = CDllTools::GetCallingDllName();
+    EXPECT_EQ(dll.find(u'/'), std::u16string::npos);
+    // Linked statically the library is part of the program; as a shared
+    // object it has its own name.
+    if (dll.rfind(u"libzeldicom", 0) != 0) {
+        EXPECT_EQ(dll, exe);
+    }
+    EXPECT_EQ(GetFileNameWithoutPath(u"/a/b/c.so"), u"c.so");
+    EXPECT_EQ(GetFileNameWithoutPath(u"plain"), u"plain");
+    EXPECT_EQ(GetFileNameWithoutPath(u"dir/"), u"");
+
+    // Without a text, the key stands for itself.
+    EXPECT_EQ(CLanguageProvider::GetTranslationTextFromDll(u"Print", u"Printer busy"), u"Printer busy");
+    EXPECT_FALSE(CLanguageProvider::RegisterDll(1));
+    auto& service = CTranslationService::GetUniqueInstance();
+    service.SetText(dll, u"Print", u"Printer busy", u"Imprimante occup\u00E9e");
+    service.SetText(u"Other.so", u"Print", u"Printer busy", u"Drucker belegt");
+    EXPECT_EQ(CLanguageProvider::GetTranslationTextFromDll(u"Print", u"Printer busy"), u"Imprimante occup\u00E9e");
+    EXPECT_EQ(CLanguageProvider::GetTranslationTextFromExternalLib(u"Print", u"Printer busy", u"other.so"),
+              u"Drucker belegt");
+    EXPECT_EQ(CLanguageProvider::GetTranslationTextFromDll(u"Worklist", u"Printer busy"), u"Printer busy");
+    EXPECT_TRUE(CLanguageProvider::RegisterDll(1));
+    service.SetText(exe, u"Print", u"Printer busy", u"exe text");
+    EXPECT_EQ(CLanguageProvider::GetTranslationTextFromExe(u"Print", u"Printer busy"), u"exe text");
+}
