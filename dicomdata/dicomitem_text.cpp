@@ -55,9 +55,8 @@ std::u16string CDicomItem::TranslateTagValueFromDicomToUnicode(const std::string
                                                                const std::u16string& characterSet)
 {
     std::u16string text;
-    int codePage = CodePageOf(characterSet);
-    if (codePage != -1 && UsesCharacterSet(vr) &&
-        CStringTools::TranslateFromIsoCharSet2Unicode(bytes, text, codePage))
+    int codePage = UsesCharacterSet(vr) ? CodePageOf(characterSet) : -1;
+    if (codePage != -1 && CStringTools::TranslateFromIsoCharSet2Unicode(bytes, text, codePage))
         return text;
     CStringTools::TranslateFromIsoCharSet2Unicode(bytes, text, kCodePageThreadAnsi);
     return text;

@@ -268,14 +268,20 @@ std::u16string EffectiveVR(int group, int element, const std::u16string& vr)
 CDicomItem* CDicomItem::AddTag(int group, int element, const std::u16string& text, const std::u16string& vr)
 {
     std::u16string useVR = EffectiveVR(group, element, vr);
-    std::string bytes = TranslateTagValueFromUnicodeToDicom(text, WideToAscii(useVR), AsciiToWide(m_sCharacterSet));
+    std::string bytes;
+    // Text the data set's character set cannot hold is refused, not stored damaged.
+    if (!TranslateTagValueFromUnicodeToDicom(text, WideToAscii(useVR), AsciiToWide(m_sCharacterSet), bytes))
+        return nullptr;
     return AddTag(group, element, bytes.data(), static_cast<int>(bytes.size()), useVR);
 }
 
 CDicomItem* CDicomItem::InsertTag(int group, int element, const std::u16string& text, const std::u16string& vr)
 {
     std::u16string useVR = EffectiveVR(group, element, vr);
-    std::string bytes = TranslateTagValueFromUnicodeToDicom(text, WideToAscii(useVR), AsciiToWide(m_sCharacterSet));
+    std::string bytes;
+    // Text the data set's character set cannot hold is refused, not stored damaged.
+    if (!TranslateTagValueFromUnicodeToDicom(text, WideToAscii(useVR), AsciiToWide(m_sCharacterSet), bytes))
+        return nullptr;
     return InsertTag(group, element, bytes.data(), static_cast<int>(bytes.size()), useVR);
 }
 

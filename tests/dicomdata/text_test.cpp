@@ -88,6 +88,9 @@ TEST(TextValues, TreeEncodesWithTheNodeLabelAndReportsWhatItCannotHold)
     EXPECT_TRUE(data.CopyData(0x0010, 0x0010, u"\u0416"));
     EXPECT_EQ(Stored(name), std::string("\xB6 ", 2));
     EXPECT_EQ(ToDicom(u"\u5C71\u7530", "PN", u"ISO_IR 144"), "");
+    EXPECT_EQ(data.AddTag(0x0010, 0x1001, u"\u5C71\u7530", u""), nullptr);
+    EXPECT_EQ(data.InsertTag(0x0010, 0x1001, u"\u5C71\u7530", u""), nullptr);
+    EXPECT_EQ(data.GetTagItem(0x0010, 0x1001), nullptr);
 
     // The same tree in UTF-8 takes anything.
     CDicomItem utf8(u"Data");
