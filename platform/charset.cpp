@@ -159,8 +159,9 @@ constexpr GraphicSetRow kGraphicSets[kGraphicSetCount] = {
 };
 
 // An ISO 2022 code page: the sets in G0 and G1 when a value (or, after a
-// reset, a component or line) starts, and the double-byte set to try first
-// when encoding ideographs that several sets hold.
+// reset, a component or line) starts, and for the CJK terms the double-byte
+// set to try first, before any other, when encoding (kanji, hanja and hanzi
+// overlap, and JIS X 0208 also holds Greek and Cyrillic letters).
 struct Iso2022Row {
     int codePage;
     GraphicSet g0;
@@ -169,29 +170,30 @@ struct Iso2022Row {
 };
 
 constexpr Iso2022Row kIso2022CodePages[] = {
-    {50006, kAscii, kNoSet, kJisX0208},
-    {50100, kAscii, kLatin1, kJisX0208},
-    {50101, kAscii, kLatin2, kJisX0208},
-    {50109, kAscii, kLatin3, kJisX0208},
-    {50110, kAscii, kLatin4, kJisX0208},
-    {50144, kAscii, kCyrillic, kJisX0208},
-    {50127, kAscii, kArabic, kJisX0208},
-    {50126, kAscii, kGreek, kJisX0208},
-    {50138, kAscii, kHebrew, kJisX0208},
-    {50148, kAscii, kLatin5, kJisX0208},
-    {50203, kAscii, kLatin9, kJisX0208},
+    {50006, kAscii, kNoSet, kNoSet},
+    {50100, kAscii, kLatin1, kNoSet},
+    {50101, kAscii, kLatin2, kNoSet},
+    {50109, kAscii, kLatin3, kNoSet},
+    {50110, kAscii, kLatin4, kNoSet},
+    {50144, kAscii, kCyrillic, kNoSet},
+    {50127, kAscii, kArabic, kNoSet},
+    {50126, kAscii, kGreek, kNoSet},
+    {50138, kAscii, kHebrew, kNoSet},
+    {50148, kAscii, kLatin5, kNoSet},
+    {50203, kAscii, kLatin9, kNoSet},
     {50013, kJisRoman, kKatakana, kJisX0208},
-    {50166, kAscii, kThai, kJisX0208},
+    {50166, kAscii, kThai, kNoSet},
     {50087, kAscii, kNoSet, kJisX0208},
     {50159, kAscii, kNoSet, kJisX0208},
     {50149, kAscii, kKsX1001, kKsX1001},
     {50058, kAscii, kGb2312, kGb2312},
 };
 
-// Order in which the encoder looks for a set that holds a character.
-constexpr GraphicSet kEncodeOrder[] = {kJisX0208, kJisX0212, kKatakana, kKsX1001, kGb2312, kLatin1,
-                                       kLatin2,   kLatin3,   kLatin4,   kCyrillic, kArabic, kGreek,
-                                       kHebrew,   kLatin5,   kLatin9,   kThai};
+// Order in which the encoder looks for a set that holds a character, after
+// the first value's own sets: alphabets in their single-byte sets first.
+constexpr GraphicSet kEncodeOrder[] = {kLatin1,  kLatin2,   kLatin3,  kLatin4,  kCyrillic, kArabic,
+                                       kGreek,   kHebrew,   kLatin5,  kLatin9,  kThai,     kJisX0208,
+                                       kJisX0212, kKatakana, kKsX1001, kGb2312};
 
 int g_ansiCodePage = 1252;
 
@@ -592,7 +594,8 @@ bool EncodeIso2022(const Iso2022Row& row, const std::u16string& text, std::strin
         size_t count = 0;
         if (row.g1 != kNoSet)
             candidates[count++] = row.g1;
-        candidates[count++] = row.preferred;
+        if (row.preferred != kNoSet)
+            candidates[count++] = row.preferred;
         for (GraphicSet set : kEncodeOrder)
             candidates[count++] = set;
         bool done = false;

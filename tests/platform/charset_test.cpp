@@ -168,6 +168,16 @@ TEST(CharsetConversion, Iso2022FollowsEscapeSequencesAndResetsAtDelimiters)
     EXPECT_EQ(bytes, "\x1b$)C\xfb\xf3");
     ASSERT_TRUE(Encode(u"\uFF94\uFF8F", u"ISO 2022 IR 13", bytes));
     EXPECT_EQ(bytes, "\xd4\xcf");
+    // Another alphabet goes to G1 in its own 96-character set; a CJK first
+    // value keeps its own double-byte set first (JIS X 0208 has Cyrillic).
+    ASSERT_TRUE(Encode(u"\u00E9\u0394", u"ISO 2022 IR 100", bytes));
+    EXPECT_EQ(bytes, "\xE9\x1b-F\xC4");
+    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 100"), u"\u00E9\u0394");
+    ASSERT_TRUE(Encode(u"\u0416", u"ISO 2022 IR 6", bytes));
+    EXPECT_EQ(bytes, "\x1b-L\xB6");
+    ASSERT_TRUE(Encode(u"\u0416", u"ISO 2022 IR 87", bytes));
+    EXPECT_EQ(bytes, "\x1b$B'(\x1b(B");
+    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 87"), u"\u0416");
     // A reset point in the text returns G0 to ASCII before it.
     ASSERT_TRUE(Encode(u"\u5C71\\\u7530", u"ISO 2022 IR 87", bytes));
     EXPECT_EQ(bytes, "\x1b$B;3\x1b(B\\\x1b$BED\x1b(B");
