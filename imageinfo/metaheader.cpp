@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/dicomtools.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
@@ -13,17 +14,6 @@ namespace {
 
 constexpr uint32_t kPreambleSize = 128;
 constexpr unsigned char kMagic[4] = {'D', 'I', 'C', 'M'};
-
-// The Implementation Version Name written into new meta information: the
-// library version as "%d_%d_%d", one blank appended when odd, so the value
-// needs no further padding.
-std::u16string ImplementationVersionName()
-{
-    std::u16string name = DICOMINFO::DefaultImplementationVersionName();
-    if (name.size() % 2 != 0)
-        name += u' ';
-    return name;
-}
 
 }
 
@@ -54,7 +44,7 @@ CDicomItem* CDicomItem::CreateMetaHeader(const std::u16string& sopClassUID, cons
                  header->AddTag(0x0002, 0x0003, sopInstanceUID, u"") &&
                  header->AddTag(0x0002, 0x0010, transferSyntax, u"") &&
                  header->AddTag(0x0002, 0x0012, DICOMINFO::GetDicomRoot(), u"") &&
-                 header->AddTag(0x0002, 0x0013, ImplementationVersionName(), u"");
+                 header->AddTag(0x0002, 0x0013, CDicomTools::GetVqImplementationVersionName(), u"");
     if (!added) {
         delete header;
         return nullptr;
