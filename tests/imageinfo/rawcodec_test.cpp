@@ -26,7 +26,7 @@ Bytes Take(CDynBuffer& buffer)
 using Tags = std::vector<std::pair<int, int>>;
 void Record(TAG_HEADER* header, void* context)
 {
-    static_cast<Tags*>(context)->emplace_back(header->wGroup, header->wElement);
+    static_cast<Tags*>(context)->emplace_back(int{header->wGroup}, int{header->wElement});
 }
 // A string, an undefined-length sequence with a defined and an undefined
 // item, a string with blanks around it and a US.
