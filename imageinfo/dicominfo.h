@@ -27,7 +27,10 @@ struct metaHeaderInfo {
 typedef void (*DICOM_TAG_PROC)(TAG_HEADER* element, void* context);
 
 struct DICOMINFO : public CDicomInfoStatics {
-    // --- file meta information fields (imageinfo/metascan.cpp fills some)
+    // --- file meta information fields: the first seven form metaHeaderInfo
+    // (CreateMetaHeaderBuffer reads them); ProcessMetaHeader sets
+    // bHasMetaHeader, bBigEndian and sTransferSyntax. The record's image
+    // fields take their places around these in the record's own order.
     int nMetaVersion = 0x0100;
     std::u16string sMediaStorageSOPClassUID;
     std::u16string sMediaStorageSOPInstanceUID;
