@@ -57,6 +57,23 @@ bool IsDelimiter(int group, int element)
     return (group == 0xFFFE && (element == 0xE00D || element == 0xE0DD)) || (group == 0xFFFC && element == 0xFFFC);
 }
 
+// The "Size" attribute's text: the length as a signed decimal (-1 for undefined).
+std::u16string SizeText(uint32_t length)
+{
+    int64_t value = static_cast<int32_t>(length);
+    char16_t digits[12];
+    char16_t* end = digits + 12;
+    char16_t* p = end;
+    uint64_t magnitude = value < 0 ? static_cast<uint64_t>(-value) : static_cast<uint64_t>(value);
+    do {
+        *--p = static_cast<char16_t>(u'0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude);
+    if (value < 0)
+        *--p = u'-';
+    return std::u16string(p, end);
+}
+
 std::u16string TwoLetters(const unsigned char* p)
 {
     return std::u16string{static_cast<char16_t>(p[0]), static_cast<char16_t>(p[1])};
@@ -177,6 +194,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             currentGroup = group;
         }
         auto* item = new CDicomItem(ElementName(element));
+        item->m_children.reserve(isItem ? 3 : 2);  // "VR", "Size" (and "ParentVR")
         item->m_sCharacterSet = m_sCharacterSet;
         groupItem->AddItem(item);
         const unsigned char* value = p + headerSize;
@@ -190,7 +208,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         if (!vr.empty())
             item->AddItem(new CDicomItem(u"VR", vr));
         if (length != 0)
-            item->AddItem(new CDicomItem(u"Size", AsciiToWide(FormatText("%d", static_cast<int32_t>(length)))));
+            item->AddItem(new CDicomItem(u"Size", SizeText(length)));
         if (!fits || (!undefined && length > INT32_MAX))
             return kFailed;
 

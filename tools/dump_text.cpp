@@ -8,7 +8,9 @@
 // Values are read only as far as they are shown: text up to kTextBytes,
 // numbers up to kMaxNumbers, binary as a kHexBytes preview. Pixel data
 // beyond its preview is never touched.
+#include <charconv>
 #include <cstring>
+#include <unordered_map>
 
 #include "dicomdata/tagtable.h"
 #include "platform/text.h"
@@ -22,7 +24,7 @@ constexpr size_t kHexBytes = 16;      // shown bytes of a binary value
 constexpr size_t kNameColumn = 56;    // where "# length, name" starts (after the indent)
 constexpr std::string_view kCut = "...";
 
-std::string AttributeName(int group, int element)
+std::string LookUpAttributeName(int group, int element)
 {
     std::u16string vr, description;
     if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
@@ -34,6 +36,31 @@ std::string AttributeName(int group, int element)
     return "?";
 }
 
+// Names are looked up once per tag: a series of files repeats the same tags.
+const std::string& AttributeName(int group, int element)
+{
+    static std::unordered_map<uint32_t, std::string> names;
+    uint32_t key = (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
+    auto found = names.find(key);
+    if (found == names.end())
+        found = names.emplace(key, LookUpAttributeName(group, element)).first;
+    return found->second;
+}
+
+void AppendHex4(std::string& out, int number)
+{
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    for (int shift = 12; shift >= 0; shift -= 4)
+        out.push_back(kDigits[(number >> shift) & 0xF]);
+}
+
+void AppendDecimal(std::string& out, long number)
+{
+    char digits[24];
+    auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    out.append(digits, end);
+}
+
 // Text shown on one line: control characters (CR, LF, TAB in LT/UT values)
 // become blanks, and the value is cut after kTextChars characters.
 std::string OneLineText(const std::u16string& text, bool cut)
@@ -42,7 +69,9 @@ std::string OneLineText(const std::u16string& text, bool cut)
     for (char16_t& c : shown)
         if (c < 0x20)
             c = u' ';
-    std::string line = "[" + Utf16ToUtf8(shown) + "]";
+    std::string line(1, '[');
+    line += Utf16ToUtf8(shown);
+    line.push_back(']');
     if (cut || text.size() > kTextChars)
         line += kCut;
     return line;
@@ -90,10 +119,16 @@ std::string TagListValue(const CDicomItem& node)
         if (i > 0)
             text.push_back('\\');
         std::string tag = FormatAttributeTag(node.GetData(), i);
-        text += "(" + tag.substr(0, 4) + "," + tag.substr(4) + ")";
+        text.push_back('(');
+        text.append(tag, 0, 4);
+        text.push_back(',');
+        text.append(tag, 4, std::string::npos);
+        text.push_back(')');
     }
-    if (shown < count)
-        text += "\\" + std::string(kCut);
+    if (shown < count) {
+        text.push_back('\\');
+        text += kCut;
+    }
     return text;
 }
 
@@ -101,8 +136,10 @@ std::string BinaryValue(const CDicomItem& node)
 {
     size_t size = static_cast<size_t>(node.GetDataSize());
     std::string text = HexPreview(node.GetData(), size, kHexBytes);
-    if (size > kHexBytes)
-        text += " " + std::string(kCut);
+    if (size > kHexBytes) {
+        text.push_back(' ');
+        text += kCut;
+    }
     return text;
 }
 
@@ -151,9 +188,14 @@ public:
     }
 
 private:
-    void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const char* name)
+    void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const std::string& name)
     {
-        std::string line = FormatText("(%04X,%04X) ", e.group, e.element);
+        std::string& line = m_line;
+        line.assign(1, '(');
+        AppendHex4(line, e.group);
+        line.push_back(',');
+        AppendHex4(line, e.element);
+        line += ") ";
         line += vr.empty() ? std::string_view("--") : IsPrintableVR(vr) ? vr : std::string_view("??");
         line.push_back(' ');
         line += value;
@@ -161,7 +203,13 @@ private:
         if (line.size() < column)
             line.append(column - line.size(), ' ');
         int size = e.node->GetDataSize();
-        line += size == -1 ? std::string(" # u/l, ") : FormatText(" # %d, ", size);
+        if (size == -1) {
+            line += " # u/l, ";
+        } else {
+            line += " # ";
+            AppendDecimal(line, size);
+            line += ", ";
+        }
         line += name;
         line.push_back('\n');
         m_out.Indent(level);
@@ -171,7 +219,7 @@ private:
     void Element(const DumpElement& e, int level)
     {
         std::string vr = e.node->GetVR();
-        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element).c_str());
+        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element));
         if (const CDicomItem* items = ItemGroupOf(*e.node))
             Items(*items, level + 1);
     }
@@ -193,22 +241,25 @@ private:
     {
         const CDicomItem& node = *e.node;
         if (e.element == 0xE00D) {
-            Line(level, e, "", "(item delimiter)", "Item Delimitation Item");
+            static const std::string kName = "Item Delimitation Item";
+            Line(level, e, "", "(item delimiter)", kName);
             return;
         }
         if (e.element == 0xE0DD) {
-            Line(level, e, "", "(sequence delimiter)", "Sequence Delimitation Item");
+            static const std::string kName = "Sequence Delimitation Item";
+            Line(level, e, "", "(sequence delimiter)", kName);
             return;
         }
         if (e.element != 0xE000) {
             Line(level, e, node.GetVR(), node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)",
-                 AttributeName(e.group, e.element).c_str());
+                 AttributeName(e.group, e.element));
             return;
         }
         std::u16string parentVR;
         node.GetItemValue(std::u16string(u"ParentVR"), parentVR);
         if (parentVR == u"SQ") {
-            Line(level, e, "", FormatText("(item %d)", number), "Item");
+            static const std::string kName = "Item";
+            Line(level, e, "", FormatText("(item %d)", number), kName);
             DataSet(node, level + 1);
             return;
         }
@@ -216,10 +267,12 @@ private:
         // first one is the basic offset table), or a stray item.
         std::string value = FormatText("(fragment %d) ", number - 1);
         value += node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)";
-        Line(level, e, "", value, number == 1 ? "Item (basic offset table)" : "Item");
+        static const std::string kTable = "Item (basic offset table)", kItem = "Item";
+        Line(level, e, "", value, number == 1 ? kTable : kItem);
     }
 
     DumpOutput& m_out;
+    std::string m_line;  // reused: one allocation for all lines
 };
 }
 
