@@ -174,3 +174,46 @@ TEST(CharsetConversion, AnsiCodePageIsWindows1252UnlessTheHostSetsAnother)
     ASSERT_TRUE(CStringTools::TranslateFromUnicode2IsoCharSet(u"\u20AC\u00E9", bytes, kCodePageThreadAnsi));
     EXPECT_EQ(bytes, "\x80\xE9");
 }
+
+TEST(CharsetConversion, AnyTextEncodedComesBackAndAnyBytesDecodeBounded)
+{
+    const char16_t* terms[] = {u"ISO_IR 6",        u"ISO_IR 100",      u"ISO_IR 126",      u"ISO_IR 144",
+                               u"ISO_IR 13",       u"ISO_IR 166",      u"ISO_IR 192",      u"GB18030",
+                               u"GBK",             u"ISO 2022 IR 6",   u"ISO 2022 IR 100", u"ISO 2022 IR 13",
+                               u"ISO 2022 IR 87",  u"ISO 2022 IR 159", u"ISO 2022 IR 149", u"ISO 2022 IR 58"};
+    // Letters of several scripts, delimiters and the characters that switch
+    // or end code sets, mixed at random (fixed seed).
+    const std::u16string pool = u"Az^=\\ \u00E9\u00DF\u0394\u0416\u05E9\u0E01\u3042\u30A2\uFF71\u5C71\u4E02\uD64D"
+                                u"\u5F20\u20AC\r\n";
+    uint32_t seed = 12345;
+    auto next = [&seed] {
+        seed = seed * 1103515245u + 12345u;
+        return seed >> 16;
+    };
+    for (int round = 0; round < 300; ++round) {
+        std::u16string text;
+        size_t length = next() % 12;
+        for (size_t k = 0; k < length; ++k)
+            text += pool[next() % pool.size()];
+        text += u'x';  // trailing blanks would be taken for padding
+        std::string raw;
+        for (size_t k = 0, rawLength = next() % 40; k < rawLength; ++k)
+            raw += static_cast<char>(k % 7 == 3 ? 0x1B : next() & 0xFF);
+        for (const char16_t* term : terms) {
+            std::string bytes;
+            if (Encode(text, term, bytes))
+                EXPECT_EQ(Decode(bytes, term), text);
+            else
+                EXPECT_TRUE(bytes.empty());
+            std::u16string decoded = Decode(raw, term);
+            EXPECT_LE(decoded.size(), raw.size());
+            if (std::u16string(term).rfind(u"ISO 2022", 0) == 0) {
+                EXPECT_EQ(decoded.find(u'\x1B'), std::u16string::npos);
+            }
+        }
+    }
+    // Every ISO 2022 term and UTF-8 hold the whole pool.
+    std::string bytes;
+    for (const char16_t* term : {u"ISO 2022 IR 6", u"ISO 2022 IR 87", u"ISO_IR 192"})
+        EXPECT_TRUE(Encode(pool + u"x", term, bytes));
+}
