@@ -15,16 +15,26 @@ namespace {
 // as far as the library applies it); all others use the ANSI code page.
 bool UsesCharacterSet(const std::string& vr)
 {
-    static constexpr const char* kTextVRs[] = {"SH", "PN", "LO", "LT", "UT", "ST"};
-    for (const char* textVR : kTextVRs)
-        if (EqualsNoCase(vr, std::string(textVR)))
+    static constexpr char kTextVRs[][3] = {"SH", "PN", "LO", "LT", "UT", "ST"};
+    if (vr.size() != 2)
+        return false;
+    char first = static_cast<char>(vr[0] & ~0x20), second = static_cast<char>(vr[1] & ~0x20);  // upper case
+    for (const auto& textVR : kTextVRs)
+        if (first == textVR[0] && second == textVR[1])
             return true;
     return false;
 }
 
 int CodePageOf(const std::u16string& characterSet)
 {
-    return CDcmCharacterSet2CodePageReader::GetUniqueInstance().GetCodePageFromDcmCharacterSet(characterSet);
+    // A data set's values share one label: remember the last answer.
+    thread_local std::u16string lastLabel = u"\x01";
+    thread_local int lastCodePage = -1;
+    if (characterSet != lastLabel) {
+        lastCodePage = CDcmCharacterSet2CodePageReader::GetUniqueInstance().GetCodePageFromDcmCharacterSet(characterSet);
+        lastLabel = characterSet;
+    }
+    return lastCodePage;
 }
 
 // PS3.5 6.2: a person name is encoded component by component, so that each

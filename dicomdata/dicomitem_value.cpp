@@ -8,6 +8,21 @@
 #include "platform/match.h"
 #include "platform/text.h"
 
+namespace {
+// The node's label as wide text; the values of a tree share a few labels,
+// so the last conversion is kept.
+const std::u16string& WideLabel(const std::string& label)
+{
+    thread_local std::string lastLabel;
+    thread_local std::u16string lastWide;
+    if (label != lastLabel || lastWide.empty()) {
+        lastWide = AsciiToWide(label);
+        lastLabel = label;
+    }
+    return lastWide;
+}
+}
+
 void CDicomItem::SetData(const unsigned char* bytes, int size, bool owns)
 {
     if (m_bToBeFree)
@@ -63,7 +78,7 @@ bool CDicomItem::CopyData(int group, int element, const void* bytes, int size)
 bool CDicomItem::CopyData(const std::u16string& text)
 {
     std::string bytes;
-    if (!TranslateTagValueFromUnicodeToDicom(text, GetVR(), AsciiToWide(m_sCharacterSet), bytes))
+    if (!TranslateTagValueFromUnicodeToDicom(text, GetVR(), WideLabel(m_sCharacterSet), bytes))
         return false;
     return CopyData(bytes.data(), static_cast<int>(bytes.size()));
 }
@@ -89,7 +104,7 @@ bool CDicomItem::GetTagValue(const std::string& vr, std::u16string& text) const
         return true;
     }
     std::string bytes(reinterpret_cast<const char*>(m_pData), static_cast<size_t>(m_nDataSize));
-    text = TranslateTagValueFromDicomToUnicode(bytes, vr, AsciiToWide(m_sCharacterSet));
+    text = TranslateTagValueFromDicomToUnicode(bytes, vr, WideLabel(m_sCharacterSet));
     return true;
 }
 

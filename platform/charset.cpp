@@ -5,6 +5,7 @@
 #include "platform/charset.h"
 
 #include <iconv.h>
+#include <mutex>
 
 #include <array>
 #include <cerrno>
@@ -335,43 +336,44 @@ struct SingleByteTable {
     std::array<char16_t, 256> chars;  // U+FFFD where the code page defines no character
 };
 
-const std::vector<SingleByteTable>& SingleByteTables()
+// The 256 characters of a single-byte code page, asked of iconv once.
+bool BuildTable(const CodePageRow& row, SingleByteTable& table)
 {
-    static const std::vector<SingleByteTable> tables = [] {
-        std::vector<SingleByteTable> built;
-        for (const auto& row : kCodePages) {
-            if (row.kind != Kind::SingleByte)
-                continue;
-            iconv_t cd = iconv_open("UTF-16LE", row.iconvName);
-            if (cd == reinterpret_cast<iconv_t>(-1))
-                continue;
-            SingleByteTable table{row.codePage, {}};
-            for (int b = 0; b < 256; ++b) {
-                char in[1] = {static_cast<char>(b)};
-                char out[4] = {};
-                char* inPtr = in;
-                char* outPtr = out;
-                size_t inLeft = 1, outLeft = sizeof(out);
-                iconv(cd, nullptr, nullptr, nullptr, nullptr);
-                size_t done = iconv(cd, &inPtr, &inLeft, &outPtr, &outLeft);
-                bool single = done != static_cast<size_t>(-1) && sizeof(out) - outLeft == 2;
-                table.chars[b] = single ? static_cast<char16_t>(static_cast<unsigned char>(out[0]) |
-                                                                (static_cast<unsigned char>(out[1]) << 8))
-                                        : u'\xFFFD';
-            }
-            iconv_close(cd);
-            built.push_back(table);
-        }
-        return built;
-    }();
-    return tables;
+    iconv_t cd = iconv_open("UTF-16LE", row.iconvName);
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return false;
+    table.codePage = row.codePage;
+    for (int b = 0; b < 256; ++b) {
+        char in[1] = {static_cast<char>(b)};
+        char out[4] = {};
+        char* inPtr = in;
+        char* outPtr = out;
+        size_t inLeft = 1, outLeft = sizeof(out);
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        size_t done = iconv(cd, &inPtr, &inLeft, &outPtr, &outLeft);
+        bool single = done != static_cast<size_t>(-1) && sizeof(out) - outLeft == 2;
+        table.chars[b] = single ? static_cast<char16_t>(static_cast<unsigned char>(out[0]) |
+                                                        (static_cast<unsigned char>(out[1]) << 8))
+                                : u'\xFFFD';
+    }
+    iconv_close(cd);
+    return true;
 }
 
+// Each table is built on its first use: a process that meets only Latin-1
+// and the ANSI code page builds two of them.
 const SingleByteTable* FindTable(int codePage)
 {
-    for (const auto& table : SingleByteTables())
-        if (table.codePage == codePage)
-            return &table;
+    constexpr size_t kRows = std::size(kCodePages);
+    static std::once_flag built[kRows];
+    static SingleByteTable tables[kRows];
+    static bool valid[kRows];
+    for (size_t i = 0; i < kRows; ++i) {
+        if (kCodePages[i].codePage != codePage || kCodePages[i].kind != Kind::SingleByte)
+            continue;
+        std::call_once(built[i], [i] { valid[i] = BuildTable(kCodePages[i], tables[i]); });
+        return valid[i] ? &tables[i] : nullptr;
+    }
     return nullptr;
 }
 
@@ -680,6 +682,19 @@ bool CStringTools::TranslateFromIsoCharSet2Unicode(const std::string& bytes, std
         text.reserve(value.size());
         for (char b : value)
             text += table->chars[static_cast<unsigned char>(b)];
+        return true;
+    }
+    // The multi-byte sets DICOM names without code extensions (UTF-8, GB18030,
+    // GBK) keep ASCII as their one-byte range, so plain ASCII needs no iconv.
+    if (codePage == kCodePageUtf8) {
+        text = Utf8ToUtf16(value);
+        return true;
+    }
+    bool ascii = true;
+    for (char b : value)
+        ascii = ascii && static_cast<unsigned char>(b) < 0x80;
+    if (ascii) {
+        text.assign(value.begin(), value.end());
         return true;
     }
     return DecodeIconv(row->iconvName, value, text);
