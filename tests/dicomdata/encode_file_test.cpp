@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "dicomdata/datawriter.h"
@@ -17,23 +15,6 @@
 using namespace parsefix;
 
 namespace {
-std::string Scratch(const std::string& name)
-{
-    return "/tmp/zeldicom-h2-" + std::to_string(getpid()) + "-" + name;
-}
-
-Bytes ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteFile(const std::string& path, const Bytes& bytes)
-{
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
-}
-
 // An implicit VR image with a 1 MiB pixel value.
 Bytes SampleFile(const std::string& name)
 {
@@ -56,7 +37,7 @@ const std::string& LastError() { return CAuditManager::GetUniqueInstance().GetLa
 TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
 {
     CAuditManager::GetUniqueInstance().SetQuiet(true);
-    std::string source = Scratch("source.dcm"), copy = Scratch("copy.dcm");
+    std::string source = ScratchPath("source.dcm"), copy = ScratchPath("copy.dcm");
     WriteFile(source, SampleFile("DOE^JOHN"));
     CDicomItem* root = LoadAndEdit(source);
     EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
@@ -64,7 +45,7 @@ TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
     // Truncating its own mapped source would pull the values from under it.
     EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(source)));
     EXPECT_EQ(ReadFile(source), SampleFile("DOE^JOHN"));
-    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(Scratch("no-such-dir/x.dcm"))));
+    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(ScratchPath("no-such-dir/x.dcm"))));
     // A full disk: the error line carries the system's text, code, count, path.
     EXPECT_FALSE(root->SaveToFile(u"/dev/full"));
     EXPECT_EQ(LastError(), "CDicomFileWriter::WriteProc: System Error : No space left on device System Error Code : 28 "
@@ -78,7 +59,7 @@ TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
 TEST(EncodeInPlace, FailedRewritesLeaveTheOriginalByteIdenticalAndGoodOnesReplaceIt)
 {
     CAuditManager::GetUniqueInstance().SetQuiet(true);
-    std::string path = Scratch("keep.dcm"), temporary = path + ".tmp";
+    std::string path = ScratchPath("keep.dcm"), temporary = path + ".tmp";
     const Bytes original = SampleFile("DOE^JOHN");
     WriteFile(path, original);
     chmod(path.c_str(), 0640);

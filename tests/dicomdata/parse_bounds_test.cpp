@@ -3,8 +3,6 @@
 // exactly sized heap copies, so a read past the end shows under ASan.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <memory>
 
 #include "dicomdata/dicomitem.h"
@@ -37,12 +35,6 @@ bool LoadsAsFile(const unsigned char* bytes, size_t size)
     bool loaded = root.LoadObject(copy.get(), static_cast<int>(size));
     EXPECT_EQ(loaded, root.GetLoadError().empty());
     return loaded;
-}
-
-Bytes ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Nested undefined-length sequences, each with one undefined-length item.

@@ -3,9 +3,6 @@
 // should not) shows up by name.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <map>
 
@@ -14,32 +11,6 @@
 #include "platform/text.h"
 
 namespace {
-void ListFiles(const std::string& dir, const std::string& relative, std::vector<std::string>& out)
-{
-    DIR* handle = opendir(dir.c_str());
-    if (!handle)
-        return;
-    while (dirent* entry = readdir(handle)) {
-        std::string name = entry->d_name;
-        if (name == "." || name == ".." || name == "__pycache__")
-            continue;
-        std::string path = dir + "/" + name;
-        struct stat info {};
-        if (stat(path.c_str(), &info) != 0)
-            continue;
-        if (S_ISDIR(info.st_mode))
-            ListFiles(path, relative + name + "/", out);
-        else if (S_ISREG(info.st_mode))
-            out.push_back(relative + name);
-    }
-    closedir(handle);
-}
-
-bool EndsWith(const std::string& text, const std::string& tail)
-{
-    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
-
 // Files that are DICOM but are refused, with the reason expected.
 const std::map<std::string, std::string>& ExpectedRefusals()
 {
@@ -67,8 +38,8 @@ const std::map<std::string, std::string>& ExpectedRefusals()
 // Files of the corpus that are not DICOM at all.
 bool IsNotDicom(const std::string& name)
 {
-    for (const char* tail : {".txt", ".json", ".dump", ".md", ".gz", ".py", "/README"})
-        if (EndsWith(name, tail))
+    for (std::string tail : {".txt", ".json", ".dump", ".md", ".gz", ".py", "/README"})
+        if (name.size() >= tail.size() && name.compare(name.size() - tail.size(), tail.size(), tail) == 0)
             return true;
     return false;
 }
@@ -79,9 +50,9 @@ TEST(ParseCorpus, EveryFileLoadsOrIsRefusedForItsKnownReason)
     std::string corpus = parsefix::PydicomDataDir();
     if (corpus.empty())
         GTEST_SKIP() << "pydicom's sample data is not installed";
-    std::vector<std::string> files;
-    for (const char* folder : {"test_files", "charset_files", "palettes"})
-        ListFiles(corpus + "/" + folder, std::string(folder) + "/", files);
+    std::vector<std::string> files = parsefix::CorpusFiles(corpus);
+    for (std::string& path : files)
+        path.erase(0, corpus.size() + 1);
     ASSERT_GT(files.size(), 100u);
 
     int loaded = 0, refused = 0;

@@ -3,46 +3,16 @@
 // text pydicom decodes from the same file.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "dicomdata/dicomitem.h"
+#include "parse_fixtures.h"
 #include "platform/text.h"
 
 namespace {
-
-const char* kPython = "/usr/bin/python3";
-
-std::string CharsetFolder()
-{
-    std::string folder = "/usr/lib/python3/dist-packages/pydicom/data/charset_files";
-    FILE* pipe = popen("/usr/bin/python3 -c \"import pydicom,os;print(os.path.dirname(pydicom.__file__))\" "
-                       "2>/dev/null",
-                       "r");
-    if (pipe) {
-        char line[512] = {};
-        if (std::fgets(line, sizeof(line), pipe)) {
-            std::string found(line);
-            while (!found.empty() && (found.back() == '\n' || found.back() == '\r'))
-                found.pop_back();
-            if (!found.empty())
-                folder = found + "/data/charset_files";
-        }
-        pclose(pipe);
-    }
-    return folder;
-}
-
-std::string FromHex(const std::string& hex)
-{
-    std::string bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    return bytes;
-}
+using parsefix::FromHex;
 
 struct Expected {
     std::string vr;
@@ -53,25 +23,16 @@ struct Expected {
 std::map<std::string, std::map<std::string, Expected>> PydicomValues(const std::string& folder)
 {
     std::map<std::string, std::map<std::string, Expected>> values;
-    std::string command = std::string(kPython) + " " ZELDICOM_SOURCE_DIR "/tests/dicomdata/text_charset_values.py '" +
-                          folder + "' 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe)
-        return values;
-    std::string line;
-    int c;
-    while ((c = std::fgetc(pipe)) != EOF) {
-        if (c != '\n') {
-            line += static_cast<char>(c);
-            continue;
-        }
+    std::istringstream lines(parsefix::RunShell("/usr/bin/python3 " ZELDICOM_SOURCE_DIR
+                                                "/tests/dicomdata/text_charset_values.py '" + folder + "'",
+                                                false)
+                                 .second);
+    for (std::string line; std::getline(lines, line);) {
         size_t tab1 = line.find('\t'), tab2 = line.find('\t', tab1 + 1), tab3 = line.find('\t', tab2 + 1);
-        if (tab1 != std::string::npos && tab2 != std::string::npos && tab3 != std::string::npos)
+        if (tab3 != std::string::npos)
             values[line.substr(0, tab1)][line.substr(tab1 + 1, tab2 - tab1 - 1)] = {
                 line.substr(tab2 + 1, tab3 - tab2 - 1), Utf8ToUtf16(FromHex(line.substr(tab3 + 1)))};
-        line.clear();
     }
-    pclose(pipe);
     return values;
 }
 
@@ -109,9 +70,9 @@ std::u16string Group(const std::u16string& name, int index)
 
 TEST(TextCorpus, CharsetSamplesDecodeAsPydicomDecodesThem)
 {
-    if (access(kPython, X_OK) != 0)
-        GTEST_SKIP() << "no " << kPython;
-    std::string folder = CharsetFolder();
+    if (parsefix::PydicomDataDir().empty())
+        GTEST_SKIP() << "pydicom's sample data is not installed";
+    std::string folder = parsefix::PydicomDataDir() + "/charset_files";
     auto expected = PydicomValues(folder);
     if (expected.empty())
         GTEST_SKIP() << "pydicom or its charset samples are missing";

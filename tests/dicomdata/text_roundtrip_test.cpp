@@ -3,14 +3,13 @@
 // by pydicom with the full Specific Character Set.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "dicomdata/dicomitem.h"
+#include "parse_fixtures.h"
 #include "platform/text.h"
 
 namespace {
@@ -61,22 +60,6 @@ const RoundTrip kCases[] = {
      "this pydicom keeps the G1 designation ESC $ ) A in the text"},
 };
 
-std::string Hex(const std::string& bytes)
-{
-    std::string hex;
-    for (unsigned char b : bytes)
-        hex += FormatText("%02x", b);
-    return hex;
-}
-
-std::string FromHex(const std::string& hex)
-{
-    std::string bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    return bytes;
-}
-
 }
 
 TEST(TextRoundTrips, NamesSurviveTheTreeInEveryCharacterSetAndPydicomReadsThem)
@@ -107,26 +90,16 @@ TEST(TextRoundTrips, NamesSurviveTheTreeInEveryCharacterSetAndPydicomReadsThem)
     {
         std::ofstream out(input);
         for (const auto& [index, bytes] : stored)
-            out << index << '\t' << Hex(bytes) << '\t' << kCases[std::stoul(index)].characterSets << '\n';
+            out << index << '\t' << parsefix::ToHex(bytes) << '\t' << kCases[std::stoul(index)].characterSets << '\n';
     }
-    std::string command = "/usr/bin/python3 " ZELDICOM_SOURCE_DIR "/tests/dicomdata/text_pydicom_decode.py '" + input +
-                          "' 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::map<std::string, std::u16string> decoded;
-    char line[4096];
-    while (std::fgets(line, sizeof(line), pipe)) {
-        std::string text(line);
-        size_t tab = text.find('\t');
-        if (tab == std::string::npos)
-            continue;
-        std::string hex = text.substr(tab + 1);
-        while (!hex.empty() && (hex.back() == '\n' || hex.back() == '\r'))
-            hex.pop_back();
-        decoded[text.substr(0, tab)] = Utf8ToUtf16(FromHex(hex));
-    }
-    int status = pclose(pipe);
+    auto [status, output] = parsefix::RunShell(
+        "/usr/bin/python3 " ZELDICOM_SOURCE_DIR "/tests/dicomdata/text_pydicom_decode.py '" + input + "'", false);
     std::remove(input.c_str());
+    std::map<std::string, std::u16string> decoded;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);)
+        if (size_t tab = line.find('\t'); tab != std::string::npos)
+            decoded[line.substr(0, tab)] = Utf8ToUtf16(parsefix::FromHex(line.substr(tab + 1)));
     if (decoded.empty() && status != 0)
         GTEST_SKIP() << "pydicom is not available";
     for (const auto& [index, bytes] : stored) {

@@ -2,10 +2,7 @@
 // of buffers and files, compression types, and new files read back by the
 // peers (DCMTK's dcmdump, pydicom).
 #include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cstring>
-#include <fstream>
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/parse_fixtures.h"
@@ -45,21 +42,9 @@ Bytes Meta(const std::u16string& transferSyntax)
 }
 std::string TempFile(const std::string& name, const Bytes& bytes)
 {
-    std::string path = "/tmp/zeldicom-h4-" + std::to_string(getpid()) + "-" + name;
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    std::string path = ScratchPath(name);
+    WriteFile(path, bytes);
     return path;
-}
-std::pair<int, std::string> Shell(const std::string& command)  // exit status, stdout + stderr
-{
-    std::string output;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe)
-        return {-1, output};
-    char chunk[4096];
-    for (size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;)
-        output.append(chunk, n);
-    int status = pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 void FillDataSet(CDicomItem& data)
 {
@@ -101,10 +86,7 @@ TEST(MetaInformation, BufferAndTreeForms)
     EXPECT_EQ(DICOMINFO::GetFirstTagAfterMetaHeader(head.data(), head.size()), head.data() + head.size());
 
     DICOMINFO::SetDicomRoot(u"1.2.826.0.1.3680043.2.1125");
-    int major = DICOMINFO::GetVersionMajor(), minor = DICOMINFO::GetVersionMinor(), rev = DICOMINFO::GetVersionRev();
-    DICOMINFO::SetVersionMajor(1), DICOMINFO::SetVersionMinor(2), DICOMINFO::SetVersionRev(3);
     CDicomItem* header = CDicomItem::CreateMetaHeader(kSopClass, kInstance, u"1.2.840.10008.1.2");
-    DICOMINFO::SetVersionMajor(major), DICOMINFO::SetVersionMinor(minor), DICOMINFO::SetVersionRev(rev);
     ASSERT_NE(header, nullptr);
     ASSERT_EQ(header->GetDataSize(), 132);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(header->GetData()) + 128, 4), "DICM");
@@ -119,7 +101,6 @@ TEST(MetaInformation, BufferAndTreeForms)
     EXPECT_EQ(value(0x0001), std::string("\0\1", 2));
     EXPECT_EQ(value(0x0010), std::string("1.2.840.10008.1.2\0", 18));
     EXPECT_EQ(value(0x0012), "1.2.826.0.1.3680043.2.1125");
-    EXPECT_EQ(value(0x0013), "1_2_3 ");  // odd: one blank appended
     delete header;
 }
 
@@ -245,8 +226,8 @@ TEST(MetaInformation, FileTests)
 // with a CreateMetaHeader "Header"; dcmdump and pydicom read them cleanly.
 TEST(MetaInformation, NewFilesReadByPeers)
 {
-    bool dcmdump = Shell("command -v dcmdump").first == 0;
-    bool pydicom = Shell("/usr/bin/python3 -c 'import pydicom'").first == 0;
+    bool dcmdump = RunShell("command -v dcmdump").first == 0;
+    bool pydicom = RunShell("/usr/bin/python3 -c 'import pydicom'").first == 0;
     if (!dcmdump && !pydicom)
         GTEST_SKIP() << "neither dcmdump nor pydicom is installed";
     CDicomItem data(u"Data");
@@ -284,7 +265,7 @@ TEST(MetaInformation, NewFilesReadByPeers)
         std::string path = TempFile("new.dcm", Contents(*buffer));
         std::string syntax = buffer == &fromWriters ? "1.2.840.10008.1.2" : "1.2.840.10008.1.2.1";
         if (dcmdump) {
-            auto [status, out] = Shell("dcmdump " + path);
+            auto [status, out] = RunShell("dcmdump " + path);
             EXPECT_EQ(status, 0) << out;
             EXPECT_EQ(out.find("W: "), std::string::npos) << out;
             EXPECT_EQ(out.find("E: "), std::string::npos) << out;
@@ -295,7 +276,7 @@ TEST(MetaInformation, NewFilesReadByPeers)
                 << out;
         }
         if (pydicom) {
-            auto [status, out] = Shell(
+            auto [status, out] = RunShell(
                 "/usr/bin/python3 -W error -c \"import pydicom; from pydicom import config; "
                 "config.settings.reading_validation_mode = config.RAISE; d = pydicom.dcmread('" + path + "'); "
                 "print(d.file_meta.TransferSyntaxUID, d.PatientName, d.ReferencedImageSequence[0].ReferencedSOPInstanceUID)\"");

@@ -1,7 +1,6 @@
 // The raw scans agree with the element tree on pydicom's sample corpus, and
 // survive its files cut short.
 #include <gtest/gtest.h>
-#include <dirent.h>
 
 #include <algorithm>
 
@@ -57,50 +56,44 @@ TEST(MetaScanCorpus, RawScansAgreeWithTheTree)
     if (root.empty())
         GTEST_SKIP() << "pydicom's sample data is not installed";
     int loaded = 0, compared = 0;
-    for (const char* sub : {"test_files", "charset_files", "palettes"}) {
-        DIR* dir = opendir((root + "/" + sub).c_str());
-        for (dirent* entry; dir && (entry = readdir(dir));) {
-            std::string path = root + "/" + sub + "/" + entry->d_name;
-            CDataInMemory image(AsciiToWide(path));
-            CDicomItem object(u"Object");
-            if (!image.IsValid() || !object.LoadObject(image.GetData(), static_cast<int>(image.GetSize())))
-                continue;
-            ++loaded;
-            SCOPED_TRACE(path);
-            const unsigned char* bytes = image.GetData();
-            size_t size = static_cast<size_t>(image.GetSize());
-            std::string vr = CTagTable::FindVR(bytes[132] | bytes[133] << 8, bytes[134] | bytes[135] << 8);
-            bool explicitMeta = vr.empty() || (bytes[136] == vr[0] && bytes[137] == vr[1]);
-            CDicomItem meta(u"Header");
-            uint32_t metaBytes = meta.LoadTags(bytes + 132, static_cast<int>(size - 132), explicitMeta, 0x0002);
-            EXPECT_EQ(DICOMINFO::GetMetaHeaderSize(bytes, size), 132 + metaBytes);
-            std::u16string syntax;
-            meta.GetTagValue(0x0002, 0x0010, syntax);
-            EXPECT_EQ(DICOMINFO::GetFileTransferSyntax(AsciiToWide(path)), Trim(syntax));
+    for (const std::string& path : parsefix::CorpusFiles(root)) {
+        CDataInMemory image(AsciiToWide(path));
+        CDicomItem object(u"Object");
+        if (!image.IsValid() || !object.LoadObject(image.GetData(), static_cast<int>(image.GetSize())))
+            continue;
+        ++loaded;
+        SCOPED_TRACE(path);
+        const unsigned char* bytes = image.GetData();
+        size_t size = static_cast<size_t>(image.GetSize());
+        std::string vr = CTagTable::FindVR(bytes[132] | bytes[133] << 8, bytes[134] | bytes[135] << 8);
+        bool explicitMeta = vr.empty() || (bytes[136] == vr[0] && bytes[137] == vr[1]);
+        CDicomItem meta(u"Header");
+        uint32_t metaBytes = meta.LoadTags(bytes + 132, static_cast<int>(size - 132), explicitMeta, 0x0002);
+        EXPECT_EQ(DICOMINFO::GetMetaHeaderSize(bytes, size), 132 + metaBytes);
+        std::u16string syntax;
+        meta.GetTagValue(0x0002, 0x0010, syntax);
+        EXPECT_EQ(DICOMINFO::GetFileTransferSyntax(AsciiToWide(path)), Trim(syntax));
 
-            auto* data = static_cast<CDicomItem*>(object.GetChildItem(u"Data"));
-            if (DICOMINFO::GetFirstTagAfterMetaHeader(bytes, size) != bytes + 132 + metaBytes ||
-                UsesUnsteppableVR(data))
-                continue;  // a group length that is off, or UT and friends
-            for (const CXmlItem* groupNode : data->m_children) {
-                int group = CDicomItem::ParseGroupName(groupNode->m_sName);
-                for (const CXmlItem* node : groupNode->m_children) {
-                    int element = CDicomItem::ParseElementName(node->m_sName);
-                    if (group < 0 || element < 0 || group >= 0x7FE0)
-                        continue;
-                    auto* e = static_cast<const CDicomItem*>(node);
-                    std::u16string found;
-                    const unsigned char* value = DICOMINFO::GetDicomTag(bytes, size, group, element, found);
-                    ASSERT_NE(value, nullptr) << FormatText("(%04X,%04X)", group, element);
-                    ++compared;
-                    bool same = value == e->GetData() || (!e->GetData() && found.empty());
-                    EXPECT_TRUE(same || (value < e->GetData() && HoldsValueAt(data, group, element, value)))
-                        << FormatText("(%04X,%04X) at offset %td", group, element, value - bytes);
-                }
+        auto* data = static_cast<CDicomItem*>(object.GetChildItem(u"Data"));
+        if (DICOMINFO::GetFirstTagAfterMetaHeader(bytes, size) != bytes + 132 + metaBytes ||
+            UsesUnsteppableVR(data))
+            continue;  // a group length that is off, or UT and friends
+        for (const CXmlItem* groupNode : data->m_children) {
+            int group = CDicomItem::ParseGroupName(groupNode->m_sName);
+            for (const CXmlItem* node : groupNode->m_children) {
+                int element = CDicomItem::ParseElementName(node->m_sName);
+                if (group < 0 || element < 0 || group >= 0x7FE0)
+                    continue;
+                auto* e = static_cast<const CDicomItem*>(node);
+                std::u16string found;
+                const unsigned char* value = DICOMINFO::GetDicomTag(bytes, size, group, element, found);
+                ASSERT_NE(value, nullptr) << FormatText("(%04X,%04X)", group, element);
+                ++compared;
+                bool same = value == e->GetData() || (!e->GetData() && found.empty());
+                EXPECT_TRUE(same || (value < e->GetData() && HoldsValueAt(data, group, element, value)))
+                    << FormatText("(%04X,%04X) at offset %td", group, element, value - bytes);
             }
         }
-        if (dir)
-            closedir(dir);
     }
     EXPECT_GT(loaded, 40);
     EXPECT_GT(compared, 1000);

@@ -10,17 +10,6 @@
 using namespace parsefix;
 
 namespace {
-std::string Scratch(const std::string& name)
-{
-    return "/tmp/zeldicom-h2-cli-" + std::to_string(getpid()) + "-" + name;
-}
-
-Bytes Read(const std::string& path)
-{
-    std::string bytes = ReadText(path);
-    return Bytes(bytes.begin(), bytes.end());
-}
-
 // The same data set in both encodings, written out by hand: the private
 // creator has no dictionary VR and is UN in explicit VR; implicit pixel data
 // without Bits Allocated is OB.
@@ -37,17 +26,17 @@ const Bytes kJpeg = fileImage("1.2.840.10008.1.2.4.50",
 
 TEST(ConvertCli, ArgumentsAndFailuresGiveAnErrorLineAndNoOutput)
 {
-    std::string in = Scratch("in.dcm"), out = Scratch("out.dcm"), jpeg = Scratch("jpeg.dcm");
+    std::string in = ScratchPath("in.dcm"), out = ScratchPath("out.dcm"), jpeg = ScratchPath("jpeg.dcm");
     ASSERT_TRUE(WriteBytes(in, kImplicit) && WriteBytes(jpeg, kJpeg));
     EXPECT_EQ(RunCli({"convert", in}).status, 2);
     EXPECT_EQ(RunCli({"convert", "--implicit", "--explicit", in, out}).status, 2);
     CliResult unknown = RunCli({"convert", "--big-endian", in, out});
     EXPECT_EQ(unknown.status, 2);
     EXPECT_NE(unknown.err.find("unknown option '--big-endian'"), std::string::npos);
-    CliResult missing = RunCli({"convert", Scratch("missing.dcm"), out});
+    CliResult missing = RunCli({"convert", ScratchPath("missing.dcm"), out});
     EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find(Scratch("missing.dcm")), std::string::npos);
-    EXPECT_EQ(RunCli({"convert", in, Scratch("no-dir/out.dcm")}).status, 1);
+    EXPECT_NE(missing.err.find(ScratchPath("missing.dcm")), std::string::npos);
+    EXPECT_EQ(RunCli({"convert", in, ScratchPath("no-dir/out.dcm")}).status, 1);
     // A failed write removes nothing that was there before.
     EXPECT_EQ(RunCli({"convert", in, "/dev/full"}).status, 1);
     EXPECT_EQ(access("/dev/full", F_OK), 0);
@@ -59,32 +48,32 @@ TEST(ConvertCli, ArgumentsAndFailuresGiveAnErrorLineAndNoOutput)
     }
     EXPECT_NE(access(out.c_str(), F_OK), 0);
     EXPECT_EQ(RunCli({"convert", jpeg, out}).status, 0);
-    EXPECT_EQ(Read(out), kJpeg);
+    EXPECT_EQ(ReadFile(out), kJpeg);
     for (const std::string& path : {in, out, jpeg})
         unlink(path.c_str());
 }
 
 TEST(ConvertCli, SwitchesEncodingsAndRewritesInPlaceOnlyThroughACompleteCopy)
 {
-    std::string path = Scratch("same.dcm"), out = Scratch("explicit.dcm");
+    std::string path = ScratchPath("same.dcm"), out = ScratchPath("explicit.dcm");
     ASSERT_TRUE(WriteBytes(path, kImplicit));
     EXPECT_EQ(RunCli({"convert", "--explicit", path, out}).status, 0);
-    EXPECT_EQ(Read(out), kExplicit);
+    EXPECT_EQ(ReadFile(out), kExplicit);
     EXPECT_EQ(RunCli({"convert", "--explicit", out, out}).status, 0);
-    EXPECT_EQ(Read(out), kExplicit);
+    EXPECT_EQ(ReadFile(out), kExplicit);
     // In place, named once plainly and once through "/./".
     std::string spelled = "/tmp/./" + path.substr(5);
     EXPECT_EQ(RunCli({"convert", "--explicit", path, spelled}).status, 0);
-    EXPECT_EQ(Read(path), kExplicit);
+    EXPECT_EQ(ReadFile(path), kExplicit);
     EXPECT_EQ(RunCli({"convert", "--implicit", path, path}).status, 0);
-    EXPECT_EQ(Read(path), kImplicit);
+    EXPECT_EQ(ReadFile(path), kImplicit);
     EXPECT_NE(access((path + ".tmp").c_str(), F_OK), 0);
     // When the temporary copy cannot be made, the file stays as it was.
     ASSERT_EQ(mkdir((path + ".tmp").c_str(), 0700), 0);
     CliResult blocked = RunCli({"convert", "--explicit", path, path});
     EXPECT_EQ(blocked.status, 1);
     EXPECT_NE(blocked.err.find("cannot rewrite " + path + " in place"), std::string::npos) << blocked.err;
-    EXPECT_EQ(Read(path), kImplicit);
+    EXPECT_EQ(ReadFile(path), kImplicit);
     rmdir((path + ".tmp").c_str());
     unlink(path.c_str());
     unlink(out.c_str());

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
@@ -43,25 +41,6 @@ const std::map<std::string, std::string> kJsonVerdicts = {
     {"test_files/badVR.dcm", "error"},
 };
 
-std::string Scratch(const std::string& name)
-{
-    return "/tmp/zeldicom-h2-corpus-" + std::to_string(getpid()) + "-" + name;
-}
-
-std::vector<std::string> CorpusFiles(const std::string& dataDir)
-{
-    std::vector<std::string> files;
-    for (const char* folder : {"test_files", "charset_files", "palettes"}) {
-        std::error_code error;
-        for (auto it = std::filesystem::recursive_directory_iterator(dataDir + "/" + folder, error);
-             !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
-            if (it->is_regular_file())
-                files.push_back(it->path().string());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
-
 // dcmdump's warning and error lines, the file's path taken out.
 std::set<std::string> Complaints(const std::string& path)
 {
@@ -93,9 +72,9 @@ TEST(ConvertCorpus, RewritesAreReadCleanlyAndKeepTheirBytesAndJson)
     bool haveDcmdump = access(kDcmdump, X_OK) == 0;
     std::string pairs;
     std::vector<std::string> outputs;
-    for (const std::string& source : CorpusFiles(dataDir)) {
+    for (const std::string& source : parsefix::CorpusFiles(dataDir)) {
         std::string name = source.substr(dataDir.size() + 1);
-        std::string output = Scratch(std::to_string(outputs.size()) + ".dcm");
+        std::string output = parsefix::ScratchPath(std::to_string(outputs.size()) + ".dcm");
         if (RunCli({"convert", source, output}).status != 0) {
             // Only files that the library refuses to load stay unconverted.
             EXPECT_FALSE(CDicomItem(u"Object").LoadObject(Utf8ToUtf16(source))) << name;
@@ -113,7 +92,7 @@ TEST(ConvertCorpus, RewritesAreReadCleanlyAndKeepTheirBytesAndJson)
     }
     EXPECT_GE(outputs.size(), 150u);
 
-    std::string pairsPath = Scratch("pairs.txt");
+    std::string pairsPath = parsefix::ScratchPath("pairs.txt");
     ASSERT_TRUE(WriteBytes(pairsPath, parsefix::text(pairs)));
     CliResult compared = RunCli({std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/convert_json_compare.py", pairsPath},
                                 "/usr/bin/python3");
@@ -141,9 +120,9 @@ TEST(ConvertCorpus, ImplicitFilesComeBackFromExplicitUnchanged)
     std::string dataDir = parsefix::PydicomDataDir();
     if (dataDir.empty())
         GTEST_SKIP() << "pydicom's sample files are not installed";
-    std::string plain = Scratch("plain.dcm"), viaExplicit = Scratch("explicit.dcm"), back = Scratch("back.dcm");
+    std::string plain = parsefix::ScratchPath("plain.dcm"), viaExplicit = parsefix::ScratchPath("explicit.dcm"), back = parsefix::ScratchPath("back.dcm");
     int roundTrips = 0;
-    for (const std::string& source : CorpusFiles(dataDir)) {
+    for (const std::string& source : parsefix::CorpusFiles(dataDir)) {
         if (TransferSyntaxOf(source) != u"1.2.840.10008.1.2")
             continue;
         ASSERT_EQ(RunCli({"convert", source, plain}).status, 0) << source;

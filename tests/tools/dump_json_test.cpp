@@ -2,9 +2,6 @@
 // agreement with pydicom's to_json_dict() over pydicom's whole sample corpus.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include "dicomdata/parse_fixtures.h"
 #include "dump_run.h"
 
@@ -67,25 +64,6 @@ bool PythonJsonValid(const std::string& path)
 {
     std::string command = "/usr/bin/python3 -c \"import json,sys;json.load(open(sys.argv[1],encoding='utf-8'))\" " + path;
     return std::system(command.c_str()) == 0;
-}
-
-void ListFiles(const std::string& dir, std::vector<std::string>& out)
-{
-    DIR* handle = opendir(dir.c_str());
-    if (!handle)
-        return;
-    while (dirent* entry = readdir(handle)) {
-        std::string name = entry->d_name;
-        std::string path = dir + "/" + name;
-        struct stat info {};
-        if (name == "." || name == ".." || stat(path.c_str(), &info) != 0)
-            continue;
-        if (S_ISDIR(info.st_mode))
-            ListFiles(path, out);
-        else if (S_ISREG(info.st_mode))
-            out.push_back(path);
-    }
-    closedir(handle);
 }
 }
 
@@ -165,9 +143,7 @@ TEST(DumpJson, AgreesWithPydicomOnTheWholeCorpus)
     std::string corpus = PydicomDataDir();
     if (corpus.empty())
         GTEST_SKIP() << "pydicom is not installed";
-    std::vector<std::string> files;
-    for (const char* folder : {"/test_files", "/charset_files", "/palettes"})
-        ListFiles(corpus + folder, files);
+    std::vector<std::string> files = CorpusFiles(corpus);
 
     std::string listPath = TempPath("json-list.txt");
     std::string listing;
