@@ -106,36 +106,30 @@ TEST(DatesAndTimes, DicomDateToNumberAndDisplayDate)
 
 TEST(PersonNames, FromDicomSplitsNamesAndTitles)
 {
-    std::u16string family, given;
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"DOE^JOHN", family, given), -1);
-    EXPECT_EQ(family, u"DOE");
-    EXPECT_EQ(given, u"JOHN");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"Madame DUPONT", family, given), 'F');
-    EXPECT_EQ(family, u"DUPONT");
-    EXPECT_EQ(given, u"");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"mr SMITH^JOE", family, given), 'M');
-    EXPECT_EQ(family, u"SMITH");
-    EXPECT_EQ(given, u"JOE");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"Enfant MARTIN", family, given), ' ');
-    EXPECT_EQ(family, u"MARTIN");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"MLLE ROUX", family, given), 'F');
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"1234 SMITH", family, given), -1);
-    EXPECT_EQ(family, u"SMITH");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"^JOHN", family, given), -1);
-    EXPECT_EQ(family, u"^JOHN");
-    EXPECT_EQ(given, u"");
-    // Not a title: "Madam" is no table entry, and "M." is not "M".
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"Madam X", family, given), -1);
-    EXPECT_EQ(family, u"Madam X");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"  DOE  ", family, given), -1);
-    EXPECT_EQ(family, u"DOE");
-    // The space lies in the given name, beyond the family name: no crash,
-    // the family name is not cut into.
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"DOE^JOHN PAUL", family, given), -1);
-    EXPECT_EQ(family, u"DOE");
-    EXPECT_EQ(given, u"JOHN PAUL");
-    EXPECT_EQ(Info::ConvertNameFromDicom(u"", family, given), -1);
-    EXPECT_EQ(family, u"");
+    const struct {
+        const char16_t* name;
+        int title;
+        const char16_t *family, *given;
+    } cases[] = {
+        {u"DOE^JOHN", -1, u"DOE", u"JOHN"},
+        {u"Madame DUPONT", 'F', u"DUPONT", u""},
+        {u"mr SMITH^JOE", 'M', u"SMITH", u"JOE"},
+        {u"Enfant MARTIN", ' ', u"MARTIN", u""},
+        {u"MLLE ROUX", 'F', u"ROUX", u""},
+        {u"1234 SMITH", -1, u"SMITH", u""},
+        {u"^JOHN", -1, u"^JOHN", u""},
+        // Not a title: "Madam" is no table entry.
+        {u"Madam X", -1, u"Madam X", u""},
+        {u"  DOE  ", -1, u"DOE", u""},
+        // The space lies in the given name: the family name is not cut into.
+        {u"DOE^JOHN PAUL", -1, u"DOE", u"JOHN PAUL"},
+        {u"", -1, u"", u""},
+    };
+    for (const auto& c : cases) {
+        std::u16string family = u"stale", given = u"stale";
+        EXPECT_EQ(Info::ConvertNameFromDicom(c.name, family, given), c.title) << Utf16ToUtf8(c.name);
+        EXPECT_EQ(family + u"|" + given, std::u16string(c.family) + u"|" + c.given) << Utf16ToUtf8(c.name);
+    }
 }
 
 TEST(PersonNames, ToDicomKeepsTheRestOfThePreviousName)

@@ -7,48 +7,34 @@
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
+#include "dicomdata/parse_fixtures.h"
+
+using namespace parsefix;
 
 namespace {
-void PutItem(std::vector<unsigned char>& out, uint16_t element, uint32_t length)
-{
-    const unsigned char header[8] = {0xFE, 0xFF, static_cast<unsigned char>(element), static_cast<unsigned char>(element >> 8),
-                                     static_cast<unsigned char>(length), static_cast<unsigned char>(length >> 8),
-                                     static_cast<unsigned char>(length >> 16), static_cast<unsigned char>(length >> 24)};
-    out.insert(out.end(), header, header + 8);
-}
-
 // Encapsulated pixel data (PS3.5 A.4): an offset table item, fragments, and
 // the sequence delimiter, as the value of an undefined-length (7FE0,0010).
-std::vector<unsigned char> Encapsulated(const std::vector<uint32_t>& offsets,
-                                        const std::vector<std::string>& fragments)
+Bytes Encapsulated(const std::vector<uint32_t>& offsets, const std::vector<std::string>& fragments)
 {
-    std::vector<unsigned char> value;
-    PutItem(value, 0xE000, static_cast<uint32_t>(offsets.size() * 4));
+    Bytes table;
     for (uint32_t offset : offsets)
-        for (int i = 0; i < 4; ++i)
-            value.push_back(static_cast<unsigned char>(offset >> (8 * i)));
-    for (const std::string& fragment : fragments) {
-        PutItem(value, 0xE000, static_cast<uint32_t>(fragment.size()));
-        value.insert(value.end(), fragment.begin(), fragment.end());
-    }
-    PutItem(value, 0xE0DD, 0);
-    return value;
+        put32(table, offset);
+    Bytes value = item(table);
+    for (const std::string& fragment : fragments)
+        value = cat({value, item(text(fragment))});
+    return cat({value, sequenceEnd()});
 }
 
-// Loads explicit VR bytes: Bits Allocated 8 and the encapsulated pixel data.
+// Loads explicit VR bytes: the encapsulated pixel data element alone.
 struct PixelObject {
-    std::vector<unsigned char> bytes;
+    Bytes bytes;
     CDicomItem data{u"Data"};
     CDicomItem* pixels = nullptr;
 
-    explicit PixelObject(const std::vector<unsigned char>& value)
+    explicit PixelObject(const Bytes& value) : bytes(cat({elem(0x7FE0, 0x0010, "OB", Bytes{}, kUndefined), value}))
     {
-        const unsigned char header[12] = {0xE0, 0x7F, 0x10, 0x00, 'O', 'B', 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
-        bytes.assign(header, header + 12);
-        bytes.insert(bytes.end(), value.begin(), value.end());
-        if (data.LoadTags(bytes.data(), static_cast<int>(bytes.size()), true, -1) != bytes.size())
-            return;
-        pixels = data.GetTagItem(0x7FE0, 0x0010);
+        if (data.LoadTags(bytes.data(), static_cast<int>(bytes.size()), true, -1) == bytes.size())
+            pixels = data.GetTagItem(0x7FE0, 0x0010);
     }
 };
 }
@@ -80,7 +66,7 @@ TEST(CompressedFrames, FramesComeFromTheOffsetTableOrFromAllFragments)
 TEST(CompressedFrames, LyingLengthsAndOffsetsNeverLeaveTheValueOrTheOutput)
 {
     std::string a = "AAAA", b = "BB";
-    std::vector<unsigned char> good = Encapsulated({0}, {a, b});
+    Bytes good = Encapsulated({0}, {a, b});
     PixelObject object(good);
     ASSERT_NE(object.pixels, nullptr);
     const size_t fragmentLength = 8 + 4 + 4;  // table item + its one offset, then the first fragment's length field

@@ -7,6 +7,7 @@
 
 #include "dicomdata/dicomitem.h"
 #include "parse_fixtures.h"
+#include "platform/text.h"
 
 using namespace parsefix;
 
@@ -226,40 +227,37 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
     Bytes explicitBody = cat({elem(0x0008, 0x0005, "CS", "ISO_IR 100"), elem(0x0010, 0x0010, "PN", "Doe^Jane")});
     Bytes implicitBody = cat({ielem(0x0008, 0x0005, text("ISO_IR 100")), ielem(0x0010, 0x0010, text("Doe^Jane"))});
 
-    // Meta information says implicit, data set is explicit.
-    Bytes a = fileImage("1.2.840.10008.1.2", explicitBody);
-    CDicomItem rootA(u"root");
-    ASSERT_TRUE(rootA.LoadObject(a.data(), static_cast<int>(a.size()))) << rootA.GetLoadError();
-    EXPECT_EQ(Text(&rootA, u"Data", 0x0010, 0x0010), u"Doe^Jane");
-    EXPECT_EQ(Child(&rootA, u"Data")->GetTagItem(0x0010, 0x0010)->GetVR(), "PN");
-
-    // Meta information says explicit, data set is implicit: (0002,0010) is rewritten.
-    Bytes b = fileImage("1.2.840.10008.1.2.1", implicitBody);
-    CDicomItem rootB(u"root");
-    ASSERT_TRUE(rootB.LoadObject(b.data(), static_cast<int>(b.size()))) << rootB.GetLoadError();
-    EXPECT_EQ(Text(&rootB, u"Data", 0x0010, 0x0010), u"Doe^Jane");
-    EXPECT_EQ(Text(&rootB, u"Header", 0x0002, 0x0010), u"1.2.840.10008.1.2");
-
-    // Explicit UN on a standard tag (written by some converters) is explicit,
-    // not a sign of implicit VR.
     Bytes unBody = cat({elem(0x0008, 0x0012, "UN", "20030903"), elem(0x0010, 0x0010, "PN", "Doe^Jane")});
-    Bytes c = fileImage("1.2.840.10008.1.2.1", unBody);
-    CDicomItem rootC(u"root");
-    ASSERT_TRUE(rootC.LoadObject(c.data(), static_cast<int>(c.size()))) << rootC.GetLoadError();
-    EXPECT_EQ(Child(&rootC, u"Data")->GetTagItem(0x0008, 0x0012)->GetVR(), "UN");
-    EXPECT_EQ(Text(&rootC, u"Header", 0x0002, 0x0010), u"1.2.840.10008.1.2.1");
-
-    // Implicit meta information is detected too.
-    Bytes d = fileImage("1.2.840.10008.1.2.1", explicitBody, true);
-    CDicomItem rootD(u"root");
-    ASSERT_TRUE(rootD.LoadObject(d.data(), static_cast<int>(d.size()))) << rootD.GetLoadError();
-    EXPECT_EQ(Text(&rootD, u"Data", 0x0010, 0x0010), u"Doe^Jane");
-
+    const struct {
+        Bytes image;
+        const char16_t* syntax;  // (0002,0010) after loading
+        uint16_t group, element;
+        const char* vr;
+    } cases[] = {
+        // Meta information says implicit, data set is explicit.
+        {fileImage("1.2.840.10008.1.2", explicitBody), u"1.2.840.10008.1.2", 0x0010, 0x0010, "PN"},
+        // Meta information says explicit, data set is implicit: (0002,0010) is rewritten.
+        {fileImage("1.2.840.10008.1.2.1", implicitBody), u"1.2.840.10008.1.2", 0x0010, 0x0010, "PN"},
+        // Explicit UN on a standard tag (written by some converters) is not a
+        // sign of implicit VR.
+        {fileImage("1.2.840.10008.1.2.1", unBody), u"1.2.840.10008.1.2.1", 0x0008, 0x0012, "UN"},
+        // Implicit meta information is detected too.
+        {fileImage("1.2.840.10008.1.2.1", explicitBody, true), u"1.2.840.10008.1.2.1", 0x0010, 0x0010, "PN"},
+    };
+    for (const auto& c : cases) {
+        CDicomItem root(u"root");
+        ASSERT_TRUE(root.LoadObject(c.image.data(), static_cast<int>(c.image.size()))) << root.GetLoadError();
+        EXPECT_EQ(Text(&root, u"Data", 0x0010, 0x0010), u"Doe^Jane");
+        EXPECT_EQ(Child(&root, u"Data")->GetTagItem(c.group, c.element)->GetVR(), c.vr);
+        EXPECT_EQ(Trim(Text(&root, u"Header", 0x0002, 0x0010)), c.syntax);
+    }
     // The root: Header (preamble + DICM as its value) then Data.
-    ASSERT_EQ(rootA.GetChildCount(), 2);
-    EXPECT_EQ(rootA.GetChildItem(0)->m_sName, u"Header");
-    EXPECT_EQ(Child(&rootA, u"Header")->GetDataSize(), 132);
-    EXPECT_EQ(rootA.GetData(), a.data());
+    CDicomItem root(u"root");
+    ASSERT_TRUE(root.LoadObject(cases[0].image.data(), static_cast<int>(cases[0].image.size())));
+    ASSERT_EQ(root.GetChildCount(), 2);
+    EXPECT_EQ(root.GetChildItem(0)->m_sName, u"Header");
+    EXPECT_EQ(Child(&root, u"Header")->GetDataSize(), 132);
+    EXPECT_EQ(root.GetData(), cases[0].image.data());
 }
 
 TEST(ParseFiles, RefusalsNameTheirReason)

@@ -124,30 +124,28 @@ TEST(TextValues, CharacterSetOfADataSetIsItsFirstNonEmptyValue)
 TEST(TextValues, FormatGivesDescriptionAndValueByDictionaryVR)
 {
     CDicomItem data(u"Data");
-    data.AddTag(0x0008, 0x0060, u"MR", u"");
-    data.AddTag(0x0010, 0x0030, u"20240305", u"");
-    data.AddTag(0x0008, 0x0030, u"093005.25", u"");
-    data.AddTag(0x0010, 0x0010, u"Madame DUPONT^MARIE", u"");
-    data.AddTag(0x0008, 0x0070, u"ACME", u"");
-    data.AddTag(0x0008, 0x0020, u"garbage", u"");
-    std::u16string line;
-    EXPECT_FALSE(data.Format(0x0009, 0x1001, line));
-    ASSERT_TRUE(data.Format(0x0008, 0x0060, line));
-    EXPECT_EQ(line, u"Modality : MR");
-    ASSERT_TRUE(data.Format(0x0010, 0x0030, line));
-    EXPECT_EQ(line, u"Patient's Birth Date : 05/03/2024");
-    ASSERT_TRUE(data.Format(0x0008, 0x0030, line));
-    EXPECT_EQ(line, u"Study Time : 09:30:05");
-    ASSERT_TRUE(data.Format(0x0010, 0x0010, line));
-    EXPECT_EQ(line, u"Patient's Name : DUPONT MARIE");
-    ASSERT_TRUE(data.Format(0x0008, 0x0070, line));
-    EXPECT_EQ(line, u"Manufacturer : ACME");
-    // An unreadable date, an absent element and a VR that is not shown.
-    ASSERT_TRUE(data.Format(0x0008, 0x0020, line));
-    EXPECT_EQ(line, u"Study Date : ");
-    ASSERT_TRUE(data.Format(0x0010, 0x0020, line));
-    EXPECT_EQ(line, u"Patient ID : ");
     data.AddTag(0x0028, 0x0010, static_cast<uint16_t>(512));
-    ASSERT_TRUE(data.Format(0x0028, 0x0010, line));
-    EXPECT_EQ(line, u"Rows : ");
+    const struct {
+        int group, element;
+        const char16_t *value, *line;
+    } cases[] = {
+        {0x0008, 0x0060, u"MR", u"Modality : MR"},
+        {0x0010, 0x0030, u"20240305", u"Patient's Birth Date : 05/03/2024"},
+        {0x0008, 0x0030, u"093005.25", u"Study Time : 09:30:05"},
+        {0x0010, 0x0010, u"Madame DUPONT^MARIE", u"Patient's Name : DUPONT MARIE"},
+        {0x0008, 0x0070, u"ACME", u"Manufacturer : ACME"},
+        // An unreadable date, an absent element and a VR that is not shown.
+        {0x0008, 0x0020, u"garbage", u"Study Date : "},
+        {0x0010, 0x0020, nullptr, u"Patient ID : "},
+        {0x0028, 0x0010, nullptr, u"Rows : "},
+    };
+    for (const auto& c : cases)
+        if (c.value)
+            data.AddTag(c.group, c.element, c.value, u"");
+    std::u16string line;
+    for (const auto& c : cases) {
+        ASSERT_TRUE(data.Format(c.group, c.element, line));
+        EXPECT_EQ(line, c.line);
+    }
+    EXPECT_FALSE(data.Format(0x0009, 0x1001, line));
 }

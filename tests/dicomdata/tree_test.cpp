@@ -284,13 +284,10 @@ TEST(ElementTree, CopyChunkSizeFollowsTheHostProfileWithinBounds)
 {
     HostProfile::Clear();
     EXPECT_EQ(CDicomItem(u"x").m_nCopyChunkSize, 32);
-    HostProfile::SetProfileInt("Receive", "FileCopyBufferSize", 4);
-    EXPECT_EQ(CDicomItem(u"x").m_nCopyChunkSize, 4);
-    HostProfile::SetProfileInt("Receive", "FileCopyBufferSize", 0);
-    EXPECT_EQ(CDicomItem(u"x").m_nCopyChunkSize, 32);
-    HostProfile::SetProfileInt("Receive", "FileCopyBufferSize", 101);
-    EXPECT_EQ(CDicomItem(u"x").m_nCopyChunkSize, 32);
-    HostProfile::SetProfileInt("Receive", "FileCopyBufferSize", 100);
-    EXPECT_EQ(CDicomItem(u"x").m_nCopyChunkSize, 100);
+    // Outside 1..100 the default stands.
+    for (auto [setting, chunk] : {std::pair{4, 4}, {0, 32}, {101, 32}, {100, 100}, {1, 1}}) {
+        HostProfile::SetProfileInt("Receive", "FileCopyBufferSize", setting);
+        EXPECT_EQ(CDicomItem(u"x").m_nCopyChunkSize, chunk) << setting;
+    }
     HostProfile::Clear();
 }
