@@ -15,34 +15,19 @@ bool Contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-Bytes DecodeBase64(const std::string& text)
+std::string EncodeBase64(const std::string& bytes)
 {
-    Bytes out;
-    uint32_t bits = 0;
-    int count = 0;
-    for (char c : text) {
-        int v = c >= 'A' && c <= 'Z' ? c - 'A'
-                : c >= 'a' && c <= 'z' ? c - 'a' + 26
-                : c >= '0' && c <= '9' ? c - '0' + 52
-                : c == '+' ? 62
-                : c == '/' ? 63
-                           : -1;
-        if (v < 0)
-            continue;
-        bits = (bits << 6) | static_cast<uint32_t>(v);
-        if (++count == 4) {
-            out.push_back(static_cast<unsigned char>(bits >> 16));
-            out.push_back(static_cast<unsigned char>(bits >> 8));
-            out.push_back(static_cast<unsigned char>(bits));
-            bits = 0;
-            count = 0;
-        }
-    }
-    if (count == 3) {
-        out.push_back(static_cast<unsigned char>(bits >> 10));
-        out.push_back(static_cast<unsigned char>(bits >> 2));
-    } else if (count == 2) {
-        out.push_back(static_cast<unsigned char>(bits >> 4));
+    static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        uint32_t bits = static_cast<unsigned char>(bytes[i]) << 16;
+        size_t left = bytes.size() - i;
+        if (left > 1)
+            bits |= static_cast<unsigned char>(bytes[i + 1]) << 8;
+        if (left > 2)
+            bits |= static_cast<unsigned char>(bytes[i + 2]);
+        for (size_t k = 0; k < 4; ++k)
+            out += k <= left ? digits[(bits >> (18 - 6 * k)) & 63] : '=';
     }
     return out;
 }
@@ -58,12 +43,6 @@ std::string InlineBinaryOf(const std::string& json, const std::string& key)
         return {};
     start += 17;
     return json.substr(start, json.find('"', start) - start);
-}
-
-bool PythonJsonValid(const std::string& path)
-{
-    std::string command = "/usr/bin/python3 -c \"import json,sys;json.load(open(sys.argv[1],encoding='utf-8'))\" " + path;
-    return std::system(command.c_str()) == 0;
 }
 }
 
@@ -88,17 +67,8 @@ TEST(DumpJson, SampleFollowsTheJsonModel)
     EXPECT_FALSE(Contains(json, "\"0002"));
     // Pixel data: base64 of exactly the value bytes, the last 512 of the file.
     std::string sample = ReadText(kSample);
-    Bytes pixels = DecodeBase64(InlineBinaryOf(json, "7FE00010"));
-    ASSERT_EQ(pixels.size(), 512u);
-    EXPECT_TRUE(std::equal(pixels.begin(), pixels.end(), sample.end() - 512,
-                           [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); }));
-
-    std::string path = TempPath("sample.json");
-    ASSERT_TRUE(WriteBytes(path, Bytes(json.begin(), json.end())));
-    if (std::system("/usr/bin/python3 -c pass 2>/dev/null") == 0) {
-        EXPECT_TRUE(PythonJsonValid(path));
-    }
-    std::remove(path.c_str());
+    ASSERT_GT(sample.size(), 512u);
+    EXPECT_EQ(InlineBinaryOf(json, "7FE00010"), EncodeBase64(sample.substr(sample.size() - 512)));
 }
 
 TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
