@@ -260,11 +260,9 @@ TEST(ElementTree, DatesTimesAndImageType)
     EXPECT_FALSE(data.GetDateValue(0x0008, 0x0022, date));
     EXPECT_TRUE(data.GetTimeValue(0x0008, 0x0030, time));
     EXPECT_EQ(time, 93000);
-    EXPECT_EQ(CDicomItem::DicomTimeToLong(u"103015.123"), 103015);
-    EXPECT_EQ(CDicomItem::DicomTimeToLong(u"93000"), 93000);
-    EXPECT_EQ(CDicomItem::DicomTimeToLong(u"1030"), -1);
-    EXPECT_EQ(CDicomItem::DicomTimeToLong(u""), -1);
-    EXPECT_EQ(CDicomItem::DicomTimeToLong(u"10:30:15"), -1);
+    for (auto [text, number] : {std::pair{u"103015.123", 103015L}, {u"93000", 93000L}, {u"1030", -1L}, {u"", -1L},
+                                {u"10:30:15", -1L}})
+        EXPECT_EQ(CDicomItem::DicomTimeToLong(text), number);
 
     const std::pair<const char16_t*, const char16_t*> cases[] = {
         {u"ORIGINAL\\PRIMARY\\AXIAL\\HELIX", u"AXIAL"},
