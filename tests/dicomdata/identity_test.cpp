@@ -19,24 +19,17 @@
 namespace {
 
 // Restores the process-wide identity settings a test changes.
-class IdentityGuard {
-public:
-    IdentityGuard()
-        : m_root(CDicomInfoStatics::GetDicomRoot()), m_major(CDicomInfoStatics::GetVersionMajor()),
-          m_minor(CDicomInfoStatics::GetVersionMinor()), m_rev(CDicomInfoStatics::GetVersionRev())
-    {
-    }
+struct IdentityGuard {
+    std::u16string root = CDicomInfoStatics::GetDicomRoot();
+    int major = CDicomInfoStatics::GetVersionMajor(), minor = CDicomInfoStatics::GetVersionMinor(),
+        rev = CDicomInfoStatics::GetVersionRev();
     ~IdentityGuard()
     {
-        CDicomInfoStatics::SetDicomRoot(m_root);
-        CDicomInfoStatics::SetVersionMajor(m_major);
-        CDicomInfoStatics::SetVersionMinor(m_minor);
-        CDicomInfoStatics::SetVersionRev(m_rev);
+        CDicomInfoStatics::SetDicomRoot(root);
+        CDicomInfoStatics::SetVersionMajor(major);
+        CDicomInfoStatics::SetVersionMinor(minor);
+        CDicomInfoStatics::SetVersionRev(rev);
     }
-
-private:
-    std::u16string m_root;
-    int m_major, m_minor, m_rev;
 };
 
 std::u16string ElementText(const CDicomItem& header, int group, int element)
