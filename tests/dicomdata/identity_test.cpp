@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <regex>
+#include <cstdio>
 #include <sstream>
 #include <string>
 
@@ -48,12 +48,15 @@ TEST(Identity, VersionReadAtStartUpIsTheProjectVersion)
     std::ifstream cmake(ZELDICOM_SOURCE_DIR "/CMakeLists.txt");
     std::stringstream content;
     content << cmake.rdbuf();
-    std::smatch match;
     std::string text = content.str();
-    ASSERT_TRUE(std::regex_search(text, match, std::regex(R"(project\(ZelDicom VERSION (\d+)\.(\d+)\.(\d+))")));
-    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), std::stoi(match[1]));
-    EXPECT_EQ(CDicomInfoStatics::GetVersionMinor(), std::stoi(match[2]));
-    EXPECT_EQ(CDicomInfoStatics::GetVersionRev(), std::stoi(match[3]));
+    const std::string declaration = "project(ZelDicom VERSION ";
+    size_t at = text.find(declaration);
+    ASSERT_NE(at, std::string::npos);
+    int version[3] = {};
+    ASSERT_EQ(std::sscanf(text.c_str() + at + declaration.size(), "%d.%d.%d", &version[0], &version[1], &version[2]), 3);
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), version[0]);
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMinor(), version[1]);
+    EXPECT_EQ(CDicomInfoStatics::GetVersionRev(), version[2]);
     EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), ZELDICOM_VERSION_MAJOR);
 
     // The module entry reads the same numbers again; the version reader
@@ -62,15 +65,15 @@ TEST(Identity, VersionReadAtStartUpIsTheProjectVersion)
     CDicomInfoStatics::SetVersionMajor(0);
     CDicomInfoStatics::SetVersionRev(99);
     EXPECT_TRUE(ZelDicomModuleAttach());
-    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), std::stoi(match[1]));
-    EXPECT_EQ(CDicomInfoStatics::GetVersionRev(), std::stoi(match[3]));
+    EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), version[0]);
+    EXPECT_EQ(CDicomInfoStatics::GetVersionRev(), version[2]);
     EXPECT_TRUE(ZelDicomModuleDetach());
     uint16_t major = 7, minor = 7, revision = 7, build = 7;
     std::u16string versionText = u"x";
     EXPECT_FALSE(CDllTools::GetDllVersion(u"ZelTools", major, minor, revision, build, versionText));
     EXPECT_EQ(major, 7);
     EXPECT_TRUE(CDllTools::GetDllVersion(u"zeldicom", major, minor, revision, build, versionText));
-    EXPECT_EQ(versionText, AsciiToWide(match[1].str() + "." + match[2].str() + "." + match[3].str()));
+    EXPECT_EQ(versionText, AsciiToWide(FormatText("%d.%d.%d", version[0], version[1], version[2])));
 }
 
 TEST(Identity, ImplementationVersionNameIsPaddedToEvenLength)
