@@ -1,11 +1,13 @@
 // Writer commands and the file writer callback.
 #include "dicomdata/datawriter.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "platform/datainmemory.h"
 #include "platform/dynbuffer.h"
 #include "platform/system.h"
 #include "platform/text.h"
@@ -15,6 +17,8 @@ constexpr uint32_t kFailed = 0xFFFFFFFFu;
 // Large values arrive in chunks of megabytes; a buffer of this size keeps the
 // many small header writes off the system call path without holding much.
 constexpr size_t kStreamBuffer = 1u << 20;
+// Values from this size on are worth a copy_file_range call of their own.
+constexpr size_t kDirectCopy = 256u << 10;
 
 // The log line of a failed file operation: the system's message and code,
 // the byte count and the file.
@@ -37,29 +41,109 @@ bool CDicomDataWriterForBufferCmd::WriteData(const void* bytes, int count)
 
 CDicomOutputFile::~CDicomOutputFile()
 {
-    if (m_pFile)
-        std::fclose(m_pFile);
+    if (m_nFd >= 0)
+        ::close(m_nFd);
+    if (m_nSourceFd >= 0)
+        ::close(m_nSourceFd);
 }
 
 bool CDicomOutputFile::Open(const std::string& path)
 {
-    if (m_pFile)
+    if (m_nFd >= 0)
         Close();
     m_sPath = path;
-    m_pFile = std::fopen(path.c_str(), "wb");
-    if (!m_pFile) {
+    m_nUsed = 0;
+    m_nFd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (m_nFd < 0) {
         LogFileError("CDicomOutputFile::Open", errno, 0, path);
         return false;
     }
-    std::setvbuf(m_pFile, nullptr, _IOFBF, kStreamBuffer);
+    m_Buffer.resize(kStreamBuffer);
+    return true;
+}
+
+bool CDicomOutputFile::WriteAll(const unsigned char* bytes, size_t count)
+{
+    while (count > 0) {
+        ssize_t written = ::write(m_nFd, bytes, count);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0) {
+            if (written == 0)
+                errno = EIO;
+            return false;
+        }
+        bytes += written;
+        count -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+bool CDicomOutputFile::Flush()
+{
+    size_t used = m_nUsed;
+    m_nUsed = 0;
+    return WriteAll(m_Buffer.data(), used);
+}
+
+size_t CDicomOutputFile::CopyFromSource(const unsigned char* bytes, size_t count)
+{
+    if (!m_pSource || m_bCopyFailed)
+        return 0;
+    const unsigned char* begin = m_pSource->GetData();
+    uint64_t size = m_pSource->GetSize();
+    if (!begin || bytes < begin || static_cast<uint64_t>(bytes - begin) > size ||
+        count > size - static_cast<uint64_t>(bytes - begin))
+        return 0;
+    if (m_nSourceFd < 0 && (m_nSourceFd = m_pSource->OpenSameFile()) < 0) {
+        m_bCopyFailed = true;
+        return 0;
+    }
+    loff_t from = static_cast<loff_t>(bytes - begin);
+    size_t done = 0;
+    while (done < count) {
+        ssize_t copied = copy_file_range(m_nSourceFd, &from, m_nFd, nullptr, count - done, 0);
+        if (copied < 0 && errno == EINTR)
+            continue;
+        if (copied <= 0) {
+            // Not possible between these files (another file system on an
+            // old kernel, a special file) or the source shrank: the rest
+            // goes out from memory, and so does every later value.
+            m_bCopyFailed = true;
+            break;
+        }
+        done += static_cast<size_t>(copied);
+    }
+    return done;
+}
+
+bool CDicomOutputFile::Write(const void* bytes, size_t count)
+{
+    if (m_nFd < 0) {
+        errno = EBADF;
+        return false;
+    }
+    const auto* p = static_cast<const unsigned char*>(bytes);
+    if (count >= kDirectCopy) {
+        // The buffered bytes go first; the value follows, copied by the
+        // kernel where it lies in the source file, written otherwise.
+        if (m_nUsed > 0 && !Flush())
+            return false;
+        size_t copied = CopyFromSource(p, count);
+        return WriteAll(p + copied, count - copied);
+    }
+    if (m_nUsed + count > m_Buffer.size() && !Flush())
+        return false;
+    std::memcpy(m_Buffer.data() + m_nUsed, p, count);
+    m_nUsed += count;
     return true;
 }
 
 bool CDicomOutputFile::Sync()
 {
-    if (!m_pFile)
+    if (m_nFd < 0)
         return false;
-    if (std::fflush(m_pFile) != 0 || fsync(fileno(m_pFile)) != 0) {
+    if (!Flush() || ::fsync(m_nFd) != 0) {
         LogFileError("CDicomOutputFile::Sync", errno, 0, m_sPath);
         return false;
     }
@@ -68,15 +152,19 @@ bool CDicomOutputFile::Sync()
 
 bool CDicomOutputFile::Close()
 {
-    if (!m_pFile)
+    if (m_nFd < 0)
         return false;
-    // A write that the stream buffered can still fail here (disk full).
-    bool flushed = std::fflush(m_pFile) == 0;
+    // A buffered write can still fail here (disk full).
+    bool flushed = Flush();
     int code = errno;
-    bool closed = std::fclose(m_pFile) == 0;
+    bool closed = ::close(m_nFd) == 0;
     if (!closed && flushed)
         code = errno;
-    m_pFile = nullptr;
+    m_nFd = -1;
+    if (m_nSourceFd >= 0) {
+        ::close(m_nSourceFd);
+        m_nSourceFd = -1;
+    }
     if (!flushed || !closed) {
         LogFileError("CDicomOutputFile::Close", code, 0, m_sPath);
         return false;
@@ -87,13 +175,12 @@ bool CDicomOutputFile::Close()
 uint32_t CDicomFileWriter::WriteProc(const void* bytes, uint32_t count, void* file)
 {
     auto* out = static_cast<CDicomOutputFile*>(file);
-    if (!out || !out->m_pFile || (count > 0 && !bytes))
+    if (!out || !out->IsOpen() || (count > 0 && !bytes))
         return kFailed;
     if (count == 0)
         return 0;
     errno = 0;
-    size_t written = std::fwrite(bytes, 1, count, out->m_pFile);
-    if (written != count || std::ferror(out->m_pFile)) {
+    if (!out->Write(bytes, count)) {
         int code = errno != 0 ? errno : EIO;
         LogFileError("CDicomFileWriter::WriteProc", code, count, out->m_sPath);
         return kFailed;

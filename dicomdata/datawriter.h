@@ -3,9 +3,11 @@
 // data set bytes to as they arrive, and the file writer callback used by
 // CDicomItem::SaveToFile and the in-place rewrite.
 #include <cstdint>
-#include <cstdio>
+#include <cstddef>
 #include <string>
+#include <vector>
 
+class CDataInMemory;
 class CDynBuffer;
 
 // A sink for data set bytes. Only a base: derived commands decide where the
@@ -32,8 +34,11 @@ public:
     CDynBuffer* m_pBuffer;
 };
 
-// An output file opened for CDicomFileWriter::WriteProc: the stream and the
-// path it was opened with (the path goes into the error log).
+// An output file opened for CDicomFileWriter::WriteProc: the descriptor, a
+// write buffer, and the path it was opened with (the path goes into the error
+// log). Large values that lie in the source image (the mapped file the tree
+// was loaded from) are copied file to file by the kernel, so the mapped
+// pixel data is neither faulted in nor copied through user space.
 class CDicomOutputFile {
 public:
     CDicomOutputFile() = default;
@@ -44,14 +49,33 @@ public:
     // Creates or truncates the file. False (and the reason logged) when it
     // cannot be opened.
     bool Open(const std::string& path);
+    // The mapped file whose bytes may be copied directly; it must outlive
+    // the writes. nullptr: every byte goes through the buffer.
+    void SetSource(const CDataInMemory* image) { m_pSource = image; }
+    // Writes count bytes; false with errno set on failure.
+    bool Write(const void* bytes, size_t count);
     // Flushes buffered bytes and forces them to the disk; false on error.
     bool Sync();
     // Flushes and closes; false when a buffered write failed on the way.
     bool Close();
-    bool IsOpen() const { return m_pFile != nullptr; }
+    bool IsOpen() const { return m_nFd >= 0; }
+    int Descriptor() const { return m_nFd; }
 
-    std::FILE* m_pFile = nullptr;
     std::string m_sPath;
+
+private:
+    bool Flush();
+    bool WriteAll(const unsigned char* bytes, size_t count);
+    // How many of the leading bytes went out by copy_file_range: 0 when
+    // they do not lie in the source file or the kernel cannot copy them.
+    size_t CopyFromSource(const unsigned char* bytes, size_t count);
+
+    int m_nFd = -1;
+    std::vector<unsigned char> m_Buffer;
+    size_t m_nUsed = 0;
+    const CDataInMemory* m_pSource = nullptr;
+    int m_nSourceFd = -1;
+    bool m_bCopyFailed = false;
 };
 
 // The file writer callback; never instantiated.

@@ -63,6 +63,7 @@ bool CDicomItem::SaveToFile(const std::u16string& path) const
     CDicomOutputFile out;
     if (!out.Open(target))
         return false;
+    out.SetSource(m_pFileImage);
     bool saved = SaveObject(CDicomFileWriter::WriteProc, &out);
     bool closed = out.Close();
     return saved && closed && access(target.c_str(), F_OK) == 0;
@@ -78,11 +79,12 @@ bool CDicomItem::SaveModificationToExistingFile(CDicomItem*& root, const std::u1
     CDicomOutputFile out;
     bool saved = out.Open(temporary);
     if (saved) {
+        out.SetSource(root->m_pFileImage);
         saved = root->SaveObject(CDicomFileWriter::WriteProc, &out);
         // The replacement keeps the permissions of the file it replaces.
         struct stat original {};
         if (saved && stat(target.c_str(), &original) == 0)
-            fchmod(fileno(out.m_pFile), original.st_mode & 07777);
+            fchmod(out.Descriptor(), original.st_mode & 07777);
         // Only content that reached the disk may replace the original.
         saved = saved && out.Sync();
         saved = out.Close() && saved;

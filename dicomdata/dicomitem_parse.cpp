@@ -370,9 +370,15 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
     }
     AddItem(header);
     AddItem(data);
+    // LoadTags has labelled the data set already; the root and the rest of
+    // the tree (the meta information) take the same label.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(data);
-    if (!characterSet.empty())
-        ChangeCharacterSet(characterSet);
+    if (!characterSet.empty()) {
+        m_sCharacterSet = characterSet;
+        for (CXmlItem* child : m_children)
+            if (child != data)
+                child->ChangeCharacterSet(characterSet);
+    }
     return true;
 }
 

@@ -1,10 +1,13 @@
 #pragma once
-// A file's complete content, mapped read-only for as long as the object lives.
+// A file's complete content, read-only for as long as the object lives:
+// mapped, or read into memory when it is small (up to kReadLimit bytes).
 #include <cstdint>
 #include <string>
 
 class CDataInMemory {
 public:
+    static constexpr uint64_t kReadLimit = 1u << 20;
+
     // The flag is accepted for the callers' sake; every file is mapped read-only.
     CDataInMemory(const std::u16string& path, bool flag = false);
     virtual ~CDataInMemory();
@@ -18,9 +21,16 @@ public:
     uint64_t GetSize() const { return m_nSize; }
     // Why the file is not valid (empty while it is valid).
     const std::string& GetError() const { return m_sError; }
+    // Opens the mapped file again for reading (O_CLOEXEC): a descriptor of
+    // the same file (device and inode) that the caller closes, or -1.
+    int OpenSameFile() const;
 
 private:
     const unsigned char* m_pData = nullptr;
     uint64_t m_nSize = 0;
     std::string m_sError;
+    std::string m_sPath;
+    uint64_t m_nDevice = 0;
+    uint64_t m_nInode = 0;
+    bool m_bOwned = false;  // read into a buffer of ours, not mapped
 };

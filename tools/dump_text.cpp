@@ -77,8 +77,51 @@ std::string OneLineText(const std::u16string& text, bool cut)
     return line;
 }
 
+// Character sets in which every byte below 0x80 is the ASCII character
+// (ISO 2022 sets too, as long as no escape sequence comes first).
+bool AsciiCompatible(const std::string& label)
+{
+    static constexpr std::string_view kLabels[] = {"", "ISO_IR 6", "ISO_IR 100", "ISO_IR 192", "ISO 2022 IR 6",
+                                                   "ISO 2022 IR 100"};
+    for (std::string_view known : kLabels)
+        if (label == known)
+            return true;
+    return false;
+}
+
+// Most values are plain ASCII: shown from their bytes as they are, without
+// the round trip through wide text. Empty when the value needs decoding.
+std::string AsciiTextValue(const CDicomItem& node)
+{
+    size_t size = static_cast<size_t>(node.GetDataSize());
+    if (size > kTextBytes || !AsciiCompatible(node.m_sCharacterSet))
+        return {};
+    const unsigned char* bytes = node.GetData();
+    // Trailing blanks and NULs are padding, as the decoders see it.
+    while (size > 0 && (bytes[size - 1] == ' ' || bytes[size - 1] == '\0'))
+        --size;
+    // One byte past the shown characters tells whether the value is cut.
+    size_t checked = size < kTextChars + 1 ? size : kTextChars + 1;
+    for (size_t i = 0; i < checked; ++i)
+        if (bytes[i] >= 0x80 || bytes[i] == 0x1B)
+            return {};
+    size_t shown = size < kTextChars ? size : kTextChars;
+    std::string line;
+    line.reserve(shown + 2 + kCut.size());
+    line.push_back('[');
+    for (size_t i = 0; i < shown; ++i)
+        line.push_back(bytes[i] < 0x20 ? ' ' : static_cast<char>(bytes[i]));
+    line.push_back(']');
+    if (size > kTextChars)
+        line += kCut;
+    return line;
+}
+
 std::string TextValue(const CDicomItem& node, const std::string& vr)
 {
+    std::string ascii = AsciiTextValue(node);
+    if (!ascii.empty())
+        return ascii;
     int size = node.GetDataSize();
     if (static_cast<size_t>(size) <= kTextBytes) {
         std::u16string text;

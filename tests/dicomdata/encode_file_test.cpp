@@ -42,6 +42,16 @@ TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
     CDicomItem* root = LoadAndEdit(source);
     EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
     EXPECT_EQ(ReadFile(copy), SampleFile("ROE^JANE"));
+    // The pixel value is copied from the source file by the kernel; once
+    // another file has taken the source's name, it comes from the mapping.
+    std::string other = ScratchPath("other.dcm");
+    WriteFile(other, Bytes(SampleFile("DOE^JOHN").size(), 0x44));
+    ASSERT_EQ(rename(other.c_str(), source.c_str()), 0);
+    EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
+    EXPECT_EQ(ReadFile(copy), SampleFile("ROE^JANE"));
+    delete root;
+    WriteFile(source, SampleFile("DOE^JOHN"));
+    root = LoadAndEdit(source);
     // Truncating its own mapped source would pull the values from under it.
     EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(source)));
     EXPECT_EQ(ReadFile(source), SampleFile("DOE^JOHN"));

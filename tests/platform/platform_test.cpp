@@ -2,7 +2,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <unistd.h>
 
@@ -105,6 +107,29 @@ TEST(DataInMemory, MapsFilesAndRefusesEmptyMissingAndDirectories)
         EXPECT_EQ(image.GetSize(), 11u);
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(image.GetData()), 11), "DICOM bytes");
     }
+    // Files above the read limit are mapped; both kinds reopen as the same
+    // file until another file takes the name.
+    std::string large = TempPath("large");
+    {
+        std::ofstream out(large, std::ios::binary);
+        out << std::string(CDataInMemory::kReadLimit, 'x') << "end";
+    }
+    for (const std::string& name : {path, large}) {
+        CDataInMemory image(Utf8ToUtf16(name));
+        ASSERT_TRUE(image.IsValid());
+        std::ifstream in(name, std::ios::binary);
+        std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        ASSERT_EQ(image.GetSize(), content.size());
+        EXPECT_EQ(std::memcmp(image.GetData(), content.data(), content.size()), 0);
+        int fd = image.OpenSameFile();
+        EXPECT_GE(fd, 0);
+        close(fd);
+        std::string other = name + ".other";
+        { std::ofstream out(other, std::ios::binary); out << "x"; }
+        std::rename(other.c_str(), name.c_str());
+        EXPECT_EQ(image.OpenSameFile(), -1);
+    }
+    std::remove(large.c_str());
     std::string empty = TempPath("empty");
     { std::ofstream out(empty, std::ios::binary); }
     EXPECT_FALSE(CDataInMemory(Utf8ToUtf16(empty)).IsValid());
