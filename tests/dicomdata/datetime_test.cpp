@@ -10,13 +10,10 @@
 #include "platform/text.h"
 
 namespace {
-
 using Info = CDicomInfoStatics;
 
 // The date protected helpers fill, seen from outside.
 struct DateRanges : CDicomInfoStatics {
-    using CDicomInfoStatics::FormatDicomDatesRequestForCurrentMonth;
-    using CDicomInfoStatics::FormatDicomDatesRequestForCurrentWeek;
     using CDicomInfoStatics::FormatDicomDatesRequestForCurrentYear;
 };
 
@@ -28,80 +25,59 @@ std::tm LocalNow(std::time_t offset = 0)
     return local;
 }
 
-std::u16string TypedDate(std::u16string text)
+// Each case: input, expected output of the conversion under test.
+using Cases = std::initializer_list<std::pair<std::u16string, std::u16string>>;
+
+template <typename Convert>
+void ExpectAll(Cases cases, Convert convert)
 {
-    Info::ConvertDateToDicom(text);
-    return text;
+    for (const auto& [input, expected] : cases)
+        EXPECT_EQ(convert(input), expected) << Utf16ToUtf8(input);
 }
 
-std::u16string TypedTime(std::u16string text)
-{
-    Info::ConvertTimeToDicom(text);
-    return text;
+std::u16string W(const std::string& text) { return AsciiToWide(text); }
 }
 
-std::u16string DatesRequest(const std::u16string& typed)
-{
-    std::u16string request;
-    Info::FormatDicomDatesRequest(typed, request);
-    return request;
-}
-
-std::u16string TimesRequest(const std::u16string& typed)
-{
-    std::u16string request;
-    Info::FormatDicomTimesRequest(typed, request);
-    return request;
-}
-
-std::u16string W(const std::string& text)
-{
-    return AsciiToWide(text);
-}
-
-}
-
-TEST(DatesAndTimes, NumbersToDicomText)
+TEST(DatesAndTimes, NumbersAndTypedTextToDicomText)
 {
     EXPECT_EQ(Info::ConvertDateToDicom(20240131L), u"20240131");
-    EXPECT_EQ(Info::ConvertDateToDicom(18000000L), u"");
-    EXPECT_EQ(Info::ConvertDateToDicom(-1L), u"");
+    EXPECT_EQ(Info::ConvertDateToDicom(18000000L) + Info::ConvertDateToDicom(-1L), u"");
     EXPECT_EQ(Info::ConvertTimeToDicom(93005L), u"093005");
     EXPECT_EQ(Info::ConvertTimeToDicom(-1L), u"");
-}
 
-TEST(DatesAndTimes, TypedDatesAndTimesInPlace)
-{
-    // A two-digit year is within the last hundred years, this one included.
-    std::tm now = LocalNow();
-    int thisYear = now.tm_year + 1900, yy = thisYear % 100;
-    EXPECT_EQ(TypedDate(W(FormatText("05/03/%02d", yy))), W(FormatText("%04d0305", thisYear)));
-    EXPECT_EQ(TypedDate(W(FormatText("05.03.%02d", (yy + 1) % 100))),
-              W(FormatText("%04d0305", thisYear + 1 - 100)));
-    EXPECT_EQ(TypedDate(u"05/03/24"), thisYear < 2124 ? u"20240305" : u"21240305");
-    EXPECT_EQ(TypedDate(u"05.03.99"), thisYear < 2099 ? u"19990305" : u"20990305");
-    // Anything else stays as typed.
-    for (const char16_t* typed : {u"5/3/24", u"", u"05/03/2024", u"aa/bb/cc", u"05-03-24", u"05/03/24 "})
-        EXPECT_EQ(TypedDate(typed), typed);
-
-    EXPECT_EQ(TypedTime(u"09:30:05"), u"093005");
-    for (const char16_t* typed : {u"9:30", u"", u"09:30", u"09-30-05", u"ab:cd:ef", u"09:30:05.5"})
-        EXPECT_EQ(TypedTime(typed), u"");
+    // A two-digit year is within the last hundred years, this one included;
+    // anything else stays as typed.
+    int thisYear = LocalNow().tm_year + 1900, yy = thisYear % 100;
+    auto typedDate = [](std::u16string text) {
+        Info::ConvertDateToDicom(text);
+        return text;
+    };
+    ExpectAll({{W(FormatText("05/03/%02d", yy)), W(FormatText("%04d0305", thisYear))},
+               {W(FormatText("05.03.%02d", (yy + 1) % 100)), W(FormatText("%04d0305", thisYear + 1 - 100))},
+               {u"05/03/24", thisYear < 2124 ? u"20240305" : u"21240305"},
+               {u"05.03.99", thisYear < 2099 ? u"19990305" : u"20990305"},
+               {u"5/3/24", u"5/3/24"}, {u"", u""}, {u"05/03/2024", u"05/03/2024"}, {u"aa/bb/cc", u"aa/bb/cc"},
+               {u"05-03-24", u"05-03-24"}, {u"05/03/24 ", u"05/03/24 "}},
+              typedDate);
+    auto typedTime = [](std::u16string text) {
+        Info::ConvertTimeToDicom(text);
+        return text;
+    };
+    ExpectAll({{u"09:30:05", u"093005"}, {u"9:30", u""}, {u"", u""}, {u"09:30", u""}, {u"09-30-05", u""},
+               {u"ab:cd:ef", u""}, {u"09:30:05.5", u""}},
+              typedTime);
 }
 
 TEST(DatesAndTimes, DicomDateToNumberAndDisplayDate)
 {
-    std::u16string text = u"20240305";
-    EXPECT_EQ(Info::ConvertDateFromDicom(text), 20240305);
-    EXPECT_EQ(text, u"05/03/24");
-    text = u"2024.03.05";
-    EXPECT_EQ(Info::ConvertDateFromDicom(text), 20240305);
-    EXPECT_EQ(text, u"05/03/24");
-    for (const char16_t* other : {u"2024-03-05", u"", u"2024030", u"202403051", u"2024O305"}) {
-        text = other;
-        EXPECT_EQ(Info::ConvertDateFromDicom(text), -1);
-        EXPECT_EQ(text, other);
-    }
+    // Readable dates become the number and the display form; others stay.
+    ExpectAll({{u"20240305", u"20240305 05/03/24"}, {u"2024.03.05", u"20240305 05/03/24"},
+               {u"2024-03-05", u"-1 2024-03-05"}, {u"", u"-1 "}, {u"2024030", u"-1 2024030"},
+               {u"202403051", u"-1 202403051"}, {u"2024O305", u"-1 2024O305"}},
+              [](std::u16string text) {
+                  long number = Info::ConvertDateFromDicom(text);
+                  return W(std::to_string(number)) + u" " + text;
+              });
 }
 
 TEST(PersonNames, FromDicomSplitsNamesAndTitles)
@@ -118,8 +94,7 @@ TEST(PersonNames, FromDicomSplitsNamesAndTitles)
         {u"MLLE ROUX", 'F', u"ROUX", u""},
         {u"1234 SMITH", -1, u"SMITH", u""},
         {u"^JOHN", -1, u"^JOHN", u""},
-        // Not a title: "Madam" is no table entry.
-        {u"Madam X", -1, u"Madam X", u""},
+        {u"Madam X", -1, u"Madam X", u""},  // "Madam" is no title
         {u"  DOE  ", -1, u"DOE", u""},
         // The space lies in the given name: the family name is not cut into.
         {u"DOE^JOHN PAUL", -1, u"DOE", u"JOHN PAUL"},
@@ -134,51 +109,51 @@ TEST(PersonNames, FromDicomSplitsNamesAndTitles)
 
 TEST(PersonNames, ToDicomKeepsTheRestOfThePreviousName)
 {
-    EXPECT_EQ(Info::ConvertNameToDicom(u"DOE", u"JOHN", u"DOE^JON^A^DR"), u"DOE^JOHN^A^DR");
-    EXPECT_EQ(Info::ConvertNameToDicom(u"DOE", u"", u"X"), u"DOE^^");
-    EXPECT_EQ(Info::ConvertNameToDicom(u"DOE", u"JOHN", u"X^Y"), u"DOE^JOHN^");
-    EXPECT_EQ(Info::ConvertNameToDicom(u"DOE", u"JOHN", u""), u"DOE^JOHN");
-    EXPECT_EQ(Info::ConvertNameToDicom(u"DOE", u"", u"A^B^MIDDLE"), u"DOE^^MIDDLE");
-    // A family name that already holds components gets nothing appended.
-    EXPECT_EQ(Info::ConvertNameToDicom(u"DOE^J", u"K", u"A^B^C"), u"DOE^J^K");
+    // Family, given and previous name, separated by "|".
+    ExpectAll({{u"DOE|JOHN|DOE^JON^A^DR", u"DOE^JOHN^A^DR"}, {u"DOE||X", u"DOE^^"}, {u"DOE|JOHN|X^Y", u"DOE^JOHN^"},
+               {u"DOE|JOHN|", u"DOE^JOHN"}, {u"DOE||A^B^MIDDLE", u"DOE^^MIDDLE"},
+               // A family name that already holds components gets nothing appended.
+               {u"DOE^J|K|A^B^C", u"DOE^J^K"}},
+              [](const std::u16string& parts) {
+                  return Info::ConvertNameToDicom(GetField(parts, u'|', 0), GetField(parts, u'|', 1),
+                                                  GetField(parts, u'|', 2));
+              });
 }
 
-TEST(QueryRanges, TypedDatesBecomeRangeMatchingValues)
+TEST(QueryRanges, TypedDatesAndTimesBecomeRangeMatchingValues)
 {
-    EXPECT_EQ(DatesRequest(u"01/03/2024 .. 31/03/2024"), u"20240301-20240331");
-    EXPECT_EQ(DatesRequest(u"..31/03/2024"), u"-20240331");
-    EXPECT_EQ(DatesRequest(u"01/03/2024.."), u"20240301-");
-    EXPECT_EQ(DatesRequest(u"20240301"), u"20240301");
-    EXPECT_EQ(DatesRequest(u"1.3.2024"), u"20240301");
-    EXPECT_EQ(DatesRequest(u"2024-03-01..2024.03.02"), u"20240301-20240302");
-    // Unreadable sides are left out; unreadable single dates change nothing.
-    EXPECT_EQ(DatesRequest(u"31/02/2024..xx"), u"");
-    EXPECT_EQ(DatesRequest(u"nonsense"), u"");
+    auto dates = [](const std::u16string& typed) {
+        std::u16string request;
+        Info::FormatDicomDatesRequest(typed, request);
+        return request;
+    };
+    std::tm now = LocalNow(), later = LocalNow(6 * 24 * 3600);
+    long year = now.tm_year + 1900L, month = now.tm_mon + 1L;
+    ExpectAll({{u"01/03/2024 .. 31/03/2024", u"20240301-20240331"}, {u"..31/03/2024", u"-20240331"},
+               {u"01/03/2024..", u"20240301-"}, {u"20240301", u"20240301"}, {u"1.3.2024", u"20240301"},
+               {u"2024-03-01..2024.03.02", u"20240301-20240302"},
+               // Unreadable sides are left out; unreadable single dates change nothing.
+               {u"31/02/2024..xx", u""}, {u"nonsense", u""}, {u"13/13/2024", u""},
+               {u"M", W(FormatText("%ld%02ld01-%ld%02ld31", year, month, year, month))},
+               {u"y", W(FormatText("%ld0101-%ld1231", year, year))},
+               {u"w", W(FormatText("%ld%02ld%02d-%d%02d%02d", year, month, now.tm_mday, later.tm_year + 1900,
+                                   later.tm_mon + 1, later.tm_mday))}},
+              dates);
     std::u16string request = u"kept";
     Info::FormatDicomDatesRequest(u"13/13/2024", request);
     EXPECT_EQ(request, u"kept");
-
-    std::tm now = LocalNow();
-    long year = now.tm_year + 1900L, month = now.tm_mon + 1L;
-    EXPECT_EQ(DatesRequest(u"M"), W(FormatText("%ld%02ld01-%ld%02ld31", year, month, year, month)));
-    EXPECT_EQ(DatesRequest(u"y"), W(FormatText("%ld0101-%ld1231", year, year)));
-    std::tm later = LocalNow(6 * 24 * 3600);
-    EXPECT_EQ(DatesRequest(u"w"), W(FormatText("%ld%02ld%02d-%d%02d%02d", year, month, now.tm_mday,
-                                                later.tm_year + 1900, later.tm_mon + 1, later.tm_mday)));
     // The helpers empty both outputs first.
     std::u16string from = u"old", to = u"old";
     DateRanges::FormatDicomDatesRequestForCurrentYear(from, to);
     EXPECT_EQ(from + to, W(FormatText("%ld0101-%ld1231", year, year)));
-}
 
-TEST(QueryRanges, TypedTimesBecomeRangeMatchingValues)
-{
-    EXPECT_EQ(TimesRequest(u"08:00:00..12:00:00"), u"080000-120000");
-    EXPECT_EQ(TimesRequest(u"08:00:00.."), u"080000-");
-    EXPECT_EQ(TimesRequest(u" .. 12:00:00"), u"-120000");
-    EXPECT_EQ(TimesRequest(u"08 : 00 : 00"), u"080000");
-    EXPECT_EQ(TimesRequest(u"8:00"), u"");
-    EXPECT_EQ(TimesRequest(u".."), u"");
+    ExpectAll({{u"08:00:00..12:00:00", u"080000-120000"}, {u"08:00:00..", u"080000-"}, {u" .. 12:00:00", u"-120000"},
+               {u"08 : 00 : 00", u"080000"}, {u"8:00", u""}, {u"..", u""}},
+              [](const std::u16string& typed) {
+                  std::u16string request;
+                  Info::FormatDicomTimesRequest(typed, request);
+                  return request;
+              });
 }
 
 TEST(DateTools, CalculateDateValidatesDaysAndMonths)
@@ -198,16 +173,14 @@ TEST(DateTools, CalculateDateValidatesDaysAndMonths)
 TEST(DateTools, DisplayFormsOfNumbers)
 {
     std::u16string text = u"old";
-    CDateTimeTools::Long2DateEx(20240305, text);
-    EXPECT_EQ(text, u"05/03/2024");
-    for (long bad : {-1L, 0L, 18000000L, 20241305L, 20240230L}) {
-        CDateTimeTools::Long2DateEx(bad, text);
-        EXPECT_EQ(text, u"") << bad;
+    for (auto [number, shown] : {std::pair{20240305L, u"05/03/2024"}, {-1L, u""}, {0L, u""}, {18000000L, u""},
+                                 {20241305L, u""}, {20240230L, u""}}) {
+        CDateTimeTools::Long2DateEx(number, text);
+        EXPECT_EQ(text, shown) << number;
     }
-    CDateTimeTools::Long2Time(93005, text);
-    EXPECT_EQ(text, u"09:30:05");
-    for (long bad : {-1L, 250000L, 126000L, 120061L}) {
-        CDateTimeTools::Long2Time(bad, text);
-        EXPECT_EQ(text, u"") << bad;
+    for (auto [number, shown] : {std::pair{93005L, u"09:30:05"}, {-1L, u""}, {250000L, u""}, {126000L, u""},
+                                 {120061L, u""}}) {
+        CDateTimeTools::Long2Time(number, text);
+        EXPECT_EQ(text, shown) << number;
     }
 }

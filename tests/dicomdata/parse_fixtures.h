@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -19,17 +18,12 @@ namespace parsefix {
 
 using Bytes = std::vector<unsigned char>;
 constexpr uint32_t kUndefined = 0xFFFFFFFFu;
+constexpr uint32_t kValueSize = 0xFFFFFFFEu;  // "the length field holds the value's size"
 
-inline void put16(Bytes& out, uint32_t v)
-{
-    out.push_back(static_cast<unsigned char>(v));
-    out.push_back(static_cast<unsigned char>(v >> 8));
-}
-inline void put32(Bytes& out, uint32_t v)
-{
-    put16(out, v & 0xFFFF);
-    put16(out, v >> 16);
-}
+inline void put16(Bytes& out, uint32_t v) { out.insert(out.end(), {uint8_t(v), uint8_t(v >> 8)}); }
+inline void put32(Bytes& out, uint32_t v) { put16(out, v & 0xFFFF); put16(out, v >> 16); }
+inline Bytes us(uint16_t v) { return {uint8_t(v), uint8_t(v >> 8)}; }
+inline Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 inline Bytes cat(std::initializer_list<Bytes> parts)
 {
     Bytes out;
@@ -37,35 +31,22 @@ inline Bytes cat(std::initializer_list<Bytes> parts)
         out.insert(out.end(), part.begin(), part.end());
     return out;
 }
-inline Bytes text(const std::string& s)
-{
-    return Bytes(s.begin(), s.end());
-}
-
-inline bool isLong(const std::string& vr)
-{
-    for (const char* v : {"OB", "OW", "OF", "OD", "OL", "SQ", "UN", "UT", "UC", "UR"})
-        if (vr == v)
-            return true;
-    return false;
-}
 
 // Explicit VR element with the given length field (defaults to the value size).
 inline Bytes elem(uint16_t group, uint16_t element, const std::string& vr, const Bytes& value,
-                  uint32_t length = 0xFFFFFFFEu)
+                  uint32_t length = kValueSize)
 {
     Bytes out;
     put16(out, group);
     put16(out, element);
-    out.push_back(static_cast<unsigned char>(vr[0]));
-    out.push_back(static_cast<unsigned char>(vr[1]));
-    uint32_t declared = length == 0xFFFFFFFEu ? static_cast<uint32_t>(value.size()) : length;
-    if (isLong(vr)) {
-        put16(out, 0);
-        put32(out, declared);
-    } else {
-        put16(out, declared);
-    }
+    out.insert(out.end(), {uint8_t(vr[0]), uint8_t(vr[1])});
+    uint32_t declared = length == kValueSize ? static_cast<uint32_t>(value.size()) : length;
+    bool longForm = false;
+    for (const char* v : {"OB", "OW", "OF", "OD", "OL", "SQ", "UN", "UT", "UC", "UR"})
+        longForm |= vr == v;
+    if (longForm)
+        put16(out, 0);  // reserved field, then a 32-bit length
+    (longForm ? put32 : put16)(out, declared);
     out.insert(out.end(), value.begin(), value.end());
     return out;
 }
@@ -75,47 +56,32 @@ inline Bytes elem(uint16_t group, uint16_t element, const std::string& vr, const
 }
 
 // Implicit VR element (also the form of items and delimiters).
-inline Bytes ielem(uint16_t group, uint16_t element, const Bytes& value, uint32_t length = 0xFFFFFFFEu)
+inline Bytes ielem(uint16_t group, uint16_t element, const Bytes& value, uint32_t length = kValueSize)
 {
     Bytes out;
     put16(out, group);
     put16(out, element);
-    put32(out, length == 0xFFFFFFFEu ? static_cast<uint32_t>(value.size()) : length);
+    put32(out, length == kValueSize ? static_cast<uint32_t>(value.size()) : length);
     out.insert(out.end(), value.begin(), value.end());
     return out;
 }
-inline Bytes us(uint16_t v)
-{
-    Bytes out;
-    put16(out, v);
-    return out;
-}
-inline Bytes item(const Bytes& content)
-{
-    return ielem(0xFFFE, 0xE000, content);
-}
+inline Bytes item(const Bytes& content) { return ielem(0xFFFE, 0xE000, content); }
+inline Bytes sequenceEnd() { return ielem(0xFFFE, 0xE0DD, {}); }
 inline Bytes undefinedItem(const Bytes& content)
 {
     return cat({ielem(0xFFFE, 0xE000, {}, kUndefined), content, ielem(0xFFFE, 0xE00D, {})});
-}
-inline Bytes sequenceEnd()
-{
-    return ielem(0xFFFE, 0xE0DD, {});
 }
 
 // A Part 10 file image: preamble, "DICM", meta group (explicit VR unless
 // told otherwise) with the transfer syntax, then the data set bytes.
 inline Bytes fileImage(const std::string& transferSyntax, const Bytes& dataSet, bool implicitMeta = false)
 {
-    std::string uid = transferSyntax;
+    Bytes uid = text(transferSyntax);
     if (uid.size() % 2)
-        uid.push_back('\0');
-    Bytes meta = implicitMeta ? cat({ielem(0x0002, 0x0001, {0, 1}), ielem(0x0002, 0x0010, text(uid))})
-                              : cat({elem(0x0002, 0x0001, "OB", Bytes{0, 1}), elem(0x0002, 0x0010, "UI", text(uid))});
-    Bytes out(128, 0);
-    for (char c : std::string("DICM"))
-        out.push_back(static_cast<unsigned char>(c));
-    return cat({out, meta, dataSet});
+        uid.push_back(0);
+    Bytes meta = implicitMeta ? cat({ielem(0x0002, 0x0001, {0, 1}), ielem(0x0002, 0x0010, uid)})
+                              : cat({elem(0x0002, 0x0001, "OB", Bytes{0, 1}), elem(0x0002, 0x0010, "UI", uid)});
+    return cat({Bytes(128, 0), text("DICM"), meta, dataSet});
 }
 
 // Every regular file below pydicom's sample folders, sorted, as full paths.
@@ -152,10 +118,9 @@ inline std::string ScratchPath(const std::string& name)
 
 inline std::string ToHex(const std::string& bytes)
 {
-    static const char digits[] = "0123456789abcdef";
     std::string hex;
     for (unsigned char b : bytes)
-        hex += {digits[b >> 4], digits[b & 15]};
+        hex += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
     return hex;
 }
 inline std::string FromHex(const std::string& hex)

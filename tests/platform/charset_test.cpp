@@ -73,60 +73,37 @@ TEST(CharsetConversion, InvalidBytesBecomeReplacementCharactersAndPaddingIsDropp
     EXPECT_EQ(Decode("", u"ISO 2022 IR 87"), u"");
 }
 
+// The examples of PS3.5 H and I, whole, are pydicom's charset samples
+// (tests/dicomdata/text_corpus_test.cpp) and the tree's person name encoding
+// (tests/dicomdata/text_test.cpp); here the switching itself.
 TEST(CharsetConversion, Iso2022FollowsEscapeSequencesAndResetsAtDelimiters)
 {
-    // PS3.5 H.3.1: Japanese, escape sequences in every group.
-    const std::string japanese =
-        "Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=\x1b$B$d$^$@\x1b(B^\x1b$B$?$m$&\x1b(B";
-    const std::u16string japaneseText = u"Yamada^Tarou=\u5C71\u7530^\u592A\u90CE=\u3084\u307E\u3060^\u305F\u308D\u3046";
     // Whichever ISO 2022 term is the first value, the escapes decide.
+    const std::string japanese = "Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B";
     for (const char16_t* term : {u"ISO 2022 IR 87", u"ISO 2022 IR 6", u"ISO 2022 IR 100", u"ISO 2022 IR 149"})
-        EXPECT_EQ(Decode(japanese, term), japaneseText);
+        EXPECT_EQ(Decode(japanese, term), u"Yamada^Tarou=\u5C71\u7530^\u592A\u90CE");
+    // Half-width katakana in G1 from ISO 2022 IR 13; G1 sets designated per component.
+    EXPECT_EQ(Decode("\xd4\xcf^\x1b$B;3ED\x1b(J", u"ISO 2022 IR 13"), u"\uFF94\uFF8F^\u5C71\u7530");
+    EXPECT_EQ(Decode("Hong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce", u"ISO 2022 IR 6"), u"Hong=\u6D2A^\u5409");
+    EXPECT_EQ(Decode("Zhang=\x1b$)A\xd5\xc5^", u"ISO 2022 IR 58"), u"Zhang=\u5F20^");
 
-    // PS3.5 H.3.2: half-width katakana in G1 from ISO 2022 IR 13, kanji by escape.
-    EXPECT_EQ(Decode("\xd4\xcf\xc0\xde^\xc0\xdb\xb3=\x1b$B;3ED\x1b(J^\x1b$BB@O:\x1b(J=\x1b$B$d$^$@\x1b(J^"
-                     "\x1b$B$?$m$&\x1b(J",
-                     u"ISO 2022 IR 13"),
-              u"\uFF94\uFF8F\uFF80\uFF9E^\uFF80\uFF9B\uFF73=\u5C71\u7530^\u592A\u90CE=\u3084\u307E\u3060^"
-              u"\u305F\u308D\u3046");
-
-    // PS3.5 I.2: Korean, KS X 1001 designated to G1 in each component.
-    const std::string korean =
-        "Hong^Gildong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce\xd4\xd7=\x1b$)C\xc8\xab^\x1b$)C\xb1\xe6\xb5\xbf";
-    const std::u16string koreanText = u"Hong^Gildong=\u6D2A^\u5409\u6D1E=\uD64D^\uAE38\uB3D9";
-    EXPECT_EQ(Decode(korean, u"ISO 2022 IR 149"), koreanText);
-    EXPECT_EQ(Decode(korean, u"ISO 2022 IR 6"), koreanText);
-
-    // Chinese GB 2312 in G1.
-    EXPECT_EQ(Decode("Zhang^XiaoDong=\x1b$)A\xd5\xc5^\x1b$)A\xd0\xa1\xb6\xab=", u"ISO 2022 IR 58"),
-              u"Zhang^XiaoDong=\u5F20^\u5C0F\u4E1C=");
-    // JIS X 0212 in G0.
     std::string bytes;
-    ASSERT_TRUE(Encode(u"\u4E02", u"ISO 2022 IR 159", bytes));  // not in JIS X 0208
-    EXPECT_EQ(bytes.substr(0, 4), "\x1b$(D");
-    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 159"), u"\u4E02");
-
-    // Encoding: the escape sequences the examples show, back to ASCII at the end.
-    ASSERT_TRUE(Encode(u"\u5C71\u7530", u"ISO 2022 IR 87", bytes));
-    EXPECT_EQ(bytes, "\x1b$B;3ED\x1b(B");
-    ASSERT_TRUE(Encode(u"\u6D2A", u"ISO 2022 IR 149", bytes));
-    EXPECT_EQ(bytes, "\x1b$)C\xfb\xf3");
-    ASSERT_TRUE(Encode(u"\uFF94\uFF8F", u"ISO 2022 IR 13", bytes));
-    EXPECT_EQ(bytes, "\xd4\xcf");
-    // Another alphabet goes to G1 in its own 96-character set; a CJK first
-    // value keeps its own double-byte set first (JIS X 0208 has Cyrillic).
-    ASSERT_TRUE(Encode(u"\u00E9\u0394", u"ISO 2022 IR 100", bytes));
-    EXPECT_EQ(bytes, "\xE9\x1b-F\xC4");
-    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 100"), u"\u00E9\u0394");
-    ASSERT_TRUE(Encode(u"\u0416", u"ISO 2022 IR 6", bytes));
-    EXPECT_EQ(bytes, "\x1b-L\xB6");
-    ASSERT_TRUE(Encode(u"\u0416", u"ISO 2022 IR 87", bytes));
-    EXPECT_EQ(bytes, "\x1b$B'(\x1b(B");
-    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 87"), u"\u0416");
-    // A reset point in the text returns G0 to ASCII before it.
-    ASSERT_TRUE(Encode(u"\u5C71\\\u7530", u"ISO 2022 IR 87", bytes));
-    EXPECT_EQ(bytes, "\x1b$B;3\x1b(B\\\x1b$BED\x1b(B");
-    EXPECT_EQ(Decode(bytes, u"ISO 2022 IR 87"), u"\u5C71\\\u7530");
+    const std::tuple<std::u16string, const char16_t*, std::string> encodings[] = {
+        {u"\u4E02", u"ISO 2022 IR 159", "\x1b$(D0!\x1b(B"},  // JIS X 0212 in G0: not in JIS X 0208
+        {u"\uFF94\uFF8F", u"ISO 2022 IR 13", "\xd4\xcf"},
+        // Another alphabet goes to G1 in its own 96-character set; a CJK first
+        // value keeps its own double-byte set first (JIS X 0208 has Cyrillic).
+        {u"\u00E9\u0394", u"ISO 2022 IR 100", "\xE9\x1b-F\xC4"},
+        {u"\u0416", u"ISO 2022 IR 6", "\x1b-L\xB6"},
+        {u"\u0416", u"ISO 2022 IR 87", "\x1b$B'(\x1b(B"},
+        // A reset point in the text returns G0 to ASCII before it.
+        {u"\u5C71\\\u7530", u"ISO 2022 IR 87", "\x1b$B;3\x1b(B\\\x1b$BED\x1b(B"},
+    };
+    for (const auto& [text, term, expected] : encodings) {
+        ASSERT_TRUE(Encode(text, term, bytes));
+        EXPECT_EQ(bytes, expected);
+        EXPECT_EQ(Decode(bytes, term), text);
+    }
 }
 
 TEST(CharsetConversion, DamagedIso2022ValuesDecodeWithoutFailing)

@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "dicomdata/parse_fixtures.h"
 #include "tools/dump_run.h"
 
 using namespace parsefix;
@@ -27,7 +26,7 @@ const Bytes kJpeg = fileImage("1.2.840.10008.1.2.4.50",
 TEST(ConvertCli, ArgumentsAndFailuresGiveAnErrorLineAndNoOutput)
 {
     std::string in = ScratchPath("in.dcm"), out = ScratchPath("out.dcm"), jpeg = ScratchPath("jpeg.dcm");
-    ASSERT_TRUE(WriteBytes(in, kImplicit) && WriteBytes(jpeg, kJpeg));
+    ASSERT_TRUE(WriteFile(in, kImplicit) && WriteFile(jpeg, kJpeg));
     EXPECT_EQ(RunCli({"convert", in}).status, 2);
     EXPECT_EQ(RunCli({"convert", "--implicit", "--explicit", in, out}).status, 2);
     CliResult unknown = RunCli({"convert", "--big-endian", in, out});
@@ -56,7 +55,7 @@ TEST(ConvertCli, ArgumentsAndFailuresGiveAnErrorLineAndNoOutput)
 TEST(ConvertCli, SwitchesEncodingsAndRewritesInPlaceOnlyThroughACompleteCopy)
 {
     std::string path = ScratchPath("same.dcm"), out = ScratchPath("explicit.dcm");
-    ASSERT_TRUE(WriteBytes(path, kImplicit));
+    ASSERT_TRUE(WriteFile(path, kImplicit));
     EXPECT_EQ(RunCli({"convert", "--explicit", path, out}).status, 0);
     EXPECT_EQ(ReadFile(out), kExplicit);
     EXPECT_EQ(RunCli({"convert", "--explicit", out, out}).status, 0);

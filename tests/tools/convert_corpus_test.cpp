@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
 #include "platform/text.h"
 #include "tools/dump_run.h"
+
+using namespace parsefix;
 
 namespace {
 const char* const kDcmdump = "/usr/bin/dcmdump";
@@ -66,15 +67,15 @@ std::u16string TransferSyntaxOf(const std::string& path)
 
 TEST(ConvertCorpus, RewritesAreReadCleanlyAndKeepTheirBytesAndJson)
 {
-    std::string dataDir = parsefix::PydicomDataDir();
+    std::string dataDir = PydicomDataDir();
     if (dataDir.empty())
         GTEST_SKIP() << "pydicom's sample files are not installed";
     bool haveDcmdump = access(kDcmdump, X_OK) == 0;
     std::string pairs;
     std::vector<std::string> outputs;
-    for (const std::string& source : parsefix::CorpusFiles(dataDir)) {
+    for (const std::string& source : CorpusFiles(dataDir)) {
         std::string name = source.substr(dataDir.size() + 1);
-        std::string output = parsefix::ScratchPath(std::to_string(outputs.size()) + ".dcm");
+        std::string output = ScratchPath(std::to_string(outputs.size()) + ".dcm");
         if (RunCli({"convert", source, output}).status != 0) {
             // Only files that the library refuses to load stay unconverted.
             EXPECT_FALSE(CDicomItem(u"Object").LoadObject(Utf8ToUtf16(source))) << name;
@@ -82,7 +83,7 @@ TEST(ConvertCorpus, RewritesAreReadCleanlyAndKeepTheirBytesAndJson)
         }
         outputs.push_back(output);
         pairs += source + "\t" + output + "\n";
-        EXPECT_EQ(ReadText(source) == ReadText(output), kRewrittenDifferently.count(name) == 0) << name;
+        EXPECT_EQ(ReadFile(source) == ReadFile(output), kRewrittenDifferently.count(name) == 0) << name;
         if (haveDcmdump) {
             EXPECT_EQ(RunCli({output}, kDcmdump).status, 0) << name;
             std::set<std::string> known = Complaints(source);
@@ -92,8 +93,8 @@ TEST(ConvertCorpus, RewritesAreReadCleanlyAndKeepTheirBytesAndJson)
     }
     EXPECT_GE(outputs.size(), 150u);
 
-    std::string pairsPath = parsefix::ScratchPath("pairs.txt");
-    ASSERT_TRUE(WriteBytes(pairsPath, parsefix::text(pairs)));
+    std::string pairsPath = ScratchPath("pairs.txt");
+    ASSERT_TRUE(WriteFile(pairsPath, text(pairs)));
     CliResult compared = RunCli({std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/convert_json_compare.py", pairsPath},
                                 "/usr/bin/python3");
     ASSERT_EQ(compared.status, 0) << compared.err;
@@ -117,12 +118,13 @@ TEST(ConvertCorpus, RewritesAreReadCleanlyAndKeepTheirBytesAndJson)
 
 TEST(ConvertCorpus, ImplicitFilesComeBackFromExplicitUnchanged)
 {
-    std::string dataDir = parsefix::PydicomDataDir();
+    std::string dataDir = PydicomDataDir();
     if (dataDir.empty())
         GTEST_SKIP() << "pydicom's sample files are not installed";
-    std::string plain = parsefix::ScratchPath("plain.dcm"), viaExplicit = parsefix::ScratchPath("explicit.dcm"), back = parsefix::ScratchPath("back.dcm");
+    std::string plain = ScratchPath("plain.dcm"), viaExplicit = ScratchPath("explicit.dcm");
+    std::string back = ScratchPath("back.dcm");
     int roundTrips = 0;
-    for (const std::string& source : parsefix::CorpusFiles(dataDir)) {
+    for (const std::string& source : CorpusFiles(dataDir)) {
         if (TransferSyntaxOf(source) != u"1.2.840.10008.1.2")
             continue;
         ASSERT_EQ(RunCli({"convert", source, plain}).status, 0) << source;
@@ -132,7 +134,7 @@ TEST(ConvertCorpus, ImplicitFilesComeBackFromExplicitUnchanged)
             EXPECT_EQ(RunCli({viaExplicit}, kDcmdump).err.find("E:"), std::string::npos) << source;
         }
         ASSERT_EQ(RunCli({"convert", "--implicit", viaExplicit, back}).status, 0) << source;
-        EXPECT_EQ(ReadText(back), ReadText(plain)) << source << " changed on its way through explicit VR";
+        EXPECT_EQ(ReadFile(back), ReadFile(plain)) << source << " changed on its way through explicit VR";
         ++roundTrips;
     }
     EXPECT_GE(roundTrips, 8);

@@ -1,44 +1,30 @@
 #pragma once
-// Runs the built `zeldicom` program the way a user does and collects its
-// exit status, stdout, stderr, wall time and peak resident memory.
+// Runs a program (the built `zeldicom` unless told otherwise) the way a user
+// does and collects its exit status, stdout, stderr, wall time and peak
+// resident memory.
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "dicomdata/parse_fixtures.h"
+
 struct CliResult {
     int status = -1;  // exit status, or -1 when the program did not exit normally
-    std::string out;
-    std::string err;
+    std::string out, err;
     double seconds = 0;
     long maxResidentKiB = 0;
 };
 
-inline std::string TempPath(const std::string& name)
-{
-    const char* dir = std::getenv("TMPDIR");
-    return std::string(dir && *dir ? dir : "/tmp") + "/zeldicom-h1-" + std::to_string(getpid()) + "-" + name;
-}
-
-inline std::string ReadText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 inline CliResult RunCli(const std::vector<std::string>& args, const std::string& program = ZELDICOM_CLI)
 {
-    std::string outPath = TempPath("stdout"), errPath = TempPath("stderr");
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(program.c_str()));
+    std::string outPath = parsefix::ScratchPath("stdout"), errPath = parsefix::ScratchPath("stderr");
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& arg : args)
         argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
@@ -63,8 +49,9 @@ inline CliResult RunCli(const std::vector<std::string>& args, const std::string&
         result.maxResidentKiB = usage.ru_maxrss;
     }
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    result.out = ReadText(outPath);
-    result.err = ReadText(errPath);
+    parsefix::Bytes out = parsefix::ReadFile(outPath), err = parsefix::ReadFile(errPath);
+    result.out.assign(out.begin(), out.end());
+    result.err.assign(err.begin(), err.end());
     std::remove(outPath.c_str());
     std::remove(errPath.c_str());
     return result;
@@ -73,20 +60,8 @@ inline CliResult RunCli(const std::vector<std::string>& args, const std::string&
 inline std::vector<std::string> Lines(const std::string& text)
 {
     std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos)
-            end = text.size();
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
     return lines;
-}
-
-inline bool WriteBytes(const std::string& path, const std::vector<unsigned char>& bytes)
-{
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return static_cast<bool>(out);
 }

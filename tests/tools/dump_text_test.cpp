@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "dicomdata/parse_fixtures.h"
 #include "dump_run.h"
 
 using namespace parsefix;
@@ -12,26 +11,19 @@ using namespace parsefix;
 namespace {
 const std::string kSample = std::string(ZELDICOM_SOURCE_DIR) + "/samples/ct_small.dcm";
 
-// The first line that begins (after its indent) with the tag, or "".
-std::string LineOf(const std::vector<std::string>& lines, const std::string& tag, size_t from = 0)
+// The index of the first line that begins (after its indent) with start.
+size_t Find(const std::vector<std::string>& lines, const std::string& start)
 {
-    for (size_t i = from; i < lines.size(); ++i)
-        if (lines[i].find_first_not_of(' ') != std::string::npos && lines[i].compare(lines[i].find_first_not_of(' '), tag.size(), tag) == 0)
-            return lines[i];
-    return {};
-}
-
-size_t IndexOf(const std::vector<std::string>& lines, const std::string& tag, size_t from = 0)
-{
-    for (size_t i = from; i < lines.size(); ++i)
-        if (lines[i].find(tag) != std::string::npos)
+    for (size_t i = 0; i < lines.size(); ++i)
+        if (size_t indent = lines[i].find_first_not_of(' '); indent != std::string::npos &&
+                                                               lines[i].compare(indent, start.size(), start) == 0)
             return i;
     return lines.size();
 }
-
-size_t IndentOf(const std::string& line)
+std::string LineOf(const std::vector<std::string>& lines, const std::string& start)
 {
-    return line.find_first_not_of(' ');
+    size_t at = Find(lines, start);
+    return at < lines.size() ? lines[at] : std::string();
 }
 }
 
@@ -41,38 +33,27 @@ TEST(DumpText, SampleShowsMetaInformationNestingAndValues)
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_TRUE(run.err.empty()) << run.err;
     std::vector<std::string> lines = Lines(run.out);
-
-    size_t meta = IndexOf(lines, "# File meta information");
-    size_t data = IndexOf(lines, "# Data set");
-    ASSERT_LT(meta, data);
-    size_t syntax = IndexOf(lines, "(0002,0010)");
-    EXPECT_GT(syntax, meta);
-    EXPECT_LT(syntax, data);
+    size_t meta = Find(lines, "# File meta information"), data = Find(lines, "# Data set");
+    size_t syntax = Find(lines, "(0002,0010)");
+    ASSERT_LT(data, lines.size());
+    EXPECT_TRUE(meta < syntax && syntax < data);
     EXPECT_NE(lines[syntax].find("UI [1.2.840.10008.1.2.1]"), std::string::npos) << lines[syntax];
 
-    std::string name = LineOf(lines, "(0010,0010)");
-    EXPECT_NE(name.find("PN [Doe^Jane^^Ms]"), std::string::npos) << name;
-    EXPECT_NE(name.find("Patient's Name"), std::string::npos) << name;
-    EXPECT_NE(name.find("# 12,"), std::string::npos) << name;
-    EXPECT_NE(LineOf(lines, "(0028,0010)").find("US 16 "), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(0020,0032)").find("[-120.0\\-120.0\\35.5]"), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(0009,1001)").find("LO [private value]"), std::string::npos);
+    for (const auto& [tag, shown] : {std::pair{"(0010,0010)", "PN [Doe^Jane^^Ms]"}, {"(0010,0010)", "Patient's Name"},
+                                     {"(0010,0010)", "# 12,"}, {"(0028,0010)", "US 16 "},
+                                     {"(0020,0032)", "[-120.0\\-120.0\\35.5]"}, {"(0009,1001)", "LO [private value]"}})
+        EXPECT_NE(LineOf(lines, tag).find(shown), std::string::npos) << LineOf(lines, tag);
 
-    // Undefined-length sequence: item and both delimiters, each one level deeper.
-    size_t sq = IndexOf(lines, "(0008,1032)");
-    ASSERT_LT(sq + 6, lines.size());
+    // Undefined-length sequence: item and both delimiters, each one level
+    // deeper, then the next element back at the data set's level.
+    size_t sq = Find(lines, "(0008,1032)");
+    ASSERT_LT(sq + 7, lines.size());
     EXPECT_NE(lines[sq].find("SQ"), std::string::npos);
     EXPECT_NE(lines[sq].find("u/l"), std::string::npos);
-    EXPECT_EQ(lines[sq + 1].substr(IndentOf(lines[sq + 1]), 11), "(FFFE,E000)");
-    EXPECT_EQ(IndentOf(lines[sq + 1]), IndentOf(lines[sq]) + 2);
-    EXPECT_NE(lines[sq + 2].find("(0008,0100) SH [CTHEAD]"), std::string::npos);
-    EXPECT_EQ(IndentOf(lines[sq + 2]), IndentOf(lines[sq]) + 4);
-    EXPECT_NE(lines[sq + 5].find("(FFFE,E00D)"), std::string::npos);
-    EXPECT_EQ(IndentOf(lines[sq + 5]), IndentOf(lines[sq]) + 4);
-    EXPECT_NE(lines[sq + 6].find("(FFFE,E0DD)"), std::string::npos);
-    EXPECT_EQ(IndentOf(lines[sq + 6]), IndentOf(lines[sq]) + 2);
-    // The next element is back at the data set's level.
-    EXPECT_EQ(lines[sq + 7].substr(0, 11), "(0008,103E)");
+    const std::pair<size_t, std::string> nested[] = {{1, "  (FFFE,E000)"}, {2, "    (0008,0100) SH [CTHEAD]"},
+                                                     {5, "    (FFFE,E00D)"}, {6, "  (FFFE,E0DD)"}, {7, "(0008,103E)"}};
+    for (const auto& [offset, start] : nested)
+        EXPECT_EQ(lines[sq + offset].substr(0, start.size()), start) << lines[sq + offset];
 
     // Pixel data: a 16-byte preview, the cut marker, the full length.
     std::string pixels = LineOf(lines, "(7FE0,0010)");
@@ -82,13 +63,11 @@ TEST(DumpText, SampleShowsMetaInformationNestingAndValues)
 
 TEST(DumpText, BadFilesGetOneErrorLineAndTheOthersAreStillDumped)
 {
-    std::string notDicom = TempPath("not-dicom.txt");
-    ASSERT_TRUE(WriteBytes(notDicom, Bytes(300, 'x')));
-    std::string truncated = TempPath("truncated.dcm");
-    std::string sample = ReadText(kSample);
-    Bytes whole(sample.begin(), sample.end());
+    std::string notDicom = ScratchPath("not-dicom.txt"), truncated = ScratchPath("truncated.dcm");
+    ASSERT_TRUE(WriteFile(notDicom, Bytes(300, 'x')));
+    Bytes whole = ReadFile(kSample);
     ASSERT_GT(whole.size(), 1000u);
-    ASSERT_TRUE(WriteBytes(truncated, Bytes(whole.begin(), whole.end() - 100)));
+    ASSERT_TRUE(WriteFile(truncated, Bytes(whole.begin(), whole.end() - 100)));
 
     CliResult run = RunCli({"dump", "/nonexistent/a.dcm", kSample, notDicom, truncated, kSample});
     EXPECT_NE(run.status, 0);
@@ -101,8 +80,7 @@ TEST(DumpText, BadFilesGetOneErrorLineAndTheOthersAreStillDumped)
     EXPECT_NE(errors[2].find("truncated"), std::string::npos);
     // Both good files are dumped in full.
     std::vector<std::string> lines = Lines(run.out);
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                            [](const std::string& l) { return l.rfind("(7FE0,0010)", 0) == 0; }),
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.rfind("(7FE0,0010)", 0) == 0; }),
               2);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "# " + kSample), 2);
 
@@ -120,20 +98,19 @@ TEST(DumpText, LongValuesAreCutNumbersAreNumbersAndEveryElementIsOneLine)
     std::string report(10000, 'r');
     report[5] = '\n';
     report[9] = '\r';
-    Bytes floats = {0x00, 0x00, 0xC0, 0x3F};                          // FL 1.5
-    Bytes doubles = {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 0xC0};  // FD -2.5
-    Bytes shorts = {0xFB, 0xFF};                                      // SS -5
-    Bytes tags = {0x10, 0x00, 0x10, 0x00, 0x28, 0x00, 0x00, 0x01};    // AT (0010,0010)\(0028,0100)
     Bytes many;
     for (uint16_t i = 0; i < 100; ++i)
         put16(many, i);
     Bytes body = cat({elem(0x0008, 0x0005, "CS", "ISO_IR 100"), elem(0x0018, 0x6020, "SL", Bytes{0xFE, 0xFF, 0xFF, 0xFF}),
-                      elem(0x0028, 0x0009, "AT", tags), elem(0x0028, 0x1201, "US", many),
-                      elem(0x0040, 0xA160, "UT", report), elem(0x0070, 0x0010, "FL", floats),
-                      elem(0x0018, 0x6028, "FD", doubles), elem(0x6000, 0x0050, "SS", shorts)});
-    std::string path = TempPath("values.dcm");
-    ASSERT_TRUE(WriteBytes(path, fileImage("1.2.840.10008.1.2.1", body)));
+                      elem(0x0028, 0x0009, "AT", Bytes{0x10, 0x00, 0x10, 0x00, 0x28, 0x00, 0x00, 0x01}),
+                      elem(0x0028, 0x1201, "US", many), elem(0x0040, 0xA160, "UT", report),
+                      elem(0x0070, 0x0010, "FL", Bytes{0x00, 0x00, 0xC0, 0x3F}),
+                      elem(0x0018, 0x6028, "FD", Bytes{0, 0, 0, 0, 0, 0, 0x04, 0xC0}),
+                      elem(0x6000, 0x0050, "SS", Bytes{0xFB, 0xFF})});
+    std::string path = ScratchPath("values.dcm");
+    ASSERT_TRUE(WriteFile(path, fileImage("1.2.840.10008.1.2.1", body)));
     CliResult run = RunCli({"dump", path});
+    std::remove(path.c_str());
     ASSERT_EQ(run.status, 0) << run.err;
     std::vector<std::string> lines = Lines(run.out);
 
@@ -142,18 +119,14 @@ TEST(DumpText, LongValuesAreCutNumbersAreNumbersAndEveryElementIsOneLine)
     EXPECT_NE(text.find("]..."), std::string::npos) << text;
     EXPECT_LT(text.size(), 200u);
     EXPECT_NE(text.find("# 10000,"), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(0018,6020)").find("SL -2 "), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(0028,0009)").find("AT (0010,0010)\\(0028,0100) "), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(0070,0010)").find("FL 1.5 "), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(0018,6028)").find("FD -2.5 "), std::string::npos);
-    EXPECT_NE(LineOf(lines, "(6000,0050)").find("SS -5 "), std::string::npos);
-    std::string list = LineOf(lines, "(0028,1201)");
-    EXPECT_NE(list.find("US 0\\1\\2\\3\\"), std::string::npos) << list;
-    EXPECT_NE(list.find("\\15\\... (100 values)"), std::string::npos) << list;
-    EXPECT_EQ(list.find("\\16\\"), std::string::npos) << list;
+    for (const auto& [tag, shown] :
+         {std::pair{"(0018,6020)", "SL -2 "}, {"(0028,0009)", "AT (0010,0010)\\(0028,0100) "}, {"(0070,0010)", "FL 1.5 "},
+          {"(0018,6028)", "FD -2.5 "}, {"(6000,0050)", "SS -5 "}, {"(0028,1201)", "US 0\\1\\2\\3\\"},
+          {"(0028,1201)", "\\15\\... (100 values)"}})
+        EXPECT_NE(LineOf(lines, tag).find(shown), std::string::npos) << LineOf(lines, tag);
+    EXPECT_EQ(LineOf(lines, "(0028,1201)").find("\\16\\"), std::string::npos);
     // 8 data set elements, 2 meta elements, 2 headings: nothing spills onto extra lines.
     EXPECT_EQ(lines.size(), 12u) << run.out;
-    std::remove(path.c_str());
 }
 
 TEST(DumpText, A512MiBFileIsDumpedWithoutReadingItsPixels)
@@ -162,8 +135,8 @@ TEST(DumpText, A512MiBFileIsDumpedWithoutReadingItsPixels)
     Bytes body = cat({elem(0x0028, 0x0010, "US", us(16384)), elem(0x0028, 0x0011, "US", us(16384)),
                       elem(0x0028, 0x0100, "US", us(16)), elem(0x7FE0, 0x0010, "OW", Bytes{0x2A, 0x00}, kPixelBytes)});
     Bytes image = fileImage("1.2.840.10008.1.2.1", body);
-    std::string path = TempPath("large.dcm");
-    ASSERT_TRUE(WriteBytes(path, image));
+    std::string path = ScratchPath("large.dcm");
+    ASSERT_TRUE(WriteFile(path, image));
     // The rest of the pixel data is a hole in a sparse file: nothing is
     // written, and reading it all would still cost 512 MiB of page faults.
     ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(image.size() - 2 + kPixelBytes)), 0);

@@ -1,14 +1,13 @@
 // zeldicom probe: one line per file, checked against pydicom's reading of
 // its sample corpus and against small files; exit status by the worst file.
 #include <gtest/gtest.h>
-#include <dirent.h>
 
-#include <cstring>
 #include <map>
 #include <sstream>
 
-#include "dicomdata/parse_fixtures.h"
 #include "tools/dump_run.h"
+
+using namespace parsefix;
 
 namespace {
 // pydicom's view of a file: "meta", its transfer syntax ("-" if absent) and
@@ -39,22 +38,17 @@ for path in sys.argv[1:]:
 
 TEST(ProbeCommand, ClassifiesTheCorpusLikePydicom)
 {
-    std::string root = parsefix::PydicomDataDir();
+    std::string root = PydicomDataDir();
     if (root.empty())
         GTEST_SKIP() << "pydicom's sample data is not installed";
-    std::string script = TempPath("classify.py");
-    WriteBytes(script, std::vector<unsigned char>(kClassifier, kClassifier + std::strlen(kClassifier)));
-    std::vector<std::string> files;
-    for (const char* sub : {"test_files", "charset_files", "palettes"}) {
-        DIR* dir = opendir((root + "/" + sub).c_str());
-        for (dirent* entry; dir && (entry = readdir(dir));)
-            if (entry->d_name[0] != '.')
-                files.push_back(root + "/" + sub + "/" + entry->d_name);
-        if (dir)
-            closedir(dir);
-    }
+    std::string script = ScratchPath("classify.py");
+    WriteFile(script, text(kClassifier));
+    // The top of each sample folder, directories included.
     std::vector<std::string> args = {script};
-    args.insert(args.end(), files.begin(), files.end());
+    for (const char* sub : {"test_files", "charset_files", "palettes"})
+        for (const auto& entry : std::filesystem::directory_iterator(root + "/" + sub))
+            args.push_back(entry.path().string());
+    size_t files = args.size() - 1;
     CliResult pydicom = RunCli(args, "/usr/bin/python3");
     std::remove(script.c_str());
     ASSERT_EQ(pydicom.status, 0) << pydicom.err;
@@ -64,7 +58,7 @@ TEST(ProbeCommand, ClassifiesTheCorpusLikePydicom)
     std::map<std::string, std::string> lines;
     for (const std::string& line : Lines(probe.out))
         lines[line.substr(0, line.find(": "))] = line.substr(line.find(": ") + 2);
-    EXPECT_EQ(lines.size(), files.size()) << probe.out;
+    EXPECT_EQ(lines.size(), files) << probe.out;
 
     std::map<std::string, int> kinds;
     for (const std::string& row : Lines(pydicom.out)) {
@@ -102,10 +96,9 @@ TEST(ProbeCommand, ClassifiesTheCorpusLikePydicom)
 
 TEST(ProbeCommand, ArgumentsAndExitStatus)
 {
-    std::string dataSet = TempPath("probe.dcm"), notes = TempPath("probe.txt");
-    WriteBytes(dataSet, parsefix::cat({parsefix::elem(0x0008, 0x0005, "CS", "ISO_IR 100"),
-                                       parsefix::elem(0x0010, 0x0010, "PN", "Doe^John")}));
-    WriteBytes(notes, parsefix::text("no pixels here\n"));
+    std::string dataSet = ScratchPath("probe.dcm"), notes = ScratchPath("probe.txt");
+    WriteFile(dataSet, cat({elem(0x0008, 0x0005, "CS", "ISO_IR 100"), elem(0x0010, 0x0010, "PN", "Doe^John")}));
+    WriteFile(notes, text("no pixels here\n"));
     CliResult good = RunCli({"probe", dataSet});
     EXPECT_EQ(good.status, 0);
     EXPECT_EQ(good.out, dataSet + ": DICOM, no meta information, transfer syntax 1.2.840.10008.1.2.1 "
