@@ -3,6 +3,7 @@
 #include <cstring>
 #include <list>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
@@ -217,8 +218,8 @@ TEST(EncodeDicomDir, OffsetsLinkPatientStudySeriesAndImagesSkippingOtherRecords)
     data->AddTag(4, 0x1202, zero, 4, u"UL");
     CDicomItem* records = data->InsertSequence(4, 0x1220);
     std::vector<CDicomItem*> r;
-    for (const char16_t* type : {u"PATIENT ", u"STUDY ", u"SERIES", u"IMAGE ", u"PRIVATE ", u"IMAGE ", u"SERIES",
-                                  u"IMAGE "}) {
+    for (const char16_t* type :
+         {u"PATIENT ", u"STUDY ", u"SERIES", u"IMAGE ", u"PRIVATE ", u"IMAGE ", u"SERIES", u"IMAGE "}) {
         r.push_back(records->InsertSequenceItem());
         r.back()->AddTag(4, 0x1400, zero, 4, u"UL");
         r.back()->AddTag(4, 0x1420, zero, 4, u"UL");
@@ -227,16 +228,15 @@ TEST(EncodeDicomDir, OffsetsLinkPatientStudySeriesAndImagesSkippingOtherRecords)
     Recorder recorder;
     ASSERT_TRUE(root.SaveObject(Recorder::Proc, &recorder));
     auto link = [](CDicomItem* node, int element) { return Uint32Of(node->GetTagItem(4, element)); };
-    EXPECT_EQ(link(data, 0x1200), OffsetOf(r[0]));
-    EXPECT_EQ(link(data, 0x1202), OffsetOf(r[0]));
-    EXPECT_EQ(link(r[0], 0x1420), OffsetOf(r[1]));
-    EXPECT_EQ(link(r[1], 0x1420), OffsetOf(r[2]));
-    EXPECT_EQ(link(r[2], 0x1420), OffsetOf(r[3]));
-    EXPECT_EQ(link(r[3], 0x1400), OffsetOf(r[5]));
-    // A new series forgets the images of the one before.
-    EXPECT_EQ(link(r[2], 0x1400), OffsetOf(r[6]));
-    EXPECT_EQ(link(r[6], 0x1420), OffsetOf(r[7]));
-    EXPECT_EQ(link(r[4], 0x1400) + link(r[4], 0x1420) + link(r[0], 0x1400) + link(r[5], 0x1400), 0u);
+    // (record, link element, record linked to or -1 for none); 1400 is the
+    // next record, 1420 the first lower-level one. A new series forgets the
+    // images of the one before.
+    const std::tuple<CDicomItem*, int, int> links[] = {
+        {data, 0x1200, 0}, {data, 0x1202, 0}, {r[0], 0x1420, 1}, {r[1], 0x1420, 2}, {r[2], 0x1420, 3},
+        {r[3], 0x1400, 5}, {r[2], 0x1400, 6}, {r[6], 0x1420, 7}, {r[4], 0x1400, -1}, {r[4], 0x1420, -1},
+        {r[0], 0x1400, -1}, {r[5], 0x1400, -1}};
+    for (const auto& [node, element, target] : links)
+        EXPECT_EQ(link(node, element), target < 0 ? 0u : OffsetOf(r[target])) << element << " to " << target;
     // Every offset names an item header in the written bytes.
     Bytes out = recorder.Join();
     uint32_t second = link(r[3], 0x1400);

@@ -63,25 +63,20 @@ TEST(ParseCorpus, EveryFileLoadsOrIsRefusedForItsKnownReason)
         if (expected != ExpectedRefusals().end() || IsNotDicom(name)) {
             std::string reason = expected != ExpectedRefusals().end() ? expected->second : "DICM";
             EXPECT_FALSE(ok) << name << " loads but is expected to be refused (" << reason << ")";
-            EXPECT_NE(root.GetLoadError().find(reason), std::string::npos)
-                << name << ": refused with '" << root.GetLoadError() << "', expected '" << reason << "'";
+            EXPECT_NE(root.GetLoadError().find(reason), std::string::npos) << name << ": " << root.GetLoadError();
             ++refused;
             continue;
         }
         EXPECT_TRUE(ok) << name << ": " << root.GetLoadError();
-        if (!ok)
-            continue;
-        ++loaded;
         // A loaded object has its meta information with a transfer syntax,
-        // and a data set that is not empty.
+        // a data set that is not empty, and its file name.
         const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")));
         const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
-        ASSERT_NE(header, nullptr) << name;
-        ASSERT_NE(data, nullptr) << name;
-        EXPECT_NE(header->GetTagItem(0x0002, 0x0010), nullptr) << name;
-        EXPECT_GT(data->GetChildCount(), 0) << name;
         std::u16string file;
-        EXPECT_TRUE(root.GetItemValue(std::u16string(u"File"), file)) << name;
+        EXPECT_TRUE(!ok || (header && data && header->GetTagItem(0x0002, 0x0010) && data->GetChildCount() > 0 &&
+                            root.GetItemValue(std::u16string(u"File"), file)))
+            << name << " lacks its transfer syntax, data set or file name";
+        loaded += ok ? 1 : 0;
     }
     // All 15 listed refusals exist in the corpus.
     for (const auto& [name, reason] : ExpectedRefusals())

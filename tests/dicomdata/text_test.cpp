@@ -34,8 +34,7 @@ TEST(TextValues, LabelDecidesOnlyForTheSixTextVRs)
 {
     // ISO 8859-7: 0xC4 is Delta in a person name, but CS is read with the
     // ANSI code page (Windows-1252: A with diaeresis).
-    EXPECT_EQ(FromDicom("\xC4", "PN", u"ISO_IR 126"), u"\u0394");
-    for (const char* vr : {"SH", "LO", "LT", "UT", "ST", "pn", "lo"})
+    for (const char* vr : {"PN", "SH", "LO", "LT", "UT", "ST", "pn", "lo"})
         EXPECT_EQ(FromDicom("\xC4", vr, u"ISO_IR 126"), u"\u0394") << vr;
     for (const char* vr : {"CS", "AE", "UI", "DA", "", "UN"})
         EXPECT_EQ(FromDicom("\xC4", vr, u"ISO_IR 126"), u"\u00C4") << vr;
@@ -43,8 +42,7 @@ TEST(TextValues, LabelDecidesOnlyForTheSixTextVRs)
     EXPECT_EQ(FromDicom("\x80", "PN", u"ISO_IR 100"), u"\u0080");
     EXPECT_EQ(FromDicom("\x80", "CS", u"ISO_IR 100"), u"\u20AC");
     // A label without code page: every VR uses the ANSI code page.
-    EXPECT_EQ(FromDicom("\x80", "PN", u""), u"\u20AC");
-    EXPECT_EQ(FromDicom("\x80", "PN", u"ISO_IR 999"), u"\u20AC");
+    EXPECT_EQ(FromDicom("\x80", "PN", u"") + FromDicom("\x80", "PN", u"ISO_IR 999"), u"\u20AC\u20AC");
     EXPECT_EQ(ToDicom(u"\u20AC", "LO", u""), "\x80");
     EXPECT_EQ(ToDicom(u"\u0394", "LO", u"ISO_IR 126"), "\xC4");
     EXPECT_EQ(ToDicom(u"\u00C4", "CS", u"ISO_IR 126"), "\xC4");
@@ -104,9 +102,8 @@ TEST(TextValues, TreeEncodesWithTheNodeLabelAndReportsWhatItCannotHold)
 
 TEST(TextValues, CharacterSetOfADataSetIsItsFirstNonEmptyValue)
 {
-    EXPECT_EQ(CDicomInfoStatics::ExtractCharacterSet(nullptr), "");
     CDicomItem none(u"Data");
-    EXPECT_EQ(CDicomInfoStatics::ExtractCharacterSet(&none), "");
+    EXPECT_EQ(CDicomInfoStatics::ExtractCharacterSet(nullptr) + CDicomInfoStatics::ExtractCharacterSet(&none), "");
     const std::pair<const char16_t*, const char*> cases[] = {
         {u"ISO_IR 192", "ISO_IR 192"},
         {u"ISO 2022 IR 13\\ISO 2022 IR 87", "ISO 2022 IR 13"},

@@ -49,13 +49,11 @@ TEST(RawWriters, FormsAndPadding)
 {
     CDynBuffer b;
     DICOMINFO::AddTagByVR(b, u"CS", 0x0008, 0x0060, "ABC", 3);
-    EXPECT_EQ(Take(b), ielem(0x0008, 0x0060, text("ABC ")));
     DICOMINFO::AddTagByVR(b, u"UI", 0x0008, 0x0016, "1.2.3", 5);
-    EXPECT_EQ(Take(b), ielem(0x0008, 0x0016, ui("1.2.3")));
     DICOMINFO::AddTagByVR(b, u"LT", 0x0020, 0x4000, "x", 1);  // unlisted VR: zero byte
-    EXPECT_EQ(Take(b), ielem(0x0020, 0x4000, {'x', 0}));
     DICOMINFO::AddTagByVR(b, u"PN", 0x0010, 0x0010, u"M\u00fcller^", u"ISO_IR 100");
-    EXPECT_EQ(Take(b), ielem(0x0010, 0x0010, {'M', 0xFC, 'l', 'l', 'e', 'r', '^', ' '}));
+    EXPECT_EQ(Take(b), cat({ielem(0x0008, 0x0060, text("ABC ")), ielem(0x0008, 0x0016, ui("1.2.3")),
+                            ielem(0x0020, 0x4000, {'x', 0}), ielem(0x0010, 0x0010, text("M\xFCller^ "))}));
 
     DICOMINFO::AddTag(b, 0x0000, 0x0100, static_cast<uint16_t>(0x0030));
     DICOMINFO::AddTag(b, 0x0008, 0x1140);
@@ -64,14 +62,13 @@ TEST(RawWriters, FormsAndPadding)
                             ielem(0x0008, 0x1140, {}, kUndefined)}));
 
     DICOMINFO::AddTagExpVR(b, 0x0002, 0x0001, static_cast<uint16_t>(0x0100));
-    EXPECT_EQ(Take(b), (Bytes{0x02, 0x00, 0x01, 0x00, 'O', 'B', 0, 0, 2, 0, 0, 0, 0x00, 0x01}));
     DICOMINFO::AddTagExpVR(b, 0x0008, 0x1140);
-    EXPECT_EQ(Take(b), (Bytes{0x08, 0x00, 0x40, 0x11, 'S', 'Q', 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
     DICOMINFO::AddTagExpVR(b, 0x0008, 0x0060);
-    EXPECT_EQ(Take(b), (Bytes{0x08, 0x00, 0x60, 0x00, 'C', 'S', 0xFF, 0xFF}));
     DICOMINFO::AddTagExpVR(b, 0x0002, 0x0013, u"ZEL");
     DICOMINFO::InsertTagExpVR(b, 0x0002, 0x0000, 8u, 0);
-    EXPECT_EQ(Take(b), cat({elem(0x0002, 0x0000, "UL", Bytes{8, 0, 0, 0}), elem(0x0002, 0x0013, "SH", "ZEL ")}));
+    EXPECT_EQ(Take(b), cat({elem(0x0002, 0x0000, "UL", Bytes{8, 0, 0, 0}), elem(0x0002, 0x0001, "OB", Bytes{0, 1}),
+                            elem(0x0008, 0x1140, "SQ", Bytes{}, kUndefined), elem(0x0008, 0x0060, "CS", Bytes{}, 0xFFFF),
+                            elem(0x0002, 0x0013, "SH", "ZEL ")}));
     // Tags the dictionary does not know vanish from explicit VR output.
     DICOMINFO::AddTagExpVR(b, 0x0009, 0x1001, u"private");
     DICOMINFO::AddTagExpVR(b, 0x0009, 0x1002);

@@ -30,9 +30,8 @@ mismatches = []
 
 
 def number_equal(a, b):
-    if isinstance(a, (int, float)) and isinstance(b, (int, float)):
-        return a == b or (math.isnan(a) and math.isnan(b)) or math.isclose(a, b, rel_tol=1e-6, abs_tol=1e-30)
-    return False
+    numbers = isinstance(a, (int, float)) and isinstance(b, (int, float))
+    return numbers and (a == b or (math.isnan(a) and math.isnan(b)) or math.isclose(a, b, rel_tol=1e-6, abs_tol=1e-30))
 
 
 def plain_text(value):
@@ -50,10 +49,6 @@ def values_equal(ours, theirs):
 
 def is_ascii(values):
     return all(ord(c) < 128 for c in json.dumps(values, ensure_ascii=False))
-
-
-def is_latin1_or_utf8(charset):
-    return charset in ("", "ISO_IR 100", "ISO_IR 6", "ISO_IR 192")
 
 
 TEXT_VRS = {"AE", "AS", "CS", "DA", "DT", "LO", "LT", "SH", "ST", "TM", "UC", "UI", "UR", "UT"}
@@ -86,7 +81,6 @@ def compare_element(where, tag, ours, theirs, charset):
         our_items, their_items = ours.get("Value", []), theirs.get("Value", [])
         if len(our_items) != len(their_items):
             mismatches.append(f"{where} {tag}: {len(our_items)} items vs {len(their_items)}")
-            return
         for index, (a, b) in enumerate(zip(our_items, their_items)):
             compare_data_set(f"{where} {tag}[{index}]", a, b, charset)
         return
@@ -107,7 +101,7 @@ def compare_element(where, tag, ours, theirs, charset):
             values_equal(a, b) or (a is None and b in ("", {})) or (b is None and a in ("", {}))
             for a, b in zip(our_values, their_values)):
         return
-    if not is_latin1_or_utf8(charset) and not (is_ascii(our_values) and is_ascii(their_values)):
+    if charset not in ("", "ISO_IR 100", "ISO_IR 6", "ISO_IR 192") and not (is_ascii(our_values) and is_ascii(their_values)):
         counts["charset"] += 1
         return
     if our_vr in ("IS", "DS") and any(isinstance(v, str) for v in our_values):
@@ -123,12 +117,10 @@ def compare_data_set(where, ours, theirs, charset):
     if len(cs) > 1:
         charset = "multi"
     for tag in sorted(set(ours) | set(theirs)):
-        if tag not in ours:
-            mismatches.append(f"{where} {tag}: missing in zeldicom")
-        elif tag not in theirs:
-            mismatches.append(f"{where} {tag}: missing in pydicom")
-        else:
+        if tag in ours and tag in theirs:
             compare_element(where, tag, ours[tag], theirs[tag], charset)
+        else:
+            mismatches.append(f"{where} {tag}: missing in {'pydicom' if tag in ours else 'zeldicom'}")
 
 
 def main():
@@ -144,9 +136,8 @@ def main():
                 print(f"SKIPPED {dicom_path}: pydicom: {type(error).__name__}")
                 continue
             with open(json_path, encoding="utf-8") as f:
-                ours = json.load(f)
+                compare_data_set(dicom_path, json.load(f), theirs, "")
             files += 1
-            compare_data_set(dicom_path, ours, theirs, "")
     for name, count in sorted(counts.items()):
         print(f"ALLOWED {name} {count}: {ALLOWED[name]}")
     for line in mismatches:
