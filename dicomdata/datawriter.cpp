@@ -88,7 +88,9 @@ bool CDicomOutputFile::Flush()
 
 size_t CDicomOutputFile::CopyFromSource(const unsigned char* bytes, size_t count)
 {
-    if (!m_pSource || m_bCopyFailed)
+    // Only a mapping shows what the file holds now; a copy read earlier
+    // could differ from the file by the time it is saved.
+    if (!m_pSource || !m_pSource->IsMapped() || m_bCopyFailed)
         return 0;
     const unsigned char* begin = m_pSource->GetData();
     uint64_t size = m_pSource->GetSize();

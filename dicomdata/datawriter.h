@@ -49,8 +49,9 @@ public:
     // Creates or truncates the file. False (and the reason logged) when it
     // cannot be opened.
     bool Open(const std::string& path);
-    // The mapped file whose bytes may be copied directly; it must outlive
-    // the writes. nullptr: every byte goes through the buffer.
+    // The file image the values point into; where it is mapped, its bytes
+    // may be copied directly. It must outlive the writes. nullptr: every
+    // byte goes through the buffer.
     void SetSource(const CDataInMemory* image) { m_pSource = image; }
     // Writes count bytes; false with errno set on failure.
     bool Write(const void* bytes, size_t count);

@@ -8,7 +8,7 @@ class CDataInMemory {
 public:
     static constexpr uint64_t kReadLimit = 1u << 20;
 
-    // The flag is accepted for the callers' sake; every file is mapped read-only.
+    // The flag is accepted for the callers' sake; every file is opened read-only.
     CDataInMemory(const std::u16string& path, bool flag = false);
     virtual ~CDataInMemory();
     CDataInMemory(const CDataInMemory&) = delete;
@@ -21,6 +21,9 @@ public:
     uint64_t GetSize() const { return m_nSize; }
     // Why the file is not valid (empty while it is valid).
     const std::string& GetError() const { return m_sError; }
+    // Whether the content is the file's own pages (mapped) rather than a
+    // copy read at construction.
+    bool IsMapped() const { return m_pData && !m_bOwned; }
     // Opens the mapped file again for reading (O_CLOEXEC): a descriptor of
     // the same file (device and inode) that the caller closes, or -1.
     int OpenSameFile() const;

@@ -114,6 +114,7 @@ TEST(DataInMemory, MapsFilesAndRefusesEmptyMissingAndDirectories)
     for (const std::string& name : {path, large}) {
         CDataInMemory image(Utf8ToUtf16(name));
         ASSERT_TRUE(image.IsValid());
+        EXPECT_EQ(image.IsMapped(), name == large);
         std::ifstream in(name, std::ios::binary);
         std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         ASSERT_EQ(image.GetSize(), content.size());
