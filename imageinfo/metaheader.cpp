@@ -7,6 +7,8 @@
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 constexpr uint32_t kPreambleSize = 128;
