@@ -156,7 +156,7 @@ TEST(FuzzRegressions, EveryTargetSurvivesEveryTruncation)
     EXPECT_EQ(frame[2], 1);
     EXPECT_NE(parsed.GetSequenceItem(0x0008, 0x2218), nullptr);
     CDicomItem object(u"Object");
-    EXPECT_TRUE(object.LoadObject(file.data(), static_cast<int>(file.size()))) << object.GetLoadError();
+    EXPECT_TRUE(object.LoadObject(file.data(), static_cast<int>(file.size()))) << object.GetLastError().GetText();
 }
 
 // The raw walk callback reports a header or value outside the walked buffer.
