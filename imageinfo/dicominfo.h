@@ -74,11 +74,13 @@ struct DICOMINFO : public CDicomInfoStatics {
     static void InsertTag(CDynBuffer& buffer, uint16_t group, uint16_t element, uint32_t value, uint32_t position);
     static void AddTagByVR(CDynBuffer& buffer, const std::u16string& vr, uint16_t group, uint16_t element,
                            const void* bytes, uint32_t count);
-    static void AddTagByVR(CDynBuffer& buffer, const std::u16string& vr, uint16_t group, uint16_t element,
+    // The text forms write nothing and return false when the character set
+    // cannot hold the text.
+    static bool AddTagByVR(CDynBuffer& buffer, const std::u16string& vr, uint16_t group, uint16_t element,
                            const std::u16string& text, const std::u16string& characterSet);
     static void AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, const void* bytes,
                             uint32_t count);
-    static void AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, const std::u16string& text);
+    static bool AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, const std::u16string& text);
     static void AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, uint16_t value);
     static void AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element);
     static void InsertTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, uint32_t value,
