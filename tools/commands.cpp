@@ -1,5 +1,9 @@
 #include "tools/commands.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 const std::vector<ToolCommand>& ToolCommands()
 {
     static const std::vector<ToolCommand> commands = {
@@ -9,4 +13,13 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
     };
     return commands;
+}
+
+bool FinishOutput(const char* command)
+{
+    errno = 0;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    std::fprintf(stderr, "zeldicom %s: standard output: %s\n", command, std::strerror(errno != 0 ? errno : EIO));
+    return false;
 }
