@@ -372,7 +372,12 @@ std::u16string DICOMINFO::GetTagValue(int group, int element) const
     const TAGLINK* link = GetLink(group, element);
     if (!link || link->nVR < VR_AS || link->nVR > VR_US || !link->pValue)
         return {};
-    const auto& text = *static_cast<const std::u16string*>(link->pValue);
+    // Which fields hold text follows from the link's VR (see TAGLINK).
+    bool holdsText = !(link->nVR == VR_DA || link->nVR == VR_TM || link->nVR == VR_SQ ||
+                       (link->nVR == VR_US && !(group == 0x0018 && element == 0x1310)) ||
+                       (group == 0x0028 && element == 0x0008));
+    static const std::u16string kNoText;
+    const std::u16string& text = holdsText ? *static_cast<const std::u16string*>(link->pValue) : kNoText;
     std::u16string out;
     switch (link->nVR) {
     case VR_AS:
