@@ -81,7 +81,8 @@ struct DICOMINFO : public CDicomInfoStatics {
     };
 
     DICOMINFO();
-    DICOMINFO(const DICOMINFO&) = delete;
+    // A copy is a fresh record assigned from other (see operator=).
+    DICOMINFO(const DICOMINFO& other) : DICOMINFO() { *this = other; }
     DICOMINFO& operator=(const DICOMINFO& other);
     ~DICOMINFO();
 
