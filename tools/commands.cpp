@@ -7,6 +7,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"dump", "print the element tree of DICOM files (--json: DICOM JSON Model)", RunDump},
         {"convert", "rewrite a DICOM file, optionally as implicit or explicit VR little endian", RunConvert},
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
+        {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
     };
     return commands;
 }
