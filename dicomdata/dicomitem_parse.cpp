@@ -10,6 +10,8 @@
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 // Deeper nesting than this is taken as hostile input rather than a data set.

@@ -9,6 +9,8 @@
 #include "platform/datetools.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // Only these VRs carry text in the Specific Character Set (PS3.5 6.1.2.3,

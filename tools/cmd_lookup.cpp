@@ -7,6 +7,8 @@
 #include "platform/text.h"
 #include "tools/commands.h"
 
+using namespace zeldicom;
+
 int RunLookup(int argc, char** argv)
 {
     if (argc < 1 || std::string(argv[0]) == "--help") {

@@ -7,6 +7,8 @@
 #include "dicomdata/bytecursor.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 void DumpOutput::AppendFormat(const char* format, ...)
 {
     va_list args;

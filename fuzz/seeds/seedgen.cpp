@@ -18,6 +18,8 @@
 #include "targets.h"
 #include "tests/network/pdu_fixtures.h"
 
+using namespace zeldicom;
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
