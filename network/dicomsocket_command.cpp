@@ -7,6 +7,8 @@
 #include "network/dicomsocket.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 void StoreCommandElement(TAG_HEADER* element, void* message)

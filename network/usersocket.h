@@ -9,7 +9,6 @@
 #include <string>
 
 #include "network/dicomsocket.h"
-#include "trace/pdu.h"
 
 class CDynBuffer;
 
@@ -71,8 +70,10 @@ public:
     std::u16string m_sHost;
     unsigned m_nPort = 104;
     int m_nEchoDuration = 0;
-    // The last A-ASSOCIATE-RJ received.
-    zeldicom::pdu::AssociateRj m_Rejection;
+    // Result, source and reason of the last A-ASSOCIATE-RJ received (PS3.8 9.3.4).
+    struct Rejection {
+        uint8_t result = 0, source = 0, reason = 0;
+    } m_Rejection;
     // The step that failed last ("connect", "association", ...), empty when none did.
     std::string m_sFailedStep;
 };

@@ -5,6 +5,7 @@
 #include "imageinfo/dicominfo.h"
 #include "network/usersocket.h"
 #include "platform/text.h"
+#include "trace/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -123,8 +124,9 @@ int CUserSocket::ReceiveAssociateRsp()
     if (type == pdu::kAssociateAc)
         return ReadAssociateAc();
     if (type == pdu::kAssociateRj) {
-        m_Rejection = pdu::AssociateRj{};
-        pdu::ReadAssociateRj(PduBytes(), size, m_Rejection);
+        pdu::AssociateRj rejection;
+        pdu::ReadAssociateRj(PduBytes(), size, rejection);
+        m_Rejection = {rejection.result, rejection.source, rejection.reason};
         uint32_t error = kErrorRejected;
         // PS3.8 9.3.4: the reason's meaning depends on the source.
         switch (m_Rejection.reason) {

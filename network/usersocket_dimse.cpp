@@ -8,6 +8,8 @@
 #include "platform/text.h"
 #include "trace/vocabulary.h"
 
+using namespace zeldicom;
+
 namespace {
 constexpr char kVerificationSopClass[] = "1.2.840.10008.1.1";
 constexpr uint16_t kEchoRq = 0x0030;

@@ -7,6 +7,8 @@
 #include "platform/text.h"
 #include "trace/vocabulary.h"
 
+using namespace zeldicom;
+
 int CUserSocket::Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,
                                   const std::string& callingTitle)
 {
@@ -58,7 +60,7 @@ int CUserSocket::Do_CECHO_Request(const std::u16string& host, unsigned port, con
 
 namespace {
 
-std::string RejectionWords(const zeldicom::pdu::AssociateRj& rejection)
+std::string RejectionWords(const CUserSocket::Rejection& rejection)
 {
     // PS3.8 9.3.4: the source, then the reason as that source defines it.
     static const char* const kSources[] = {"", "the called application (service user)",
@@ -91,6 +93,7 @@ std::string CUserSocket::GetErrorText() const
         switch (system) {
         case 0: return step + "failed";
         case kConnectionRefused: return step + "connection refused";
+        case kConnectionReset: case 10053: case 10058: return step + "the peer closed the connection";
         case kTimedOut: return step + FormatText("timed out after %g s", seconds);
         case 11001: case 11002: case 11003: case 11004: return step + "host not found";
         default: return step + FormatText("%s (socket error %u)", GetClearSocketError(static_cast<int>(system)).c_str(), system);
@@ -103,7 +106,7 @@ std::string CUserSocket::GetErrorText() const
                 return FormatText("release not answered: no A-RELEASE-RP within %g s (timed out)", seconds);
             return step + FormatText("timed out: no answer from the peer within %g s", seconds);
         }
-        if (system == kConnectionReset)
+        if (system == kConnectionReset || system == 10053 || system == 10058)
             return step + "the peer closed the connection";
         return step + FormatText("receive failed: %s (socket error %u)", GetClearSocketError(static_cast<int>(system)).c_str(), system);
     case kErrorAbort: return step + "aborted: " + m_sErrorDetail;

@@ -4,6 +4,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 CAppPath& CAppPath::GetAppPathInstance()
 {
     static CAppPath instance;

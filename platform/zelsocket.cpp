@@ -12,6 +12,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 thread_local uint32_t t_lastError = 0;

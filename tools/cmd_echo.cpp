@@ -12,6 +12,8 @@
 #include "platform/text.h"
 #include "tools/commands.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // The implementation class UID sent when the host set no UID root (a UUID-derived UID, PS3.5 B.2).

@@ -9,6 +9,8 @@
 #include "platform/text.h"
 #include "trace/dicomtrace.h"
 
+using namespace zeldicom;
+
 int CDicomTraceSettings::g_nTraceLevel = 0;
 
 std::u16string CDicomTraceSettings::GetTraceFile()

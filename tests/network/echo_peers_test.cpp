@@ -14,19 +14,19 @@
 
 namespace {
 
+// A port nothing listens on: bound and released without a connection, so
+// no TIME_WAIT keeps the peer from binding it.
 uint16_t FreePort()
 {
-    pdufix::ScriptedPeer probe({pdufix::Close()});
-    uint16_t port = probe.Port();
-    // The probe's listener closes with it; nothing else is expected to take the port meanwhile.
     int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     close(fd);
-    return port;
+    return ntohs(address.sin_port);
 }
 
 // A peer process started in its own folder, killed and reaped on destruction.

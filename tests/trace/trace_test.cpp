@@ -24,7 +24,7 @@ protected:
         folder = parsefix::ScratchPath("trace");
         std::filesystem::remove_all(folder);
         std::filesystem::create_directories(folder);
-        CAppPath::GetAppPathInstance().SetPath(u"temp", Utf8ToUtf16(folder));
+        CAppPath::GetAppPathInstance().SetPath(u"temp", zeldicom::Utf8ToUtf16(folder));
     }
     void TearDown() override
     {
@@ -32,10 +32,10 @@ protected:
         CAppPath::GetAppPathInstance().SetPath(u"temp", u"");
         std::filesystem::remove_all(folder);
     }
-    bool Exists() const { return std::filesystem::exists(Utf16ToUtf8(CDicomTraceSettings::GetTraceFile())); }
+    bool Exists() const { return std::filesystem::exists(zeldicom::Utf16ToUtf8(CDicomTraceSettings::GetTraceFile())); }
     std::vector<std::string> Lines() const
     {
-        std::ifstream in(Utf16ToUtf8(CDicomTraceSettings::GetTraceFile()));
+        std::ifstream in(zeldicom::Utf16ToUtf8(CDicomTraceSettings::GetTraceFile()));
         std::vector<std::string> lines;
         for (std::string line; std::getline(in, line);) {
             EXPECT_EQ(line[0], '[');
