@@ -109,8 +109,16 @@ void SetNoDelay(int fd)
 
 }
 
+namespace {
+TickSource g_tickSource = nullptr;
+}
+
+void SetTickSource(TickSource source) { g_tickSource = source; }
+
 uint64_t GetTickCountMs()
 {
+    if (g_tickSource)
+        return g_tickSource();
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1000u + static_cast<uint64_t>(now.tv_nsec) / 1000000u;

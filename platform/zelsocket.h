@@ -59,3 +59,6 @@ private:
 
 // Milliseconds of a monotonic clock: the tick count that time-outs are measured with.
 uint64_t GetTickCountMs();
+// Replaces the clock (a test's clock that jumps ahead); null restores the monotonic one.
+using TickSource = uint64_t (*)();
+void SetTickSource(TickSource source);

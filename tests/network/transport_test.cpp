@@ -110,6 +110,28 @@ TEST_F(Transport, GrowsTheBufferToTheLongestPduAndTimesOut)
     EXPECT_LT(seconds, 1.0);
 }
 
+TEST_F(Transport, DefaultTimeOutOnAClockThatJumps)
+{
+    // Each reading of the clock moves it 40 s on: the default 30 s time-out
+    // passes at once, without waiting for it.
+    static uint64_t now = 0;
+    SetTickSource([] { return now += 40000; });
+    CUserSocket fresh;
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    fresh.Adopt(ends[0]);
+    auto start = std::chrono::steady_clock::now();
+    DICOM_CMND_MSG message;
+    CDynBuffer data;
+    EXPECT_EQ(fresh.ReceiveMessage(message, data), 0);
+    SetTickSource(nullptr);
+    close(ends[1]);
+    EXPECT_EQ(fresh.GetTimeout(), 30000);
+    EXPECT_EQ(fresh.GetLocalError(), kErrorReceive);
+    EXPECT_EQ(fresh.GetSystemError(), 0u);
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.0);
+}
+
 TEST_F(Transport, AssociatesSendsCommandsAndSplitsData)
 {
     client.SetConnectionData("host", 104, "CALLED", "CALLING8");
