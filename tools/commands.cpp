@@ -8,6 +8,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"convert", "rewrite a DICOM file, optionally as implicit or explicit VR little endian", RunConvert},
         {"info", "the image information record of DICOM files (--json: keyed by field name)", RunInfo},
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
+        {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
     };
     return commands;
 }

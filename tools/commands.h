@@ -15,3 +15,4 @@ int RunDump(int argc, char** argv);     // tools/cmd_dump.cpp
 int RunConvert(int argc, char** argv);  // tools/cmd_convert.cpp
 int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
 int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
+int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp

@@ -16,6 +16,7 @@
 #include "dicomdata/dicomsettings.h"
 #include "platform/text.h"
 #include "targets.h"
+#include "tests/network/pdu_fixtures.h"
 
 using namespace zeldicom;
 
@@ -375,6 +376,27 @@ int main(int argc, char** argv)
     ok = WriteTextSeed(folder, "cyrillic", u"ISO_IR 144", "ST", "\xbb\xee\xda" "ce") && ok;
     // A data set without meta information, as the raw scans meet it first.
     ok = WriteScanSeeds(folder, "bare-implicit", DataSet(false, false)) && ok;
+    // Upper layer PDUs and command sets, as peers send them.
+    {
+        using namespace pdufix;
+        Bytes threeContexts = associateAc(cat({contextAc(1, 0, "1.2.840.10008.1.2"), contextAc(3, 3, ""),
+                                               contextAc(5, 0, "1.2.840.10008.1.2.1")}), 0);
+        const std::pair<const char*, Bytes> pdus[] = {{"associate-ac", kAssociateAcOneContext},
+                                                      {"associate-ac-three", threeContexts},
+                                                      {"associate-rj", kAssociateRjCalledTitle},
+                                                      {"abort", kAbortFromProvider},
+                                                      {"release-rp", kReleaseRp},
+                                                      {"echo-rsp", kEchoResponseSuccess}};
+        for (const auto& [name, bytes] : pdus) {
+            ok = WriteSeed(folder, "fuzz_pdu", name, bytes) && ok;
+            ok = WriteSeed(folder, "fuzz_associate", name, bytes) && ok;
+            ok = WriteSeed(folder, "fuzz_trace", name, WithPrefix({1}, bytes)) && ok;
+        }
+        Bytes command = echoResponse(1, 0xA700);
+        ok = WriteSeed(folder, "fuzz_command", "echo-rsp", command) && ok;
+        ok = WriteSeed(folder, "fuzz_trace", "echo-rsp-command", WithPrefix({1}, command)) && ok;
+        ok = WriteSeed(folder, "fuzz_trace", "data-set", WithPrefix({1}, DataSet(false, false))) && ok;
+    }
     if (!ok) {
         std::fprintf(stderr, "cannot write seeds below %s\n", folder.c_str());
         return 1;

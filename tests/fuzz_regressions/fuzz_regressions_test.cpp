@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "dicomdata/parse_fixtures.h"
+#include "fuzz/network_targets.h"
 #include "fuzz/targets.h"
 
 using namespace parsefix;
@@ -20,6 +21,9 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_rawwalk", zelfuzz::RawWalkTarget},   {"fuzz_metascan", zelfuzz::MetaScanTarget},
     {"fuzz_text", zelfuzz::TextTarget},         {"fuzz_readinfo", zelfuzz::ReadInfoTarget},
     {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
+    {"fuzz_text", zelfuzz::TextTarget},
+    {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
+    {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)
