@@ -10,7 +10,9 @@ const std::vector<ToolCommand>& ToolCommands()
         {"lookup", "look tags up in the data dictionary (gggg,eeee)", RunLookup},
         {"dump", "print the element tree of DICOM files (--json: DICOM JSON Model)", RunDump},
         {"convert", "rewrite a DICOM file, optionally as implicit or explicit VR little endian", RunConvert},
+        {"info", "the image information record of DICOM files (--json: keyed by field name)", RunInfo},
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
+        {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
     };
     return commands;
 }

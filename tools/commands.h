@@ -18,3 +18,5 @@ int RunLookup(int argc, char** argv);
 int RunDump(int argc, char** argv);     // tools/cmd_dump.cpp
 int RunConvert(int argc, char** argv);  // tools/cmd_convert.cpp
 int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
+int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
+int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
