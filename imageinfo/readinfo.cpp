@@ -13,6 +13,8 @@
 #include "platform/language.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // A decimal number held as text, as the float it reads as; 0 when the text
@@ -121,7 +123,8 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     }
     CDicomItem root(u"Root");
     if (!root.LoadObject(buffer, static_cast<int>(size))) {
-        m_sReadError = root.GetLoadError().empty() ? "cannot parse the object" : root.GetLoadError();
+        const std::string& reason = root.GetLastError().GetText();
+        m_sReadError = reason.empty() ? "cannot parse the object" : reason;
         return 0;
     }
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(u"Data"));

@@ -5,6 +5,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 struct Abbreviation {
