@@ -40,7 +40,7 @@ TEST(ProbeCommand, ClassifiesTheCorpusLikePydicom)
 {
     std::string root = PydicomDataDir();
     if (root.empty())
-        GTEST_SKIP() << "pydicom's sample data is not installed";
+        FAIL() << "pydicom's sample data is not installed (scripts/setup installs it)";
     std::string script = ScratchPath("classify.py");
     WriteFile(script, text(kClassifier));
     // The top of each sample folder, directories included.
