@@ -11,7 +11,8 @@
 
 #include "dicomdata/dicomitem.h"
 #include "platform/text.h"
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace zeldicom;
 

@@ -2,7 +2,8 @@
 // agreement with pydicom's to_json_dict() over pydicom's whole sample corpus.
 #include <gtest/gtest.h>
 
-#include "dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 

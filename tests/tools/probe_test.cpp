@@ -5,7 +5,8 @@
 #include <map>
 #include <sstream>
 
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 
