@@ -8,6 +8,8 @@
 #include "platform/xmlitem.h"
 #include "platform/xmlreader.h"
 
+using namespace zeldicom;
+
 namespace {
 
 std::u16string ChildText(const CXmlItem* node, const std::u16string& name)

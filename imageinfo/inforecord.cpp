@@ -8,6 +8,8 @@
 #include "platform/datetools.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 const INFOFIELD kFields[] = {

@@ -6,6 +6,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // The display transforms: invert the row direction, invert the column

@@ -8,6 +8,8 @@
 #include "platform/mammography.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 struct PhotometricRow {

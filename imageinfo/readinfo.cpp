@@ -13,6 +13,8 @@
 #include "platform/language.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // A decimal number held as text, as the float it reads as; 0 when the text

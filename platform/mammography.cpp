@@ -3,6 +3,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 CMammoIHE* CMammoIHE::GetUniqueInstance()
 {
     static CMammoIHE instance;

@@ -12,6 +12,8 @@
 #include "platform/text.h"
 #include "platform/xmlitem.h"
 
+using namespace zeldicom;
+
 namespace {
 
 constexpr size_t kMaxFileSize = 64u << 20;

@@ -11,6 +11,8 @@
 #include "platform/text.h"
 #include "tools/commands.h"
 
+using namespace zeldicom;
+
 namespace {
 
 std::string U8(const std::u16string& text)

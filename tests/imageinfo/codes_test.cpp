@@ -10,6 +10,8 @@
 #include "platform/text.h"
 #include "platform/xmlreader.h"
 
+using namespace zeldicom;
+
 TEST(CodeDictionary, LoadsMeaningsPerSchemeAndVersion)
 {
     setenv("LANG", "fr_FR.UTF-8", 1);

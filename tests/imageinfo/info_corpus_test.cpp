@@ -12,6 +12,8 @@
 #include "imageinfo/dicominfo.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 uint32_t Checksum(const uint16_t* values, uint32_t count)
