@@ -360,6 +360,13 @@ struct DICOMINFO : public CDicomInfoStatics {
     static int FileHasDicomMetaHeader(const std::u16string& path);
     static int FileIsDicom(const std::u16string& path, int flag);
     static std::u16string GetFileTransferSyntax(const std::u16string& path);
+    // The same tests on bytes already in memory (the file forms read the
+    // file and ask these).
+    static int BufferIsDicom(const unsigned char* buffer, size_t size, int flag);
+    static std::u16string GetBufferTransferSyntax(const unsigned char* buffer, size_t size);
+    // Whether the buffer holds whole file meta information: "DICM", then
+    // one or more group 0002 elements that all end inside the buffer.
+    static bool HasCompleteMetaHeader(const unsigned char* buffer, size_t size);
     static const unsigned char* GetDicomTag(const unsigned char* buffer, size_t size, uint16_t group,
                                             uint16_t element, std::u16string& text);
     static int FindTag(const unsigned char* buffer, size_t size, int group, int element, std::u16string& text);

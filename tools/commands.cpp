@@ -1,5 +1,9 @@
 #include "tools/commands.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 const std::vector<ToolCommand>& ToolCommands()
 {
     static const std::vector<ToolCommand> commands = {
@@ -11,4 +15,13 @@ const std::vector<ToolCommand>& ToolCommands()
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
     };
     return commands;
+}
+
+bool FinishOutput(const char* command)
+{
+    errno = 0;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    std::fprintf(stderr, "zeldicom %s: standard output: %s\n", command, std::strerror(errno != 0 ? errno : EIO));
+    return false;
 }
