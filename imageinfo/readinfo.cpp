@@ -123,8 +123,7 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     }
     CDicomItem root(u"Root");
     if (!root.LoadObject(buffer, static_cast<int>(size))) {
-        const std::string& reason = root.GetLastError().GetText();
-        m_sReadError = reason.empty() ? "cannot parse the object" : reason;
+        m_sReadError = root.GetLastError().IsSet() ? root.GetLastError().GetText() : "cannot parse the object";
         return 0;
     }
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(u"Data"));

@@ -50,7 +50,7 @@ bool CAbbreviationReader::GetAbbreviation(const std::u16string& designator, cons
     return false;
 }
 
-std::u16string CurrentLanguage()
+std::u16string zeldicom::CurrentLanguage()
 {
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         const char* value = std::getenv(name);

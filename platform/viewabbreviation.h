@@ -15,4 +15,6 @@ public:
 // The language whose texts the library shows: the two-letter code of the
 // LC_ALL, LC_MESSAGES or LANG environment setting (lower case), "en" when
 // none is set or it is "C"/"POSIX".
+namespace zeldicom {
 std::u16string CurrentLanguage();
+}  // namespace zeldicom
