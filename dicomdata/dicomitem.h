@@ -14,6 +14,7 @@
 
 #include "dicomdata/tagheader.h"
 #include "platform/dicomitemtosave.h"
+#include "platform/lasterror.h"
 #include "platform/xmlitem.h"
 
 class CDataInMemory;
@@ -122,8 +123,10 @@ public:
     bool LoadObject(const std::u16string& path, bool flag = false);
     static bool IsExplicitVR(const std::u16string& transferSyntax);
     static bool IsBigEndian(const std::u16string& transferSyntax);
-    // Why the last LoadObject on this node failed (empty after success).
-    const std::string& GetLoadError() const { return m_sLoadError; }
+
+    // Why the last LoadObject, SaveToFile or refused edit on this node
+    // failed; cleared when one of them starts.
+    const CLastError& GetLastError() const { return m_LastError; }
 
     // --- encoding (dicomitem_encode.cpp)
     uint32_t RecalcTags(bool explicitVR, uint32_t offset);
@@ -134,7 +137,10 @@ public:
     uint32_t SaveTag(int group, int element, bool explicitVR, DICOM_WRITER_PROC writer, void* context);
     bool SaveObject(DICOM_WRITER_PROC writer, void* context) const;
     bool SaveToFile(const std::u16string& path) const override;
-    static bool SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path);
+    // The object is destroyed in every case; error (when given) says why
+    // the file could not be replaced.
+    static bool SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path,
+                                               CLastError* error = nullptr);
     void RecalcDicomDirOffsets();
 
     // --- file meta information (dicomitem_meta.cpp)
@@ -167,7 +173,10 @@ private:
     CDicomItem* FindOrAddGroup(int group);
     uint32_t ParseRun(const unsigned char* bytes, int64_t count, bool bounded, bool explicitVR, int groupFilter,
                       int depth, bool* endedAtDelimiter = nullptr);
-    std::string m_sLoadError;
+    bool EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const;
+    bool LoadFailed(int code, const std::string& text);
+    void RemoveLoadedObject();
+    mutable CLastError m_LastError;
 };
 
 // Group/element pair used as a map key.

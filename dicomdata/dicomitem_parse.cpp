@@ -1,7 +1,9 @@
 // Data set parsing: element headers, runs of elements with their sequences,
 // items and encapsulated pixel data, and whole file images. Values are not
 // copied: they point into the parsed buffer.
+#include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
@@ -305,22 +307,35 @@ bool IsDeflated(const std::u16string& transferSyntax)
 }
 }
 
+bool CDicomItem::LoadFailed(int code, const std::string& text)
+{
+    m_LastError.Set(code, text);
+    return false;
+}
+
+// Destroys what an earlier load put into this node: its "Header", "Data" and
+// "File" children (the file image is the caller's to release afterwards).
+void CDicomItem::RemoveLoadedObject()
+{
+    for (int i = GetChildCount() - 1; i >= 0; --i) {
+        const std::u16string& name = m_children[static_cast<size_t>(i)]->m_sName;
+        if (name == u"Header" || name == u"Data" || name == u"File")
+            delete RemoveChildAt(i);
+    }
+}
+
 bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
 {
-    m_sLoadError.clear();
+    m_LastError.Clear();
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;
-    if (!bytes) {
-        m_sLoadError = "no data";
-        return false;
-    }
-    if (count < 132 || std::memcmp(bytes + 128, "DICM", 4) != 0) {
-        m_sLoadError = "no \"DICM\" prefix at offset 128 (not a DICOM Part 10 file)";
-        return false;
-    }
-    auto* data = new CDicomItem(u"Data");
-    auto* header = new CDicomItem(u"Header");
+    if (!bytes)
+        return LoadFailed(CLastError::kInvalidArgument, "no data");
+    if (count < 132 || std::memcmp(bytes + 128, "DICM", 4) != 0)
+        return LoadFailed(CLastError::kNotDicom, "no \"DICM\" prefix at offset 128 (not a DICOM Part 10 file)");
+    auto data = std::make_unique<CDicomItem>(u"Data");
+    auto header = std::make_unique<CDicomItem>(u"Header");
     header->m_pData = bytes;
     header->m_nDataSize = 132;
     const unsigned char* meta = bytes + 132;
@@ -334,25 +349,14 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         metaLength = 0;
     }
     std::u16string transferSyntax;
-    if (!header->GetTagValue(0x0002, 0x0010, transferSyntax)) {
-        m_sLoadError = "no transfer syntax (0002,0010) in the file meta information";
-        delete header;
-        delete data;
-        return false;
-    }
+    if (!header->GetTagValue(0x0002, 0x0010, transferSyntax))
+        return LoadFailed(CLastError::kNotDicom, "no transfer syntax (0002,0010) in the file meta information");
     transferSyntax = Trim(transferSyntax);
-    if (IsBigEndian(transferSyntax)) {
-        m_sLoadError = "explicit VR big endian is not supported";
-        delete header;
-        delete data;
-        return false;
-    }
-    if (IsDeflated(transferSyntax)) {
-        m_sLoadError = "deflated transfer syntax (1.2.840.10008.1.2.1.99) is not supported";
-        delete header;
-        delete data;
-        return false;
-    }
+    if (IsBigEndian(transferSyntax))
+        return LoadFailed(CLastError::kUnsupported, "explicit VR big endian is not supported");
+    if (IsDeflated(transferSyntax))
+        return LoadFailed(CLastError::kUnsupported,
+                          "deflated transfer syntax (1.2.840.10008.1.2.1.99) is not supported");
     bool explicitVR = IsExplicitVR(transferSyntax);
     const unsigned char* body = meta + metaLength;
     int64_t bodyRemaining = metaRemaining - metaLength;
@@ -364,21 +368,20 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         if (CDicomItem* syntax = header->GetTagItem(0x0002, 0x0010))
             syntax->CopyData(u"1.2.840.10008.1.2");
     }
-    if (data->LoadTags(body, static_cast<int>(bodyRemaining), explicitVR, -1) == kFailed) {
-        m_sLoadError = "the data set is malformed or truncated";
-        delete header;
-        delete data;
-        return false;
-    }
-    AddItem(header);
-    AddItem(data);
+    if (data->LoadTags(body, static_cast<int>(bodyRemaining), explicitVR, -1) == kFailed)
+        return LoadFailed(CLastError::kMalformed, "the data set is malformed or truncated");
+    // The new object replaces whatever an earlier load left in this node.
+    RemoveLoadedObject();
+    CDicomItem* dataSet = data.get();
+    AddItem(header.release());
+    AddItem(data.release());
     // LoadTags has labelled the data set already; the root and the rest of
     // the tree (the meta information) take the same label.
-    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(data);
+    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(dataSet);
     if (!characterSet.empty()) {
         m_sCharacterSet = characterSet;
         for (CXmlItem* child : m_children)
-            if (child != data)
+            if (child != dataSet)
                 child->ChangeCharacterSet(characterSet);
     }
     return true;
@@ -386,24 +389,26 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
 
 bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
 {
-    m_sLoadError.clear();
+    m_LastError.Clear();
+    auto image = std::make_unique<CDataInMemory>(path, flag);
+    if (!image->IsValid())
+        return LoadFailed(image->GetErrorCode() != 0 ? image->GetErrorCode() : EIO, image->GetError());
+    if (image->GetSize() > INT32_MAX)
+        return LoadFailed(EFBIG, "file larger than 2 GiB");
+    // A failed load leaves the node as it was, with the object and the file
+    // image of an earlier load.
+    const unsigned char* previousData = m_pData;
+    int previousSize = m_nDataSize;
+    if (!LoadObject(image->GetData(), static_cast<int>(image->GetSize()))) {
+        m_pData = previousData;
+        m_nDataSize = previousSize;
+        return false;
+    }
+    // The tree of an earlier load is gone; its image may go too.
     delete m_pFileImage;
-    m_pFileImage = new CDataInMemory(path, flag);
-    bool loaded = false;
-    if (!m_pFileImage->IsValid()) {
-        m_sLoadError = m_pFileImage->GetError();
-    } else if (m_pFileImage->GetSize() > INT32_MAX) {
-        m_sLoadError = "file larger than 2 GiB";
-    } else {
-        loaded = LoadObject(m_pFileImage->GetData(), static_cast<int>(m_pFileImage->GetSize()));
-    }
-    if (loaded) {
-        SetAttribute(u"File", path);
-    } else {
-        std::string reason = m_sLoadError;
-        delete m_pFileImage;
-        m_pFileImage = nullptr;
-        m_sLoadError = reason;
-    }
-    return loaded;
+    m_pFileImage = image.release();
+    auto* file = new CDicomItem(u"File", path);
+    file->m_sCharacterSet = m_sCharacterSet;
+    AddItem(file);
+    return true;
 }

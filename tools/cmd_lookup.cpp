@@ -36,5 +36,5 @@ int RunLookup(int argc, char** argv)
             status = 1;
         }
     }
-    return status;
+    return FinishOutput("lookup") ? status : 1;
 }

@@ -209,7 +209,7 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
     };
     for (const auto& c : cases) {
         CDicomItem root(u"root");
-        ASSERT_TRUE(root.LoadObject(c.image.data(), static_cast<int>(c.image.size()))) << root.GetLoadError();
+        ASSERT_TRUE(root.LoadObject(c.image.data(), static_cast<int>(c.image.size()))) << root.GetLastError().GetText();
         const CDicomItem* data = Child(&root, u"Data");
         std::u16string name, syntax;
         data->GetTagValue(0x0010, 0x0010, name);
@@ -242,12 +242,12 @@ TEST(ParseFiles, RefusalsNameTheirReason)
     for (const auto& [image, reason] : cases) {
         CDicomItem root(u"root");
         EXPECT_FALSE(root.LoadObject(image.data(), static_cast<int>(image.size())));
-        EXPECT_NE(root.GetLoadError().find(reason), std::string::npos) << root.GetLoadError();
+        EXPECT_NE(root.GetLastError().GetText().find(reason), std::string::npos) << root.GetLastError().GetText();
         EXPECT_EQ(root.GetChildCount(), 0) << "nothing of a refused file stays in the tree";
     }
     CDicomItem root(u"root");
     EXPECT_FALSE(root.LoadObject(nullptr, 10));
     EXPECT_FALSE(root.LoadObject(std::u16string(u"/nonexistent/file.dcm")));
-    EXPECT_FALSE(root.GetLoadError().empty());
+    EXPECT_FALSE(root.GetLastError().GetText().empty());
     EXPECT_EQ(root.m_pFileImage, nullptr);
 }
