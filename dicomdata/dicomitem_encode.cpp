@@ -5,27 +5,13 @@
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/vrtable.h"
 #include "platform/system.h"
 #include "platform/text.h"
 
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 constexpr uint64_t kMaxTotal = 0xFFFFFFFEu;  // the largest count that is not the failure value
-
-// PS3.5 7.1.2: these VRs carry a reserved field and a 32-bit length in
-// explicit VR. The first five are the original set; the others were added
-// later with the same header form (the parser reads them the same way).
-bool IsLongFormVR(const std::string& vr)
-{
-    static constexpr const char* kLong[] = {"OB", "OW", "SQ", "UN", "UT", "OD", "OF",
-                                            "OL", "OV", "SV", "UC", "UR", "UV"};
-    if (vr.size() != 2)
-        return false;
-    for (const char* code : kLong)
-        if (vr[0] == code[0] && vr[1] == code[1])
-            return true;
-    return false;
-}
 
 // The VR used in an explicit header: an element without "VR" goes out as UN.
 std::string HeaderVR(const CDicomItem& item, int group, bool explicitVR)
@@ -38,7 +24,7 @@ std::string HeaderVR(const CDicomItem& item, int group, bool explicitVR)
 
 int HeaderSize(const CDicomItem& item, int group, bool explicitVR)
 {
-    return IsLongFormVR(HeaderVR(item, group, explicitVR)) ? 12 : 8;
+    return zeldicom::IsLongFormVR(HeaderVR(item, group, explicitVR)) ? 12 : 8;
 }
 
 bool IsSequenceItem(const CDicomItem& item, int group, int element)
@@ -229,7 +215,7 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
     if (!writer)
         return kFailed;
     std::string vr = HeaderVR(*this, group, explicitVR);
-    bool longForm = IsLongFormVR(vr);
+    bool longForm = zeldicom::IsLongFormVR(vr);
     uint32_t size = static_cast<uint32_t>(m_nDataSize);  // -1 becomes 0xFFFFFFFF, undefined length
 
     unsigned char header[12];

@@ -7,6 +7,7 @@
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 
@@ -14,43 +15,6 @@ namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 // Deeper nesting than this is taken as hostile input rather than a data set.
 constexpr int kMaxDepth = 128;
-
-bool IsLongForm(char first, char second)
-{
-    // PS3.5 7.1.2: these VRs have a reserved field and a 32-bit length.
-    static constexpr char kLong[][2] = {{'O', 'B'}, {'O', 'W'}, {'S', 'Q'}, {'U', 'N'}, {'U', 'T'}};
-    for (const auto& vr : kLong)
-        if (vr[0] == first && vr[1] == second)
-            return true;
-    return false;
-}
-
-// The VRs added to PS3.5 after the first five long-form ones also carry a
-// reserved field and a 32-bit length in explicit VR; a stream that uses them
-// (OF vector data, UC/UR text, 64-bit numbers) is read with the 12-byte header.
-bool IsLaterLongForm(char first, char second)
-{
-    static constexpr char kLater[][2] = {{'O', 'D'}, {'O', 'F'}, {'O', 'L'}, {'O', 'V'},
-                                         {'S', 'V'}, {'U', 'C'}, {'U', 'R'}, {'U', 'V'}};
-    for (const auto& vr : kLater)
-        if (vr[0] == first && vr[1] == second)
-            return true;
-    return false;
-}
-
-// Whether two bytes are one of the VR codes of PS3.5 Table 6.2-1. Used to
-// tell an explicit header (VR letters at offset 4) from an implicit one
-// (the low half of a 32-bit length there).
-bool IsVRCode(unsigned char first, unsigned char second)
-{
-    static constexpr char kCodes[][3] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO",
-                                         "LT", "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ",
-                                         "SS", "ST", "SV", "TM", "UC", "UI", "UL", "UN", "UR", "US", "UT", "UV"};
-    for (const auto& vr : kCodes)
-        if (vr[0] == static_cast<char>(first) && vr[1] == static_cast<char>(second))
-            return true;
-    return false;
-}
 
 bool IsDelimiter(int group, int element)
 {
@@ -82,7 +46,8 @@ std::u16string TwoLetters(const unsigned char* p)
 
 int CDicomItem::GetLengthFormatByVR(uint16_t vr)
 {
-    return IsLongForm(static_cast<char>(vr & 0xFF), static_cast<char>(vr >> 8)) ? 32 : 16;
+    return zeldicom::IsLongFormVR(static_cast<unsigned char>(vr & 0xFF), static_cast<unsigned char>(vr >> 8)) ? 32
+                                                                                                      : 16;
 }
 
 bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u16string& vr, int& headerSize,
@@ -101,8 +66,7 @@ bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u
     }
     if (explicitVR) {
         vr = TwoLetters(p + 4);
-        char first = static_cast<char>(p[4]), second = static_cast<char>(p[5]);
-        if (IsLongForm(first, second) || IsLaterLongForm(first, second)) {
+        if (zeldicom::IsLongFormVR(p[4], p[5])) {
             if (available < 12)
                 return false;
             uint32_t longLength = ByteCursor::loadUint32LE(p + 8);
@@ -293,7 +257,7 @@ int HeaderEncoding(const unsigned char* p, int64_t remaining)
         return -1;
     if (p[4] == entry->szVR[0] && p[5] == entry->szVR[1])
         return 1;
-    return IsVRCode(p[4], p[5]) ? -1 : 0;
+    return zeldicom::IsVRCode(p[4], p[5]) ? -1 : 0;
 }
 
 // PS3.5 A.5: the data set of a deflated file is a raw deflate stream.

@@ -8,6 +8,7 @@
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
@@ -16,29 +17,15 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// PS3.5 6.2: odd-length text values are padded with a blank; every other VR
-// (UI, binary VRs, and any VR not listed) with a zero byte.
-constexpr const char* kBlankPaddedVRs[] = {"AE", "CS", "DS", "IS", "LO", "PN", "SH", "ST", "TM"};
-
-// PS3.5 7.1.2: these VRs have two reserved bytes and a 32-bit length.
-constexpr const char* kLongFormVRs[] = {"OB", "OW", "SQ", "UN", "UT"};
-
-bool IsOneOf(const std::string& vr, const char* const* list, size_t count)
-{
-    for (size_t i = 0; i < count; ++i)
-        if (vr == list[i])
-            return true;
-    return false;
-}
-
+// Padding bytes and header forms come from the VR table (PS3.5 6.2, 7.1.2).
 unsigned char PaddingByte(const std::string& vr)
 {
-    return IsOneOf(vr, kBlankPaddedVRs, std::size(kBlankPaddedVRs)) ? ' ' : '\0';
+    return zeldicom::PaddingByteOf(vr);
 }
 
 bool IsLongForm(const std::string& vr)
 {
-    return IsOneOf(vr, kLongFormVRs, std::size(kLongFormVRs));
+    return zeldicom::IsLongFormVR(vr);
 }
 
 void Put16(Bytes& out, uint32_t value)
