@@ -6,6 +6,7 @@
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
+#include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
@@ -83,14 +84,9 @@ bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u
     }
     length = ByteCursor::loadUint32LE(p + 4);
     headerSize = 8;
-    if (group == 0x7FE0 && element == 0x0010) {
-        // Implicit VR pixel data is OB for 8-bit samples, OW otherwise (PS3.5 A.1).
-        uint16_t bitsAllocated = 8;
-        GetTagValue(0x0028, 0x0100, bitsAllocated);
-        vr = bitsAllocated == 8 ? u"OB" : u"OW";
-    } else {
-        vr = AsciiToWide(CTagTable::FindVR(group, element));
-    }
+    // The registry's VR, ambiguous ones resolved from this data set (pixel
+    // data, for one, is OW in implicit VR: PS3.5 A.1).
+    vr = AsciiToWide(zeldicom::ElementVR(group, element, this, true));
     return true;
 }
 

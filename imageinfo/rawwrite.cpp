@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
 #include "imageinfo/dicominfo.h"
@@ -84,6 +85,8 @@ Bytes ExplicitElement(uint16_t group, uint16_t element, const void* bytes, uint3
 {
     Bytes out;
     std::string vr = CTagTable::FindVR(group, element);
+    if (vr.empty() && (group & 1) == 0)  // standard tags outside the fixed dictionary
+        vr = zeldicom::ElementVR(group, element, nullptr, false);
     if (vr.empty())
         return out;
     uint32_t padded = 0;

@@ -3,6 +3,8 @@
 // meta information that lies about the data set encoding).
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
@@ -71,7 +73,7 @@ TEST(ParseHeaders, LongFormShortFormAndTheLengthQuirk)
     EXPECT_FALSE(CDicomItem::IsBigEndian(u"1.2.840.10008.1.2.2.1"));
 }
 
-TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndPixelDataVRFollowsBitsAllocated)
+TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndAmbiguousVRsFollowTheDataSet)
 {
     Bytes stream = cat({ielem(0x0029, 0x0010, text("CREATOR ")), ielem(0x0029, 0x1010, {}, kUndefined),
                         undefinedItem(ielem(0x0029, 0x1001, text("ab"))), sequenceEnd(),
@@ -101,11 +103,49 @@ TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndPixelDataVRFollowsBitsAl
         const CDicomItem* pixels = node.GetTagItem(0x7FE0, 0x0010);
         return pixels ? pixels->GetVR() : std::string("missing");
     };
+    // PS3.5 A.1: implicit VR pixel data is OW whatever Bits Allocated says.
     EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(16))), "OW");
-    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(8))), "OB");
-    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(32))), "OW");
-    EXPECT_EQ(pixelVR({}), "OB");
-    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0010, us(8))), "OB");  // Rows, not Bits Allocated
+    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(8))), "OW");
+    EXPECT_EQ(pixelVR({}), "OW");
+
+    // US or SS by the Pixel Representation of the data set or an enclosing
+    // one; LUT Data by its descriptor; tags outside the fixed dictionary and
+    // private creators take the registry's VR.
+    auto vrOf = [](const Bytes& stream, const std::function<const CDicomItem*(const CDicomItem&)>& pick) {
+        CDicomItem node(u"Data");
+        EXPECT_EQ(node.LoadTags(stream.data(), static_cast<int>(stream.size()), false, -1), stream.size());
+        const CDicomItem* found = pick(node);
+        return found ? found->GetVR() : std::string("missing");
+    };
+    auto top = [](int g, int e) {
+        return [g, e](const CDicomItem& n) -> const CDicomItem* { return n.GetTagItem(g, e); };
+    };
+    Bytes padding = ielem(0x0028, 0x0120, us(0xF830));
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(1)), padding}), top(0x0028, 0x0120)), "SS");
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(0)), padding}), top(0x0028, 0x0120)), "US");
+    EXPECT_EQ(vrOf(padding, top(0x0028, 0x0120)), "US");
+    EXPECT_EQ(vrOf(ielem(0x0009, 0x0010, text("ACME")), top(0x0009, 0x0010)), "LO");
+    EXPECT_EQ(vrOf(ielem(0x300A, 0x0002, text("PLAN")), top(0x300A, 0x0002)), "SH");
+    EXPECT_EQ(vrOf(ielem(0x0010, 0x2203, text("F ")), top(0x0010, 0x2203)), "CS");
+    EXPECT_EQ(vrOf(ielem(0x0028, 0x1201, Bytes(4, 0)), top(0x0028, 0x1201)), "OW");
+    auto lutItem = [](uint16_t entries) {
+        return ielem(0x0028, 0x3000, item(cat({ielem(0x0028, 0x3002, cat({us(entries), us(0), us(16)})),
+                                               ielem(0x0028, 0x3006, Bytes(4, 0))})));
+    };
+    auto lutData = [](const CDicomItem& n) -> const CDicomItem* {
+        const CDicomItem* sequence = n.GetTagItem(0x0028, 0x3000);
+        const CDicomItem* first = sequence ? sequence->GetTagItem(0xFFFE, 0xE000) : nullptr;
+        return first ? first->GetTagItem(0x0028, 0x3006) : nullptr;
+    };
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(1)), lutItem(2)}), lutData), "OW");
+    EXPECT_EQ(vrOf(lutItem(1), lutData), "US");
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(1)), lutItem(2)}),
+                   [](const CDicomItem& n) -> const CDicomItem* {
+                       const CDicomItem* sequence = n.GetTagItem(0x0028, 0x3000);
+                       const CDicomItem* first = sequence ? sequence->GetTagItem(0xFFFE, 0xE000) : nullptr;
+                       return first ? first->GetTagItem(0x0028, 0x3002) : nullptr;
+                   }),
+              "SS");
 }
 
 TEST(ParseSequences, DelimitersItemsAndFragmentsLandWhereTheTreeExpectsThem)
