@@ -39,6 +39,21 @@ std::u16string SizeText(uint32_t length)
     return std::u16string(p, end);
 }
 
+// PS3.5 6.1.2.5.3 / PS3.3 C.12.1.1.2: a sequence item with its own Specific
+// Character Set (0008,0005) governs its own content, so relabelling a data
+// set stops at such items (they were labelled when they were parsed).
+void RelabelCharacterSet(CXmlItem& node, const std::string& characterSet)
+{
+    node.m_sCharacterSet = characterSet;
+    bool itemGroup = node.m_sName == u"gFFFE";
+    for (CXmlItem* child : node.m_children) {
+        if (itemGroup && child->m_sName == u"eE000" &&
+            !CDicomInfoStatics::ExtractCharacterSet(static_cast<CDicomItem*>(child)).empty())
+            continue;
+        RelabelCharacterSet(*child, characterSet);
+    }
+}
+
 std::u16string TwoLetters(const unsigned char* p)
 {
     return std::u16string{static_cast<char16_t>(p[0]), static_cast<char16_t>(p[1])};
@@ -224,7 +239,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     }
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(this);
     if (!characterSet.empty())
-        ChangeCharacterSet(characterSet);
+        RelabelCharacterSet(*this, characterSet);
     return static_cast<uint32_t>(total);
 }
 
@@ -337,7 +352,7 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         m_sCharacterSet = characterSet;
         for (CXmlItem* child : m_children)
             if (child != data)
-                child->ChangeCharacterSet(characterSet);
+                RelabelCharacterSet(*child, characterSet);
     }
     return true;
 }
