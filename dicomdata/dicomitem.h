@@ -123,7 +123,11 @@ public:
     static bool IsExplicitVR(const std::u16string& transferSyntax);
     static bool IsBigEndian(const std::u16string& transferSyntax);
     // Why the last LoadObject on this node failed (empty after success).
+    // A damaged data set names the element and byte offset where reading stopped.
     const std::string& GetLoadError() const { return m_sLoadError; }
+    // Whether a LoadObject that fails inside the data set keeps what it could
+    // read ("Header" and the "Data" read so far) below this node, for display.
+    void SetKeepPartialLoad(bool keep) { m_bKeepPartialLoad = keep; }
 
     // --- encoding (dicomitem_encode.cpp)
     uint32_t RecalcTags(bool explicitVR, uint32_t offset);
@@ -167,7 +171,10 @@ private:
     CDicomItem* FindOrAddGroup(int group);
     uint32_t ParseRun(const unsigned char* bytes, int64_t count, bool bounded, bool explicitVR, int groupFilter,
                       int depth, bool* endedAtDelimiter = nullptr);
+    bool LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigned char* body, int64_t size,
+                     std::u16string transferSyntax, bool bare);
     std::string m_sLoadError;
+    bool m_bKeepPartialLoad = false;
 };
 
 // Group/element pair used as a map key.

@@ -4,6 +4,7 @@
 // object (preamble, meta information, data set) and the DICOMDIR offsets.
 #include <cstring>
 
+#include "dicomdata/deflate.h"
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/vrtable.h"
 #include "platform/system.h"
@@ -285,6 +286,7 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
     if (!writer)
         return false;
     bool explicitVR = false;
+    bool deflated = false;
     uint32_t offset = 0;
     if (auto* header = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Header")))) {
         if (header->m_nDataSize > 0) {
@@ -296,6 +298,7 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
             else
                 transferSyntax = u"1.2.840.10008.1.2";
             explicitVR = IsExplicitVR(transferSyntax);
+            deflated = EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian));
             uint32_t size = static_cast<uint32_t>(header->m_nDataSize);
             if (writer(header->m_pData, size, context) == kFailed)
                 return false;
@@ -315,6 +318,12 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
     if (data->RecalcTags(explicitVR, offset) == kFailed)
         return false;
     data->RecalcDicomDirOffsets();
+    if (deflated) {
+        // PS3.5 A.5: the data set goes out as one raw deflate stream.
+        zeldicom::DeflateWriter compressor(writer, context);
+        return data->SaveTags(true, zeldicom::DeflateWriter::WriteProc, &compressor) != kFailed &&
+               compressor.Finish();
+    }
     return data->SaveTags(explicitVR, writer, context) != kFailed;
 }
 

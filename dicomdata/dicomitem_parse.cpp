@@ -1,11 +1,14 @@
 // Data set parsing: element headers, runs of elements with their sequences,
 // items and encapsulated pixel data, and whole file images. Values are not
 // copied: they point into the parsed buffer.
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
+#include "dicomdata/deflate.h"
 #include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
@@ -14,6 +17,25 @@
 
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
+
+// Where the innermost failed parse stopped: the element's tag and first byte.
+struct ParseFailure {
+    const unsigned char* at = nullptr;
+    uint16_t group = 0;
+    uint16_t element = 0;
+};
+ParseFailure& LastParseFailure()
+{
+    thread_local ParseFailure failure;
+    return failure;
+}
+uint32_t Failed(const unsigned char* at, uint16_t group, uint16_t element)
+{
+    ParseFailure& failure = LastParseFailure();
+    if (!failure.at)
+        failure = ParseFailure{at, group, element};
+    return kFailed;
+}
 // Deeper nesting than this is taken as hostile input rather than a data set.
 constexpr int kMaxDepth = 128;
 
@@ -119,7 +141,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
                               int groupFilter, int depth, bool* endedAtDelimiter)
 {
     if (depth > kMaxDepth)
-        return kFailed;
+        return Failed(bytes, 0, 0);
     int64_t remaining = count;
     int64_t total = 0;
     const unsigned char* p = bytes;
@@ -128,8 +150,12 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     for (;;) {
         if (remaining <= 0)
             break;
-        if (remaining < 8)
-            return kFailed;
+        if (remaining < 8) {
+            uint16_t partial[2] = {0, 0};
+            if (remaining >= 4)
+                partial[0] = ByteCursor::loadUint16LE(p), partial[1] = ByteCursor::loadUint16LE(p + 2);
+            return Failed(p, partial[0], partial[1]);
+        }
         uint16_t group = ByteCursor::loadUint16LE(p);
         uint16_t element = ByteCursor::loadUint16LE(p + 2);
         if (groupFilter >= 0 && group != groupFilter)
@@ -139,7 +165,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         uint32_t length = 0;
         if (!GetTagInfo(reinterpret_cast<const TAG_HEADER_EX*>(p), explicitVR, vr, headerSize, length,
                         static_cast<size_t>(remaining < 12 ? remaining : 12)))
-            return kFailed;
+            return Failed(p, group, element);
         bool undefined = length == kUndefinedLength;
         if (undefined && group != 0xFFFE && (vr.empty() || vr == u"UN")) {
             // PS3.5 6.2.2: an unknown or UN element of undefined length is a
@@ -184,8 +210,15 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             item->AddItem(new CDicomItem(u"VR", vr));
         if (length != 0)
             item->AddItem(new CDicomItem(u"Size", SizeText(length)));
+        if (!fits && (vr == u"SQ" || (isItem && GetVR() == "SQ"))) {
+            // A cut-short sequence or item: what it holds up to the end is
+            // read for display, and the innermost element that is cut names
+            // where reading stopped.
+            item->ParseRun(value, afterHeader, true, explicitVR, -1, depth + 1);
+            return Failed(p, group, element);
+        }
         if (!fits || (!undefined && length > INT32_MAX))
-            return kFailed;
+            return Failed(p, group, element);
 
         // Which content is parsed further, and how.
         bool nested = false;
@@ -203,7 +236,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             if (undefined && explicitVR && headerSize == 12 && p[4] == 'U' && p[5] == 'N')
                 nestedExplicit = false;
         } else if (undefined && group != 0xFFFE) {
-            return kFailed;  // undefined length on a VR that cannot hold items
+            return Failed(p, group, element);  // undefined length on a VR that cannot hold items
         }
 
         int64_t advance = headerSize + (undefined ? 0 : static_cast<int64_t>(length));
@@ -214,22 +247,22 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
                                                    -1, depth + 1, &delimited);
                 // A run of undefined length that ends before its delimiter is truncated.
                 if (consumed == kFailed || !delimited)
-                    return kFailed;
+                    return Failed(p, group, element);
                 item->m_nParsedLength = consumed;
                 advance = headerSize + static_cast<int64_t>(consumed);
             } else if (length > 0) {
                 if (item->ParseRun(value, length, true, nestedExplicit, -1, depth + 1) == kFailed)
-                    return kFailed;
+                    return Failed(p, group, element);
             }
         }
         if (bounded) {
             remaining -= advance;
             if (remaining < 0)
-                return kFailed;
+                return Failed(p, group, element);
         }
         total += advance;
         if (total > UINT32_MAX - 1)
-            return kFailed;
+            return Failed(p, group, element);
         p += advance;
         if (IsDelimiter(group, element)) {
             if (endedAtDelimiter)
@@ -271,11 +304,6 @@ int HeaderEncoding(const unsigned char* p, int64_t remaining)
     return zeldicom::IsVRCode(p[4], p[5]) ? -1 : 0;
 }
 
-// PS3.5 A.5: the data set of a deflated file is a raw deflate stream.
-bool IsDeflated(const std::u16string& transferSyntax)
-{
-    return EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.1.99"));
-}
 }
 
 bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
@@ -284,75 +312,153 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;
-    if (!bytes) {
+    if (!bytes || count <= 0) {
         m_sLoadError = "no data";
         return false;
     }
-    if (count < 132 || std::memcmp(bytes + 128, "DICM", 4) != 0) {
-        m_sLoadError = "no \"DICM\" prefix at offset 128 (not a DICOM Part 10 file)";
-        return false;
+    size_t size = static_cast<size_t>(count);
+    bool part10 = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
+    if (!part10) {
+        ByteCursor start(bytes, size);
+        uint16_t group = 0, element = 0;
+        if (!start.peekUint16LE(0, group) || !start.peekUint16LE(2, element) || !start.has(8)) {
+            m_sLoadError = "no \"DICM\" prefix at offset 128 and too short for a data set (not DICOM)";
+            return false;
+        }
+        if (bytes[0] == 0x00 && bytes[1] != 0x00 && zeldicom::IsVRCode(bytes[4], bytes[5]) &&
+            !zeldicom::FindAttribute(group, element)) {
+            m_sLoadError = "explicit VR big endian (1.2.840.10008.1.2.2) data set is not supported";
+            return false;
+        }
+        // A bare data set (no preamble, no meta information) or meta
+        // information without a preamble: accepted when the first element is
+        // a standard attribute.
+        if (group < 0x0002 || group == 0xFFFE || !zeldicom::FindAttribute(group, element)) {
+            m_sLoadError = "no \"DICM\" prefix at offset 128 and no data set at the start (not DICOM)";
+            return false;
+        }
     }
-    auto* data = new CDicomItem(u"Data");
-    auto* header = new CDicomItem(u"Header");
-    header->m_pData = bytes;
-    header->m_nDataSize = 132;
-    const unsigned char* meta = bytes + 132;
-    int64_t metaRemaining = static_cast<int64_t>(count) - 132;
-    // Group 0002 is explicit VR by PS3.10 7.1; a few writers used implicit.
-    bool metaExplicit = HeaderEncoding(meta, metaRemaining) != 0;
-    uint32_t metaLength = header->LoadTags(meta, static_cast<int>(metaRemaining), metaExplicit, 0x0002);
-    if (metaLength == kFailed) {
-        // A damaged meta group shows up below as a missing transfer syntax;
-        // what parsed stays, but nothing of it is trusted for offsets.
-        metaLength = 0;
+    auto header = std::make_unique<CDicomItem>(u"Header");
+    auto data = std::make_unique<CDicomItem>(u"Data");
+    const unsigned char* meta = part10 ? bytes + 132 : bytes;
+    int64_t metaRemaining = static_cast<int64_t>(size) - (meta - bytes);
+    uint32_t metaLength = 0;
+    if (metaRemaining >= 2 && ByteCursor::loadUint16LE(meta) == 0x0002) {
+        // Group 0002 is explicit VR by PS3.10 7.1; a few writers used implicit.
+        bool metaExplicit = HeaderEncoding(meta, metaRemaining) != 0;
+        metaLength = header->LoadTags(meta, static_cast<int>(metaRemaining), metaExplicit, 0x0002);
+        // A damaged meta group: what parsed stays, nothing of it sets offsets.
+        if (metaLength == kFailed)
+            metaLength = 0;
+    }
+    bool bare = !part10 && metaLength == 0;
+    if (part10) {
+        header->m_pData = bytes;
+        header->m_nDataSize = 132;
+    } else if (!bare) {
+        auto* head = static_cast<unsigned char*>(std::calloc(132, 1));
+        if (!head) {
+            m_sLoadError = "out of memory";
+            return false;
+        }
+        std::memcpy(head + 128, "DICM", 4);
+        header->SetData(head, 132, true);
     }
     std::u16string transferSyntax;
-    if (!header->GetTagValue(0x0002, 0x0010, transferSyntax)) {
-        m_sLoadError = "no transfer syntax (0002,0010) in the file meta information";
-        delete header;
-        delete data;
+    if (!bare && header->GetTagValue(0x0002, 0x0010, transferSyntax))
+        transferSyntax = Trim(transferSyntax);
+    if (!LoadDataSet(header.get(), data.get(), meta + metaLength, metaRemaining - metaLength, transferSyntax, bare)) {
+        if (m_bKeepPartialLoad && data->GetChildCount() > 0) {
+            // What was read stays for display; its values point into the
+            // parsed bytes (the file image, or the inflated data set that
+            // "Data" owns).
+            AddItem(header.release());
+            AddItem(data.release());
+        }
         return false;
     }
-    transferSyntax = Trim(transferSyntax);
-    if (IsBigEndian(transferSyntax)) {
-        m_sLoadError = "explicit VR big endian is not supported";
-        delete header;
-        delete data;
-        return false;
+    if (bare) {
+        // The meta information a Part 10 file of this data set carries.
+        std::u16string sopClass, sopInstance;
+        data->GetTagValue(0x0008, 0x0016, sopClass);
+        data->GetTagValue(0x0008, 0x0018, sopInstance);
+        std::u16string syntax;
+        header->GetTagValue(0x0002, 0x0010, syntax);
+        CDicomItem* made = CreateMetaHeader(Trim(sopClass), Trim(sopInstance), Trim(syntax));
+        if (!made) {
+            m_sLoadError = "out of memory";
+            return false;
+        }
+        header.reset(made);
     }
-    if (IsDeflated(transferSyntax)) {
-        m_sLoadError = "deflated transfer syntax (1.2.840.10008.1.2.1.99) is not supported";
-        delete header;
-        delete data;
-        return false;
-    }
-    bool explicitVR = IsExplicitVR(transferSyntax);
-    const unsigned char* body = meta + metaLength;
-    int64_t bodyRemaining = metaRemaining - metaLength;
-    int carries = HeaderEncoding(body, bodyRemaining);
-    if (carries == 1) {
-        explicitVR = true;
-    } else if (carries == 0 && explicitVR) {
-        explicitVR = false;
-        if (CDicomItem* syntax = header->GetTagItem(0x0002, 0x0010))
-            syntax->CopyData(u"1.2.840.10008.1.2");
-    }
-    if (data->LoadTags(body, static_cast<int>(bodyRemaining), explicitVR, -1) == kFailed) {
-        m_sLoadError = "the data set is malformed or truncated";
-        delete header;
-        delete data;
-        return false;
-    }
-    AddItem(header);
-    AddItem(data);
+    AddItem(header.release());
+    CDicomItem* dataSet = data.release();
+    AddItem(dataSet);
     // LoadTags has labelled the data set already; the root and the rest of
     // the tree (the meta information) take the same label.
-    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(data);
+    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(dataSet);
     if (!characterSet.empty()) {
         m_sCharacterSet = characterSet;
         for (CXmlItem* child : m_children)
-            if (child != data)
+            if (child != dataSet)
                 RelabelCharacterSet(*child, characterSet);
+    }
+    return true;
+}
+
+bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigned char* body, int64_t size,
+                             std::u16string transferSyntax, bool bare)
+{
+    int carries = HeaderEncoding(body, size);
+    if (transferSyntax.empty()) {
+        if (!bare && !header->GetTagItem(0x0002, 0x0010) && !header->GetGroupItem(0x0002)) {
+            m_sLoadError = "no transfer syntax (0002,0010) in the file meta information";
+            return false;
+        }
+        // No (0002,0010): the encoding is read from the first element, as a
+        // data set without meta information is.
+        bool explicitVR = carries == 1 || (carries == -1 && size >= 8 && zeldicom::IsVRCode(body[4], body[5]));
+        transferSyntax = explicitVR ? u"1.2.840.10008.1.2.1" : u"1.2.840.10008.1.2";
+        header->InsertTag(0x0002, 0x0010, transferSyntax, u"UI");
+    }
+    if (IsBigEndian(transferSyntax)) {
+        m_sLoadError = "explicit VR big endian (1.2.840.10008.1.2.2) is not supported";
+        return false;
+    }
+    const unsigned char* parsed = body;
+    bool explicitVR = IsExplicitVR(transferSyntax);
+    if (EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian))) {
+        size_t inflatedSize = 0;
+        size_t compressed = size > 0 ? static_cast<size_t>(size) : 0;
+        unsigned char* inflated =
+            zeldicom::InflateRaw(body, compressed, zeldicom::InflateLimit(compressed), inflatedSize, m_sLoadError);
+        if (!inflated)
+            return false;
+        // The data set node owns the inflated bytes its elements point into.
+        data->SetData(inflated, static_cast<int>(inflatedSize), true);
+        parsed = inflated;
+        size = static_cast<int64_t>(inflatedSize);
+        explicitVR = true;
+    } else {
+        if (carries == 1) {
+            explicitVR = true;
+        } else if (carries == 0 && explicitVR) {
+            explicitVR = false;
+            if (CDicomItem* syntax = header->GetTagItem(0x0002, 0x0010))
+                syntax->CopyData(u"1.2.840.10008.1.2");
+        }
+    }
+    ParseFailure& failure = LastParseFailure();
+    failure = ParseFailure{};
+    if (data->LoadTags(parsed, static_cast<int>(size), explicitVR, -1) == kFailed) {
+        size_t offset = static_cast<size_t>((failure.at ? failure.at : parsed) - parsed);
+        if (parsed == body && m_pData)
+            offset += static_cast<size_t>(body - m_pData);
+        m_sLoadError = FormatText("the data set is malformed or truncated: reading stopped at element (%04X,%04X), "
+                                  "byte offset %zu%s",
+                                  failure.group, failure.element, offset,
+                                  parsed == body ? "" : " of the inflated data set");
+        return false;
     }
     return true;
 }
@@ -371,6 +477,9 @@ bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
         loaded = LoadObject(m_pFileImage->GetData(), static_cast<int>(m_pFileImage->GetSize()));
     }
     if (loaded) {
+        SetAttribute(u"File", path);
+    } else if (m_bKeepPartialLoad && GetChildItem(std::u16string(u"Data"))) {
+        // The partial tree kept for display points into the file image.
         SetAttribute(u"File", path);
     } else {
         std::string reason = m_sLoadError;
