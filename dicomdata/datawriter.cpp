@@ -12,6 +12,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 // Large values arrive in chunks of megabytes; a buffer of this size keeps the

@@ -7,6 +7,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 struct Title {

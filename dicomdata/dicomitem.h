@@ -141,7 +141,7 @@ public:
     static bool SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path);
     void RecalcDicomDirOffsets();
 
-    // --- file meta information (imageinfo/metaheader.cpp)
+    // --- file meta information (dicomitem_meta.cpp)
     // A new "Header" node: preamble, "DICM" and group 0002 for the given UIDs.
     static CDicomItem* CreateMetaHeader(const std::u16string& sopClassUID, const std::u16string& sopInstanceUID,
                                         const std::u16string& transferSyntax);

@@ -10,6 +10,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 constexpr uint64_t kMaxTotal = 0xFFFFFFFEu;  // the largest count that is not the failure value

@@ -14,6 +14,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 bool SameFile(const std::string& a, const std::string& b)
 {

@@ -8,6 +8,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 // The power of ten that keeps all but the highest digit of number (>= 10).
 uint64_t DropHighestDigit(uint64_t number)

@@ -15,6 +15,8 @@
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 

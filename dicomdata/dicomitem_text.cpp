@@ -10,6 +10,8 @@
 #include "platform/datetools.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // Only the VRs that PS3.5 6.1.2.3 puts under Specific Character Set decode

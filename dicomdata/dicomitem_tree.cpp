@@ -10,6 +10,8 @@
 #include "platform/profile.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 // Chunk size (MiB) in which large values are handed to a writer; the host's
 // "Receive"/"FileCopyBufferSize" setting, 1 to 100, else 32. Cached until the

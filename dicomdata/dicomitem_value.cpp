@@ -8,6 +8,8 @@
 #include "platform/match.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 // The node's label as wide text; the values of a tree share a few labels,
 // so the last conversion is kept.

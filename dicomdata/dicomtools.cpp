@@ -3,6 +3,8 @@
 #include "dicomdata/dicomsettings.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 std::u16string CDicomTools::GetVqImplementationVersionName()
 {
     std::u16string name = AsciiToWide(FormatText("%d_%d_%d", CDicomInfoStatics::GetVersionMajor(),

@@ -9,6 +9,8 @@
 #include "platform/resstring.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 const TAGINFO CTagTable::Table[CTagTable::kTagCount] = {
 #include "dicomdata/tagtable_data.inc"
 };

@@ -16,6 +16,8 @@
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 constexpr size_t kMagicOffset = 128;

@@ -16,6 +16,8 @@
 #include "platform/text.h"
 #include "platform/xmlitem.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // Sequences nested deeper than this are treated as undelimited; real objects

@@ -14,6 +14,8 @@
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;

@@ -3,6 +3,8 @@
 
 #include <iterator>
 
+namespace zeldicom {
+
 namespace {
 
 constexpr TransferSyntaxInfo kTransferSyntaxes[] = {
@@ -72,3 +74,5 @@ int TransferSyntaxCompressionType(std::string_view uid)
     const TransferSyntaxInfo* row = FindTransferSyntax(uid);
     return row ? row->compressionType : COMPRESSION_NONE;
 }
+
+}  // namespace zeldicom

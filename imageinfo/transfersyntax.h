@@ -13,6 +13,8 @@ enum DICOM_COMPRESSION_TYPE {
     COMPRESSION_J2K = 5,
 };
 
+namespace zeldicom {
+
 struct TransferSyntaxInfo {
     const char* uid;
     const char* name;
@@ -23,3 +25,5 @@ struct TransferSyntaxInfo {
 const TransferSyntaxInfo* FindTransferSyntax(std::string_view uid);
 // Compression type of a UID; 0 for a UID not in the table.
 int TransferSyntaxCompressionType(std::string_view uid);
+
+}  // namespace zeldicom

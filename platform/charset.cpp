@@ -15,6 +15,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // --- tables
@@ -632,7 +634,7 @@ std::string WithoutPadding(const std::string& bytes)
 
 }
 
-bool SetAnsiCodePage(int codePage)
+bool zeldicom::SetAnsiCodePage(int codePage)
 {
     const CodePageRow* row = FindCodePage(codePage);
     if (!row)
@@ -641,7 +643,7 @@ bool SetAnsiCodePage(int codePage)
     return true;
 }
 
-int GetAnsiCodePage()
+int zeldicom::GetAnsiCodePage()
 {
     return g_ansiCodePage;
 }

@@ -10,6 +10,8 @@
 // the value itself (PS3.5 6.1.2.5), whichever of them is the first value.
 #include <string>
 
+namespace zeldicom {
+
 // Pseudo code pages: the calling thread's ANSI code page.
 constexpr int kCodePageAnsi = 0;
 constexpr int kCodePageThreadAnsi = 3;
@@ -20,6 +22,8 @@ constexpr int kCodePageUtf8 = 65001;
 // current one) when no converter exists for the given number.
 bool SetAnsiCodePage(int codePage);
 int GetAnsiCodePage();
+
+}  // namespace zeldicom
 
 class CDcmCharacterSet2CodePageReader {
 public:

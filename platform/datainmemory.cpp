@@ -9,6 +9,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 CDataInMemory::CDataInMemory(const std::u16string& path, bool)
 {
     std::string name = Utf16ToUtf8(path);

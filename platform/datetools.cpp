@@ -5,6 +5,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 bool IsLeapYear(long year)

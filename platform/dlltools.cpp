@@ -7,6 +7,8 @@
 #include "platform/text.h"
 #include "zeldicom_version.h"
 
+using namespace zeldicom;
+
 namespace {
 
 std::u16string ExecutablePath()
@@ -20,7 +22,7 @@ std::u16string ExecutablePath()
 
 }
 
-std::u16string GetFileNameWithoutPath(const std::u16string& path)
+std::u16string zeldicom::GetFileNameWithoutPath(const std::u16string& path)
 {
     size_t slash = path.rfind(u'/');
     return slash == std::u16string::npos ? path : path.substr(slash + 1);

@@ -18,5 +18,7 @@ public:
                               uint16_t& revision, uint16_t& build, std::u16string& text);
 };
 
+namespace zeldicom {
 // The file name part of a path (after the last '/').
 std::u16string GetFileNameWithoutPath(const std::u16string& path);
+}

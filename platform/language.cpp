@@ -3,6 +3,8 @@
 #include "platform/dlltools.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 CTranslationService& CTranslationService::GetUniqueInstance()
 {
     static CTranslationService instance;

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace zeldicom {
+
 template <typename S>
 static bool MatchImpl(const S& text, const char* pattern)
 {
@@ -27,3 +29,5 @@ static bool MatchImpl(const S& text, const char* pattern)
 
 bool Match(const std::u16string& text, const char* pattern) { return MatchImpl(text, pattern); }
 bool Match(const std::string& text, const char* pattern) { return MatchImpl(text, pattern); }
+
+}  // namespace zeldicom

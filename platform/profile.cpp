@@ -28,19 +28,19 @@ std::string Stripped(const std::string& text)
 }
 }
 
-int HostProfile::GetProfileInt(const std::string& section, const std::string& key, int defaultValue)
+int zeldicom::HostProfile::GetProfileInt(const std::string& section, const std::string& key, int defaultValue)
 {
     auto found = Settings().find(KeyOf(section, key));
     return found == Settings().end() ? defaultValue : found->second;
 }
 
-void HostProfile::SetProfileInt(const std::string& section, const std::string& key, int value)
+void zeldicom::HostProfile::SetProfileInt(const std::string& section, const std::string& key, int value)
 {
     Settings()[KeyOf(section, key)] = value;
     ++g_generation;
 }
 
-bool HostProfile::LoadIniFile(const std::string& path)
+bool zeldicom::HostProfile::LoadIniFile(const std::string& path)
 {
     std::ifstream in(path);
     if (!in)
@@ -66,13 +66,13 @@ bool HostProfile::LoadIniFile(const std::string& path)
     return true;
 }
 
-void HostProfile::Clear()
+void zeldicom::HostProfile::Clear()
 {
     Settings().clear();
     ++g_generation;
 }
 
-unsigned HostProfile::Generation()
+unsigned zeldicom::HostProfile::Generation()
 {
     return g_generation;
 }

@@ -4,7 +4,7 @@
 // caller's default.
 #include <string>
 
-namespace HostProfile {
+namespace zeldicom::HostProfile {
 int GetProfileInt(const std::string& section, const std::string& key, int defaultValue);
 void SetProfileInt(const std::string& section, const std::string& key, int value);
 // Reads "[section]" headers and "key=value" lines; later values win. False

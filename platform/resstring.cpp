@@ -23,7 +23,7 @@ constexpr bool SortedById()
 static_assert(SortedById(), "resource ids must ascend for the binary search");
 }
 
-std::u16string LoadResString(uint32_t id)
+std::u16string zeldicom::LoadResString(uint32_t id)
 {
     auto found = std::lower_bound(std::begin(kResStrings), std::end(kResStrings), id,
                                   [](const ResString& row, uint32_t key) { return row.id < key; });

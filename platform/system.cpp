@@ -22,7 +22,7 @@ static uint32_t Fnv1a(const std::string& text)
     return hash;
 }
 
-uint32_t GetMachineNumber()
+uint32_t zeldicom::GetMachineNumber()
 {
     static const uint32_t number = [] {
         std::string id;
@@ -41,7 +41,7 @@ uint32_t GetMachineNumber()
     return number;
 }
 
-bool GetLocalTime(std::tm& out)
+bool zeldicom::GetLocalTime(std::tm& out)
 {
     std::time_t now = std::time(nullptr);
     return now != static_cast<std::time_t>(-1) && ::localtime_r(&now, &out) != nullptr;

@@ -12,6 +12,8 @@ public:
     static uint32_t GetUniqueIDForSession();
 };
 
+namespace zeldicom {
+
 // A number that stays the same for this machine across runs (from
 // /etc/machine-id, else the host name); stands where a volume serial number
 // is wanted.
@@ -19,6 +21,8 @@ uint32_t GetMachineNumber();
 
 // Local broken-down time of now; false when it cannot be had.
 bool GetLocalTime(std::tm& out);
+
+}  // namespace zeldicom
 
 // The error log. Lines go to standard error unless the host redirects them
 // to a file; the last message is kept for callers that report it.

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <vector>
 
+namespace zeldicom {
+
 std::string FormatTextV(const char* format, va_list args)
 {
     char small[256];
@@ -191,3 +193,5 @@ static bool EqualsNoCaseImpl(const S& a, const S& b)
 
 bool EqualsNoCase(const std::u16string& a, const std::u16string& b) { return EqualsNoCaseImpl(a, b); }
 bool EqualsNoCase(const std::string& a, const std::string& b) { return EqualsNoCaseImpl(a, b); }
+
+}  // namespace zeldicom

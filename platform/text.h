@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <string>
 
+namespace zeldicom {
+
 std::string FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string FormatTextV(const char* format, va_list args);
 std::u16string FormatWide(const char* format, ...) __attribute__((format(printf, 1, 2)));
@@ -30,3 +32,5 @@ int CharIndex(const std::u16string& text, char16_t c, int occurrence);
 
 bool EqualsNoCase(const std::u16string& a, const std::u16string& b);
 bool EqualsNoCase(const std::string& a, const std::string& b);
+
+}  // namespace zeldicom

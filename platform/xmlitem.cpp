@@ -2,6 +2,8 @@
 
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 CXmlItem::CXmlItem(const char16_t* name, const char16_t* value, const char* characterSet)
     : m_sName(name ? name : u""), m_sValue(value ? value : u""), m_sCharacterSet(characterSet ? characterSet : "")
 {

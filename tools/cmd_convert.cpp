@@ -16,6 +16,8 @@
 #include "platform/text.h"
 #include "tools/commands.h"
 
+using namespace zeldicom;
+
 namespace {
 const std::u16string kImplicitLittle = u"1.2.840.10008.1.2";
 const std::u16string kExplicitLittle = u"1.2.840.10008.1.2.1";

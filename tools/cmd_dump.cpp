@@ -11,6 +11,8 @@
 #include "tools/commands.h"
 #include "tools/dump_writers.h"
 
+using namespace zeldicom;
+
 namespace {
 void PrintDumpUsage(FILE* out)
 {

@@ -10,6 +10,8 @@
 #include "platform/text.h"
 #include "tools/commands.h"
 
+using namespace zeldicom;
+
 namespace {
 bool PrintAttribute(unsigned group, unsigned element)
 {

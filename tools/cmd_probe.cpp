@@ -11,6 +11,8 @@
 #include "platform/text.h"
 #include "tools/commands.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // A data set without meta information written big endian: its first group

@@ -8,6 +8,8 @@
 #include "dicomdata/vrtable.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 void DumpOutput::AppendFormat(const char* format, ...)
 {
     va_list args;
@@ -33,11 +35,6 @@ bool DumpOutput::Flush()
 const CDicomItem* ItemGroupOf(const CDicomItem& element)
 {
     return static_cast<const CDicomItem*>(element.GetChildItem(std::u16string(u"gFFFE")));
-}
-
-bool IsTextVR(std::string_view vr)
-{
-    return zeldicom::IsTextVR(vr);
 }
 
 int NumberWidth(std::string_view vr)

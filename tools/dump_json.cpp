@@ -12,6 +12,8 @@
 #include "platform/text.h"
 #include "tools/dump_writers.h"
 
+using namespace zeldicom;
+
 namespace {
 void AppendJsonString(DumpOutput& out, std::string_view utf8)
 {

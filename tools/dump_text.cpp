@@ -19,6 +19,8 @@
 #include "platform/text.h"
 #include "tools/dump_writers.h"
 
+using namespace zeldicom;
+
 namespace {
 constexpr size_t kTextChars = 64;     // shown characters of a text value
 constexpr size_t kTextBytes = 4096;   // text longer than this is decoded from its start only

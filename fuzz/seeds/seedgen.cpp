@@ -18,6 +18,8 @@
 #include "platform/text.h"
 #include "targets.h"
 
+using namespace zeldicom;
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;

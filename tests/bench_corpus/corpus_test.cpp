@@ -14,6 +14,8 @@
 #include "dicomdata/parse_fixtures.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 struct TempFolder {

@@ -9,6 +9,8 @@
 #include "platform/datetools.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 using Info = CDicomInfoStatics;
 

@@ -11,6 +11,8 @@
 #include "platform/profile.h"
 #include "platform/system.h"
 
+using namespace zeldicom;
+
 using namespace parsefix;
 
 namespace {

@@ -12,6 +12,8 @@
 #include "platform/system.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 using namespace parsefix;
 
 namespace {

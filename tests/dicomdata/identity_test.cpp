@@ -18,6 +18,8 @@
 #include "platform/text.h"
 #include "zeldicom_version.h"
 
+using namespace zeldicom;
+
 namespace {
 
 // Restores the process-wide identity settings a test changes.

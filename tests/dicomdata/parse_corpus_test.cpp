@@ -10,6 +10,8 @@
 #include "parse_fixtures.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 // Files that are DICOM but are refused, with the reason expected.
 const std::map<std::string, std::string>& ExpectedRefusals()

@@ -13,6 +13,8 @@
 #include "parse_fixtures.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 using namespace parsefix;
 
 namespace {

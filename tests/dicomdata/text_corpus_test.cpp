@@ -11,6 +11,8 @@
 #include "parse_fixtures.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 using parsefix::FromHex;
 

@@ -12,6 +12,8 @@
 #include "parse_fixtures.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 
 struct RoundTrip {

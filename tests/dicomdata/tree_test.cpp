@@ -7,6 +7,8 @@
 #include "dicomdata/dicomitem.h"
 #include "platform/profile.h"
 
+using namespace zeldicom;
+
 namespace {
 std::vector<std::u16string> ChildNames(const CXmlItem* node)
 {

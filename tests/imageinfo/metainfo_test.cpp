@@ -10,6 +10,8 @@
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 using namespace parsefix;
 
 namespace {

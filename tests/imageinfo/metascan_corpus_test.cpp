@@ -11,6 +11,8 @@
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 
+using namespace zeldicom;
+
 namespace {
 bool IsNode(const CXmlItem* n, char16_t kind)
 {

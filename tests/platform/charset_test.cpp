@@ -5,6 +5,8 @@
 
 #include "platform/charset.h"
 
+using namespace zeldicom;
+
 namespace {
 
 int CodePage(const char16_t* term)

@@ -15,6 +15,8 @@
 #include "platform/text.h"
 #include "platform/xmlitem.h"
 
+using namespace zeldicom;
+
 namespace {
 std::string TempPath(const char* name)
 {

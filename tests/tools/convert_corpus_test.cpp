@@ -13,6 +13,8 @@
 #include "platform/text.h"
 #include "tools/dump_run.h"
 
+using namespace zeldicom;
+
 using namespace parsefix;
 
 namespace {
