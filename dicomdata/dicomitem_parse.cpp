@@ -169,6 +169,15 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
                         static_cast<size_t>(remaining < 12 ? remaining : 12)))
             return Failed(p, group, element);
         bool undefined = length == kUndefinedLength;
+        bool streamUN = explicitVR && vr == u"UN";
+        if (streamUN && (group & 1) == 0) {
+            // Writers that put UN for standard elements: the value is in
+            // implicit VR little endian (PS3.5 6.2.2), so the registry's VR
+            // reads it.
+            const char* known = zeldicom::ElementVR(group, element, this, false);
+            if (*known && std::strcmp(known, "UN") != 0)
+                vr = AsciiToWide(known);
+        }
         if (undefined && group != 0xFFFE && (vr.empty() || vr == u"UN")) {
             // PS3.5 6.2.2: an unknown or UN element of undefined length is a
             // sequence whose items are encoded in implicit VR little endian.
@@ -234,8 +243,8 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             nested = true;
         } else if (vr == u"SQ") {
             nested = true;
-            // An explicit UN of undefined length holds implicit VR items.
-            if (undefined && explicitVR && headerSize == 12 && p[4] == 'U' && p[5] == 'N')
+            // An explicit UN sequence holds implicit VR items.
+            if (streamUN && headerSize == 12)
                 nestedExplicit = false;
         } else if (undefined && group != 0xFFFE) {
             return Failed(p, group, element);  // undefined length on a VR that cannot hold items
@@ -452,7 +461,15 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
     }
     ParseFailure& failure = LastParseFailure();
     failure = ParseFailure{};
-    if (data->LoadTags(parsed, static_cast<int>(size), explicitVR, -1) == kFailed) {
+    uint32_t consumed = data->LoadTags(parsed, static_cast<int>(size), explicitVR, -1);
+    // PS3.5 A.4: encapsulated pixel data is OB; an implicit VR data set under
+    // an encapsulated transfer syntax does not say so itself.
+    CDicomItem* pixels = data->GetTagItem(0x7FE0, 0x0010);
+    if (pixels && !explicitVR && pixels->GetVR() == "OW" && !EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2")) &&
+        !EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.1")) &&
+        !EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian)))
+        pixels->SetAttribute(u"VR", std::u16string(u"OB"));
+    if (consumed == kFailed) {
         size_t offset = static_cast<size_t>((failure.at ? failure.at : parsed) - parsed);
         if (parsed == body && m_pData)
             offset += static_cast<size_t>(body - m_pData);

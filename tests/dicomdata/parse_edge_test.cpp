@@ -244,8 +244,8 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
         // Meta information says explicit, data set is implicit: (0002,0010) is rewritten.
         {fileImage("1.2.840.10008.1.2.1", implicitBody), u"1.2.840.10008.1.2", 0x0010, "PN"},
         // Explicit UN on a standard tag (written by some converters) is not a
-        // sign of implicit VR.
-        {fileImage("1.2.840.10008.1.2.1", unBody), u"1.2.840.10008.1.2.1", 0x0012, "UN"},
+        // sign of implicit VR; the element takes the registry's VR.
+        {fileImage("1.2.840.10008.1.2.1", unBody), u"1.2.840.10008.1.2.1", 0x0012, "DA"},
         // Implicit meta information is detected too.
         {fileImage("1.2.840.10008.1.2.1", explicitBody, true), u"1.2.840.10008.1.2.1", 0x0010, "PN"},
     };
