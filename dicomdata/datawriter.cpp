@@ -2,9 +2,11 @@
 #include "dicomdata/datawriter.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "platform/datainmemory.h"
@@ -32,6 +34,24 @@ void LogFileError(const char* source, int code, uint32_t count, const std::strin
     message += path;
     CAuditManager::GetUniqueInstance().LogError(source, message);
 }
+
+// The permissions of a new file under the process's umask (read from
+// /proc, since umask() cannot be read without changing it).
+mode_t NewFileMode()
+{
+    mode_t mask = 022;
+    if (FILE* status = std::fopen("/proc/self/status", "re")) {
+        char line[128];
+        unsigned value = 0;
+        while (std::fgets(line, sizeof line, status))
+            if (std::sscanf(line, "Umask: %o", &value) == 1) {
+                mask = static_cast<mode_t>(value);
+                break;
+            }
+        std::fclose(status);
+    }
+    return 0666 & ~mask;
+}
 }
 
 bool CDicomDataWriterForBufferCmd::WriteData(const void* bytes, int count)
@@ -55,13 +75,50 @@ bool CDicomOutputFile::Open(const std::string& path)
         Close();
     m_sPath = path;
     m_nUsed = 0;
+    m_nError = 0;
     m_nFd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (m_nFd < 0) {
-        LogFileError("CDicomOutputFile::Open", errno, 0, path);
+        m_nError = errno;
+        LogFileError("CDicomOutputFile::Open", m_nError, 0, path);
         return false;
     }
     m_Buffer.resize(kStreamBuffer);
     return true;
+}
+
+bool CDicomOutputFile::OpenTemporaryBeside(const std::string& target)
+{
+    if (m_nFd >= 0)
+        Close();
+    m_nUsed = 0;
+    m_nError = 0;
+    std::string name = target + ".XXXXXX";
+    m_nFd = ::mkostemp(name.data(), O_CLOEXEC);
+    m_sPath = name;
+    if (m_nFd < 0) {
+        m_nError = errno;
+        m_sPath = target;
+        LogFileError("CDicomOutputFile::OpenTemporaryBeside", m_nError, 0, target);
+        return false;
+    }
+    struct stat existing {};
+    if (::stat(target.c_str(), &existing) == 0) {
+        ::fchmod(m_nFd, existing.st_mode & 07777);
+        // The owner is kept where the process may set it; elsewhere the new
+        // file belongs to the caller.
+        [[maybe_unused]] int owned = ::fchown(m_nFd, existing.st_uid, existing.st_gid);
+    } else {
+        ::fchmod(m_nFd, NewFileMode());
+    }
+    m_Buffer.resize(kStreamBuffer);
+    return true;
+}
+
+bool CDicomOutputFile::Failed(int code)
+{
+    if (m_nError == 0)
+        m_nError = code != 0 ? code : EIO;
+    return false;
 }
 
 bool CDicomOutputFile::WriteAll(const unsigned char* bytes, size_t count)
@@ -125,19 +182,19 @@ bool CDicomOutputFile::Write(const void* bytes, size_t count)
 {
     if (m_nFd < 0) {
         errno = EBADF;
-        return false;
+        return Failed(EBADF);
     }
     const auto* p = static_cast<const unsigned char*>(bytes);
     if (count >= kDirectCopy) {
         // The buffered bytes go first; the value follows, copied by the
         // kernel where it lies in the source file, written otherwise.
         if (m_nUsed > 0 && !Flush())
-            return false;
+            return Failed(errno);
         size_t copied = CopyFromSource(p, count);
-        return WriteAll(p + copied, count - copied);
+        return WriteAll(p + copied, count - copied) || Failed(errno);
     }
     if (m_nUsed + count > m_Buffer.size() && !Flush())
-        return false;
+        return Failed(errno);
     std::memcpy(m_Buffer.data() + m_nUsed, p, count);
     m_nUsed += count;
     return true;
@@ -147,8 +204,17 @@ bool CDicomOutputFile::Sync()
 {
     if (m_nFd < 0)
         return false;
-    if (!Flush() || ::fsync(m_nFd) != 0) {
-        LogFileError("CDicomOutputFile::Sync", errno, 0, m_sPath);
+    // The bytes still buffered belong to the writes the file writer took:
+    // their failure is the file writer's, with their count.
+    size_t pending = m_nUsed;
+    if (!Flush()) {
+        Failed(errno);
+        LogFileError("CDicomFileWriter::WriteProc", m_nError, static_cast<uint32_t>(pending), m_sPath);
+        return false;
+    }
+    if (::fsync(m_nFd) != 0) {
+        Failed(errno);
+        LogFileError("CDicomOutputFile::Sync", m_nError, 0, m_sPath);
         return false;
     }
     return true;
@@ -158,22 +224,26 @@ bool CDicomOutputFile::Close()
 {
     if (m_nFd < 0)
         return false;
-    // A buffered write can still fail here (disk full).
+    // A buffered write can still fail here (disk full): it is logged as the
+    // file writer's failure, with the count of the bytes it held.
+    size_t pending = m_nUsed;
     bool flushed = Flush();
-    int code = errno;
+    if (!flushed) {
+        Failed(errno);
+        LogFileError("CDicomFileWriter::WriteProc", m_nError, static_cast<uint32_t>(pending), m_sPath);
+    }
     bool closed = ::close(m_nFd) == 0;
-    if (!closed && flushed)
-        code = errno;
+    if (!closed) {
+        Failed(errno);
+        if (flushed)
+            LogFileError("CDicomOutputFile::Close", m_nError, 0, m_sPath);
+    }
     m_nFd = -1;
     if (m_nSourceFd >= 0) {
         ::close(m_nSourceFd);
         m_nSourceFd = -1;
     }
-    if (!flushed || !closed) {
-        LogFileError("CDicomOutputFile::Close", code, 0, m_sPath);
-        return false;
-    }
-    return true;
+    return flushed && closed && m_nError == 0;
 }
 
 uint32_t CDicomFileWriter::WriteProc(const void* bytes, uint32_t count, void* file)
@@ -183,10 +253,8 @@ uint32_t CDicomFileWriter::WriteProc(const void* bytes, uint32_t count, void* fi
         return kFailed;
     if (count == 0)
         return 0;
-    errno = 0;
     if (!out->Write(bytes, count)) {
-        int code = errno != 0 ? errno : EIO;
-        LogFileError("CDicomFileWriter::WriteProc", code, count, out->m_sPath);
+        LogFileError("CDicomFileWriter::WriteProc", out->GetError(), count, out->m_sPath);
         return kFailed;
     }
     return count;

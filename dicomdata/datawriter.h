@@ -49,6 +49,10 @@ public:
     // Creates or truncates the file. False (and the reason logged) when it
     // cannot be opened.
     bool Open(const std::string& path);
+    // Creates a new file with a unique name beside target (in its folder),
+    // with the permissions target has, or those of a new file when it does
+    // not exist yet. m_sPath names the new file.
+    bool OpenTemporaryBeside(const std::string& target);
     // The file image the values point into; where it is mapped, its bytes
     // may be copied directly. It must outlive the writes. nullptr: every
     // byte goes through the buffer.
@@ -61,11 +65,14 @@ public:
     bool Close();
     bool IsOpen() const { return m_nFd >= 0; }
     int Descriptor() const { return m_nFd; }
+    // The system error number of the first failure (0 when none).
+    int GetError() const { return m_nError; }
 
     std::string m_sPath;
 
 private:
     bool Flush();
+    bool Failed(int code);
     bool WriteAll(const unsigned char* bytes, size_t count);
     // How many of the leading bytes went out by copy_file_range: 0 when
     // they do not lie in the source file or the kernel cannot copy them.
@@ -77,6 +84,7 @@ private:
     const CDataInMemory* m_pSource = nullptr;
     int m_nSourceFd = -1;
     bool m_bCopyFailed = false;
+    int m_nError = 0;
 };
 
 // The file writer callback; never instantiated.

@@ -14,6 +14,7 @@
 
 #include "dicomdata/tagheader.h"
 #include "platform/dicomitemtosave.h"
+#include "platform/lasterror.h"
 #include "platform/xmlitem.h"
 
 class CDataInMemory;
@@ -122,9 +123,11 @@ public:
     bool LoadObject(const std::u16string& path, bool flag = false);
     static bool IsExplicitVR(const std::u16string& transferSyntax);
     static bool IsBigEndian(const std::u16string& transferSyntax);
-    // Why the last LoadObject on this node failed (empty after success).
-    // A damaged data set names the element and byte offset where reading stopped.
-    const std::string& GetLoadError() const { return m_sLoadError; }
+
+    // Why the last LoadObject, SaveToFile or refused edit on this node
+    // failed; cleared when one of them starts. A damaged data set names the
+    // element and byte offset where reading stopped.
+    const CLastError& GetLastError() const { return m_LastError; }
     // Whether a LoadObject that fails inside the data set keeps what it could
     // read ("Header" and the "Data" read so far) below this node, for display.
     void SetKeepPartialLoad(bool keep) { m_bKeepPartialLoad = keep; }
@@ -138,7 +141,10 @@ public:
     uint32_t SaveTag(int group, int element, bool explicitVR, DICOM_WRITER_PROC writer, void* context);
     bool SaveObject(DICOM_WRITER_PROC writer, void* context) const;
     bool SaveToFile(const std::u16string& path) const override;
-    static bool SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path);
+    // The object is destroyed in every case; error (when given) says why
+    // the file could not be replaced.
+    static bool SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path,
+                                               CLastError* error = nullptr);
     void RecalcDicomDirOffsets();
 
     // --- file meta information (dicomitem_meta.cpp)
@@ -173,7 +179,10 @@ private:
                       int depth, bool* endedAtDelimiter = nullptr);
     bool LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigned char* body, int64_t size,
                      std::u16string transferSyntax, bool bare);
-    std::string m_sLoadError;
+    bool EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const;
+    bool LoadFailed(int code, const std::string& text);
+    void RemoveLoadedObject();
+    mutable CLastError m_LastError;
     bool m_bKeepPartialLoad = false;
 };
 

@@ -1,12 +1,15 @@
 // Whole objects to files: a new file, and the rewrite of the file that a
 // tree was loaded from (its values point into that file's image, so the file
-// must stay readable until the new content is complete).
+// must stay readable until the new content is complete). Both write a new
+// file beside the target and rename it into place, so that at every moment
+// the path names either the old or the new complete file.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "dicomdata/datawriter.h"
@@ -25,12 +28,6 @@ bool SameFile(const std::string& a, const std::string& b)
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-bool FileExists(const std::string& path)
-{
-    struct stat info {};
-    return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
-}
-
 void LogFailure(const char* source, const std::string& what, const std::string& path, int code)
 {
     std::string message = " " + what + " " + path;
@@ -44,69 +41,113 @@ void SyncDirectoryOf(const std::string& path)
 {
     size_t slash = path.find_last_of('/');
     std::string directory = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
-    int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY);
+    int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0) {
         fsync(fd);
         close(fd);
     }
 }
+
+// The file that a path names: through a symbolic link, the file it points
+// to is replaced, not the link.
+std::string ResolvedTarget(const std::string& path)
+{
+    struct stat info {};
+    if (lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode))
+        if (char* resolved = realpath(path.c_str(), nullptr)) {
+            std::string target = resolved;
+            std::free(resolved);
+            return target;
+        }
+    return path;
+}
+
+// Puts the completed temporary file in the target's place; false (the
+// temporary file removed) when it cannot.
+bool MoveIntoPlace(const std::string& temporary, const std::string& target, CLastError& error)
+{
+    if (rename(temporary.c_str(), target.c_str()) != 0) {
+        error.SetSystem(errno);
+        LogFailure("CDicomItem::SaveToFile", "cannot move " + temporary + " to", target, errno);
+        unlink(temporary.c_str());
+        return false;
+    }
+    SyncDirectoryOf(target);
+    return true;
+}
 }
 
 bool CDicomItem::SaveToFile(const std::u16string& path) const
 {
-    std::string target = Utf16ToUtf8(path);
-    // Truncating the file whose image this tree points into would pull the
-    // values away under the encoder; that is the in-place rewrite's job.
+    m_LastError.Clear();
+    std::string target = ResolvedTarget(Utf16ToUtf8(path));
+    // Replacing the file whose image this tree points into is the in-place
+    // rewrite's job, which releases the tree first.
     std::u16string source;
     if (m_pFileImage && GetItemValue(u"File", source) && SameFile(Utf16ToUtf8(source), target)) {
+        m_LastError.Set(CLastError::kRefused, "the object was loaded from this file");
         LogFailure("CDicomItem::SaveToFile", "refusing to overwrite the file the object was loaded from:", target, 0);
         return false;
     }
+    // A device or a pipe is written to directly; a file is replaced only by
+    // complete content.
+    struct stat info {};
+    bool special = stat(target.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
     CDicomOutputFile out;
-    if (!out.Open(target))
+    if (!(special ? out.Open(target) : out.OpenTemporaryBeside(target))) {
+        m_LastError.SetSystem(out.GetError());
         return false;
+    }
     out.SetSource(m_pFileImage);
     bool saved = SaveObject(CDicomFileWriter::WriteProc, &out);
     bool closed = out.Close();
-    return saved && closed && access(target.c_str(), F_OK) == 0;
+    if (!saved || !closed) {
+        if (out.GetError() != 0)
+            m_LastError.SetSystem(out.GetError());
+        else
+            m_LastError.Set(CLastError::kInvalidArgument, "the object has no data set");
+        if (!special)
+            unlink(out.m_sPath.c_str());
+        return false;
+    }
+    if (!special && !MoveIntoPlace(out.m_sPath, target, m_LastError))
+        return false;
+    return access(target.c_str(), F_OK) == 0;
 }
 
-bool CDicomItem::SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path)
+bool CDicomItem::SaveModificationToExistingFile(CDicomItem*& root, const std::u16string& path, CLastError* error)
 {
-    if (!root)
+    CLastError ignored;
+    CLastError& reason = error ? *error : ignored;
+    reason.Clear();
+    if (!root) {
+        reason.Set(CLastError::kInvalidArgument, "no object");
         return false;
-    std::string target = Utf16ToUtf8(path);
-    std::string temporary = target + ".tmp";
+    }
+    std::string target = ResolvedTarget(Utf16ToUtf8(path));
 
     CDicomOutputFile out;
-    bool saved = out.Open(temporary);
+    bool saved = out.OpenTemporaryBeside(target);
     if (saved) {
         out.SetSource(root->m_pFileImage);
         saved = root->SaveObject(CDicomFileWriter::WriteProc, &out);
-        // The replacement keeps the permissions of the file it replaces.
-        struct stat original {};
-        if (saved && stat(target.c_str(), &original) == 0)
-            fchmod(out.Descriptor(), original.st_mode & 07777);
         // Only content that reached the disk may replace the original.
         saved = saved && out.Sync();
         saved = out.Close() && saved;
+        if (!saved && out.GetError() == 0)
+            reason.Set(CLastError::kInvalidArgument, "the object has no data set");
     }
+    if (!saved && !reason.IsSet())
+        reason.SetSystem(out.GetError());
     // Releases the image of the existing file.
     delete root;
     root = nullptr;
 
     if (!saved) {
         // The original is untouched; an incomplete copy is of no use to anyone.
-        if (out.m_sPath == temporary && FileExists(temporary))
-            unlink(temporary.c_str());
+        if (out.m_sPath != target)
+            unlink(out.m_sPath.c_str());
         return false;
     }
-    // rename() replaces the original in one step: at every moment the path
-    // names either the old or the new complete file.
-    if (rename(temporary.c_str(), target.c_str()) != 0) {
-        LogFailure("CDicomItem::SaveModificationToExistingFile", "cannot move " + temporary + " to", target, errno);
-        return false;
-    }
-    SyncDirectoryOf(target);
-    return true;
+    return MoveIntoPlace(out.m_sPath, target, reason);
 }

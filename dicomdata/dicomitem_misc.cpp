@@ -1,4 +1,6 @@
 // UID generation, encapsulated frame extraction and the image type.
+#include <sys/random.h>
+
 #include <cstring>
 #include <ctime>
 
@@ -11,50 +13,72 @@
 using namespace zeldicom;
 
 namespace {
-// The power of ten that keeps all but the highest digit of number (>= 10).
-uint64_t DropHighestDigit(uint64_t number)
+constexpr size_t kMaxUidLength = 64;  // PS3.5 9.1
+
+// PS3.5 B.2: a UID under the root "2.25" made of a random (version 4) UUID
+// read as one 128-bit decimal number.
+std::string UuidDerivedUid()
 {
-    uint64_t power = 1;
-    while (number >= power * 10)
-        power *= 10;
-    return power;
+    unsigned char bytes[16] = {};
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
+        // No entropy source: time, machine and session ticket still make
+        // the number unique for this machine.
+        uint64_t high = static_cast<uint64_t>(std::time(nullptr)) << 32 | GetMachineNumber();
+        uint64_t low = CTicketGenerator::GetUniqueIDForSession();
+        std::memcpy(bytes, &high, 8);
+        std::memcpy(bytes + 8, &low, 8);
+    }
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+    unsigned __int128 number = 0;
+    for (unsigned char byte : bytes)
+        number = number << 8 | byte;
+    std::string digits;
+    do {
+        digits.insert(digits.begin(), static_cast<char>('0' + static_cast<int>(number % 10)));
+        number /= 10;
+    } while (number != 0);
+    return "2.25." + digits;
+}
+
+// The current local time as yyyymmddhhmmss; the seconds since 1970 when
+// the local time cannot be had.
+std::string TimeDigits()
+{
+    std::tm now {};
+    if (GetLocalTime(now))
+        return FormatText("%04d%02d%02d%02d%02d%02d", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour,
+                          now.tm_min, now.tm_sec);
+    return FormatText("%lld", static_cast<long long>(std::time(nullptr)));
 }
 }
 
+// Root, machine number, local time and session ticket, as components of
+// their own when they fit in 64 characters. A longer root first drops the
+// machine number, then makes one component of the time and the ticket with
+// the ticket's low digits kept: successive calls draw successive tickets,
+// so even the last 7 digits (all that a 55-character root leaves) keep ten
+// million UIDs in a row apart. Without a root the UID is UUID-derived.
 std::u16string CDicomItem::GetUID()
 {
-    std::tm now {};
-    int year = 0, month = 0, day = 0, hour = -1, minute = -1, second = -1;
-    if (GetLocalTime(now)) {
-        year = now.tm_year + 1900;
-        month = now.tm_mon + 1;
-        day = now.tm_mday;
-        hour = now.tm_hour;
-        minute = now.tm_min;
-        second = now.tm_sec;
-    }
+    std::string root = WideToAscii(CDicomInfoStatics::s_sDicomRoot);
+    while (!root.empty() && root.back() == '.')
+        root.pop_back();
+    // The last form needs a dot, a leading 1 and 7 digits.
+    if (root.empty() || root.size() + 9 > kMaxUidLength)
+        return AsciiToWide(UuidDerivedUid());
     uint32_t ticket = CTicketGenerator::GetUniqueIDForSession() % 4294967295u;
     if (ticket == 0)
         ticket = CTicketGenerator::GetUniqueIDForSession() % 4294967295u;
-    // PS3.5 9.1: digits and dots, at most 64 characters. With a long root the
-    // machine component gives up its high digits first (it only separates
-    // machines), then the ticket, so the time and the session ticket keep
-    // successive UIDs apart.
-    std::string root = WideToAscii(CDicomInfoStatics::s_sDicomRoot);
-    uint64_t machine = GetMachineNumber() % 4294967295u;
-    uint64_t sessionTicket = ticket;
-    std::string uid;
-    for (;;) {
-        uid = FormatText("%s.%llu.%04d%02d%02d%02d%02d%02d.%llu", root.c_str(), static_cast<unsigned long long>(machine),
-                         year, month, day, hour, minute, second, static_cast<unsigned long long>(sessionTicket));
-        if (uid.size() <= 64)
-            break;
-        if (machine >= 10)
-            machine %= DropHighestDigit(machine);
-        else if (sessionTicket >= 10)
-            sessionTicket %= DropHighestDigit(sessionTicket);
-        else
-            break;  // the root alone is too long; the host chose it
+    std::string time = TimeDigits();
+    std::string uid = FormatText("%s.%u.%s.%u", root.c_str(), GetMachineNumber() % 4294967295u, time.c_str(), ticket);
+    if (uid.size() > kMaxUidLength)
+        uid = FormatText("%s.%s.%u", root.c_str(), time.c_str(), ticket);
+    if (uid.size() > kMaxUidLength) {
+        // A leading 1 keeps the component free of a leading zero.
+        std::string digits = time + FormatText("%010u", ticket);
+        size_t keep = kMaxUidLength - root.size() - 2;
+        uid = root + ".1" + digits.substr(digits.size() - keep);
     }
     return AsciiToWide(uid);
 }

@@ -1,6 +1,7 @@
 // Data set parsing: element headers, runs of elements with their sequences,
 // items and encapsulated pixel data, and whole file images. Values are not
 // copied: they point into the parsed buffer.
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -317,37 +318,49 @@ int HeaderEncoding(const unsigned char* p, int64_t remaining)
 
 }
 
+bool CDicomItem::LoadFailed(int code, const std::string& text)
+{
+    m_LastError.Set(code, text);
+    return false;
+}
+
+// Destroys what an earlier load put into this node: its "Header", "Data" and
+// "File" children (the file image is the caller's to release afterwards).
+void CDicomItem::RemoveLoadedObject()
+{
+    for (int i = GetChildCount() - 1; i >= 0; --i) {
+        const std::u16string& name = m_children[static_cast<size_t>(i)]->m_sName;
+        if (name == u"Header" || name == u"Data" || name == u"File")
+            delete RemoveChildAt(i);
+    }
+}
+
 bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
 {
-    m_sLoadError.clear();
+    m_LastError.Clear();
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;
-    if (!bytes || count <= 0) {
-        m_sLoadError = "no data";
-        return false;
-    }
+    if (!bytes || count <= 0)
+        return LoadFailed(CLastError::kInvalidArgument, "no data");
     size_t size = static_cast<size_t>(count);
     bool part10 = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
     if (!part10) {
         ByteCursor start(bytes, size);
         uint16_t group = 0, element = 0;
-        if (!start.peekUint16LE(0, group) || !start.peekUint16LE(2, element) || !start.has(8)) {
-            m_sLoadError = "no \"DICM\" prefix at offset 128 and too short for a data set (not DICOM)";
-            return false;
-        }
+        if (!start.peekUint16LE(0, group) || !start.peekUint16LE(2, element) || !start.has(8))
+            return LoadFailed(CLastError::kNotDicom,
+                              "no \"DICM\" prefix at offset 128 and too short for a data set (not DICOM)");
         if (bytes[0] == 0x00 && bytes[1] != 0x00 && zeldicom::IsVRCode(bytes[4], bytes[5]) &&
-            !zeldicom::FindAttribute(group, element)) {
-            m_sLoadError = "explicit VR big endian (1.2.840.10008.1.2.2) data set is not supported";
-            return false;
-        }
+            !zeldicom::FindAttribute(group, element))
+            return LoadFailed(CLastError::kUnsupported,
+                              "explicit VR big endian (1.2.840.10008.1.2.2) data set is not supported");
         // A bare data set (no preamble, no meta information) or meta
         // information without a preamble: accepted when the first element is
         // a standard attribute.
-        if (group < 0x0002 || group == 0xFFFE || !zeldicom::FindAttribute(group, element)) {
-            m_sLoadError = "no \"DICM\" prefix at offset 128 and no data set at the start (not DICOM)";
-            return false;
-        }
+        if (group < 0x0002 || group == 0xFFFE || !zeldicom::FindAttribute(group, element))
+            return LoadFailed(CLastError::kNotDicom,
+                              "no \"DICM\" prefix at offset 128 and no data set at the start (not DICOM)");
     }
     auto header = std::make_unique<CDicomItem>(u"Header");
     auto data = std::make_unique<CDicomItem>(u"Data");
@@ -368,10 +381,8 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         header->m_nDataSize = 132;
     } else if (!bare) {
         auto* head = static_cast<unsigned char*>(std::calloc(132, 1));
-        if (!head) {
-            m_sLoadError = "out of memory";
-            return false;
-        }
+        if (!head)
+            return LoadFailed(ENOMEM, "out of memory");
         std::memcpy(head + 128, "DICM", 4);
         header->SetData(head, 132, true);
     }
@@ -383,6 +394,7 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
             // What was read stays for display; its values point into the
             // parsed bytes (the file image, or the inflated data set that
             // "Data" owns).
+            RemoveLoadedObject();
             AddItem(header.release());
             AddItem(data.release());
         }
@@ -396,12 +408,12 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         std::u16string syntax;
         header->GetTagValue(0x0002, 0x0010, syntax);
         CDicomItem* made = CreateMetaHeader(Trim(sopClass), Trim(sopInstance), Trim(syntax));
-        if (!made) {
-            m_sLoadError = "out of memory";
-            return false;
-        }
+        if (!made)
+            return LoadFailed(ENOMEM, "out of memory");
         header.reset(made);
     }
+    // The new object replaces whatever an earlier load left in this node.
+    RemoveLoadedObject();
     AddItem(header.release());
     CDicomItem* dataSet = data.release();
     AddItem(dataSet);
@@ -422,29 +434,26 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
 {
     int carries = HeaderEncoding(body, size);
     if (transferSyntax.empty()) {
-        if (!bare && !header->GetTagItem(0x0002, 0x0010) && !header->GetGroupItem(0x0002)) {
-            m_sLoadError = "no transfer syntax (0002,0010) in the file meta information";
-            return false;
-        }
+        if (!bare && !header->GetTagItem(0x0002, 0x0010) && !header->GetGroupItem(0x0002))
+            return LoadFailed(CLastError::kNotDicom, "no transfer syntax (0002,0010) in the file meta information");
         // No (0002,0010): the encoding is read from the first element, as a
         // data set without meta information is.
         bool explicitVR = carries == 1 || (carries == -1 && size >= 8 && zeldicom::IsVRCode(body[4], body[5]));
         transferSyntax = explicitVR ? u"1.2.840.10008.1.2.1" : u"1.2.840.10008.1.2";
         header->InsertTag(0x0002, 0x0010, transferSyntax, u"UI");
     }
-    if (IsBigEndian(transferSyntax)) {
-        m_sLoadError = "explicit VR big endian (1.2.840.10008.1.2.2) is not supported";
-        return false;
-    }
+    if (IsBigEndian(transferSyntax))
+        return LoadFailed(CLastError::kUnsupported, "explicit VR big endian (1.2.840.10008.1.2.2) is not supported");
     const unsigned char* parsed = body;
     bool explicitVR = IsExplicitVR(transferSyntax);
     if (EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian))) {
         size_t inflatedSize = 0;
         size_t compressed = size > 0 ? static_cast<size_t>(size) : 0;
+        std::string error;
         unsigned char* inflated =
-            zeldicom::InflateRaw(body, compressed, zeldicom::InflateLimit(compressed), inflatedSize, m_sLoadError);
+            zeldicom::InflateRaw(body, compressed, zeldicom::InflateLimit(compressed), inflatedSize, error);
         if (!inflated)
-            return false;
+            return LoadFailed(CLastError::kMalformed, error);
         // The data set node owns the inflated bytes its elements point into.
         data->SetData(inflated, static_cast<int>(inflatedSize), true);
         parsed = inflated;
@@ -473,38 +482,43 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         size_t offset = static_cast<size_t>((failure.at ? failure.at : parsed) - parsed);
         if (parsed == body && m_pData)
             offset += static_cast<size_t>(body - m_pData);
-        m_sLoadError = FormatText("the data set is malformed or truncated: reading stopped at element (%04X,%04X), "
-                                  "byte offset %zu%s",
-                                  failure.group, failure.element, offset,
-                                  parsed == body ? "" : " of the inflated data set");
-        return false;
+        return LoadFailed(CLastError::kMalformed,
+                          FormatText("the data set is malformed or truncated: reading stopped at element "
+                                     "(%04X,%04X), byte offset %zu%s",
+                                     failure.group, failure.element, offset,
+                                     parsed == body ? "" : " of the inflated data set"));
     }
     return true;
 }
 
 bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
 {
-    m_sLoadError.clear();
+    m_LastError.Clear();
+    auto image = std::make_unique<CDataInMemory>(path, flag);
+    if (!image->IsValid())
+        return LoadFailed(image->GetErrorCode() != 0 ? image->GetErrorCode() : EIO, image->GetError());
+    if (image->GetSize() > INT32_MAX)
+        return LoadFailed(EFBIG, "file larger than 2 GiB");
+    // A failed load leaves the node as it was, with the object and the file
+    // image of an earlier load.
+    const unsigned char* previousData = m_pData;
+    int previousSize = m_nDataSize;
+    if (!LoadObject(image->GetData(), static_cast<int>(image->GetSize()))) {
+        if (m_bKeepPartialLoad && GetChildItem(std::u16string(u"Data"))) {
+            // The partial tree kept for display points into this file image.
+            delete m_pFileImage;
+            m_pFileImage = image.release();
+            return false;
+        }
+        m_pData = previousData;
+        m_nDataSize = previousSize;
+        return false;
+    }
+    // The tree of an earlier load is gone; its image may go too.
     delete m_pFileImage;
-    m_pFileImage = new CDataInMemory(path, flag);
-    bool loaded = false;
-    if (!m_pFileImage->IsValid()) {
-        m_sLoadError = m_pFileImage->GetError();
-    } else if (m_pFileImage->GetSize() > INT32_MAX) {
-        m_sLoadError = "file larger than 2 GiB";
-    } else {
-        loaded = LoadObject(m_pFileImage->GetData(), static_cast<int>(m_pFileImage->GetSize()));
-    }
-    if (loaded) {
-        SetAttribute(u"File", path);
-    } else if (m_bKeepPartialLoad && GetChildItem(std::u16string(u"Data"))) {
-        // The partial tree kept for display points into the file image.
-        SetAttribute(u"File", path);
-    } else {
-        std::string reason = m_sLoadError;
-        delete m_pFileImage;
-        m_pFileImage = nullptr;
-        m_sLoadError = reason;
-    }
-    return loaded;
+    m_pFileImage = image.release();
+    auto* file = new CDicomItem(u"File", path);
+    file->m_sCharacterSet = m_sCharacterSet;
+    AddItem(file);
+    return true;
 }

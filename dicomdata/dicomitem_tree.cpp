@@ -272,12 +272,23 @@ std::u16string EffectiveVR(int group, int element, const std::u16string& vr)
 }
 }
 
+// The stored form of a text value in this node's character set. Text the
+// character set cannot hold is refused, not stored damaged.
+bool CDicomItem::EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const
+{
+    if (TranslateTagValueFromUnicodeToDicom(text, WideToAscii(vr), AsciiToWide(m_sCharacterSet), bytes))
+        return true;
+    m_LastError.Set(CLastError::kNotRepresentable,
+                    "the character set " + (m_sCharacterSet.empty() ? std::string("ISO_IR 6") : m_sCharacterSet) +
+                        " cannot hold the text");
+    return false;
+}
+
 CDicomItem* CDicomItem::AddTag(int group, int element, const std::u16string& text, const std::u16string& vr)
 {
     std::u16string useVR = EffectiveVR(group, element, vr);
     std::string bytes;
-    // Text the data set's character set cannot hold is refused, not stored damaged.
-    if (!TranslateTagValueFromUnicodeToDicom(text, WideToAscii(useVR), AsciiToWide(m_sCharacterSet), bytes))
+    if (!EncodeTextValue(text, useVR, bytes))
         return nullptr;
     return AddTag(group, element, bytes.data(), static_cast<int>(bytes.size()), useVR);
 }
@@ -286,16 +297,21 @@ CDicomItem* CDicomItem::InsertTag(int group, int element, const std::u16string& 
 {
     std::u16string useVR = EffectiveVR(group, element, vr);
     std::string bytes;
-    // Text the data set's character set cannot hold is refused, not stored damaged.
-    if (!TranslateTagValueFromUnicodeToDicom(text, WideToAscii(useVR), AsciiToWide(m_sCharacterSet), bytes))
+    if (!EncodeTextValue(text, useVR, bytes))
         return nullptr;
     return InsertTag(group, element, bytes.data(), static_cast<int>(bytes.size()), useVR);
 }
 
 CDicomItem* CDicomItem::ReplaceTag(int group, int element, const std::u16string& text, const std::u16string& vr)
 {
+    // The text is encoded before the existing element goes: a refused
+    // text leaves the old value in place.
+    std::u16string useVR = EffectiveVR(group, element, vr);
+    std::string bytes;
+    if (!EncodeTextValue(text, useVR, bytes))
+        return nullptr;
     RemoveTag(group, element);
-    return InsertTag(group, element, text, vr);
+    return InsertTag(group, element, bytes.data(), static_cast<int>(bytes.size()), useVR);
 }
 
 CDicomItem* CDicomItem::AddTag(int group, int element, uint16_t value)
@@ -383,7 +399,7 @@ bool CDicomItem::RemoveGroup(int group)
 
 CDicomItem* CDicomItem::AddSequence(int group, int element)
 {
-    CDicomItem* sequence = AddTag(group, element, nullptr, -1, std::u16string());
+    CDicomItem* sequence = AddTag(group, element, nullptr, -1, u"SQ");
     if (!sequence || !sequence->AddTag(0xFFFE, 0xE0DD, nullptr, 0, std::u16string()))
         return nullptr;
     return sequence;
@@ -391,7 +407,7 @@ CDicomItem* CDicomItem::AddSequence(int group, int element)
 
 CDicomItem* CDicomItem::InsertSequence(int group, int element)
 {
-    CDicomItem* sequence = InsertTag(group, element, nullptr, -1, std::u16string());
+    CDicomItem* sequence = InsertTag(group, element, nullptr, -1, u"SQ");
     if (!sequence || !sequence->AddTag(0xFFFE, 0xE0DD, nullptr, 0, std::u16string()))
         return nullptr;
     return sequence;

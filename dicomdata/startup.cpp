@@ -1,18 +1,21 @@
 // Library start-up: the module entry reads the library's own version before
-// any object is built. The version statics are defined in this file, next to
-// the static initializer that calls the entry, so that any program using
-// them links this object file and runs the entry, static library or not.
+// any object is built. The version statics are constant-initialised with the
+// version the library is built with, so that they hold it before any dynamic
+// initialiser runs (a host's globals may read them in any order); the entry
+// then reads them again through the module's version service, as a loaded
+// module would.
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/dicomtools.h"
 #include "platform/dlltools.h"
 #include "platform/system.h"
+#include "zeldicom_version.h"
 
-int CDicomInfoStatics::s_nVersionMajor = 0;
-int CDicomInfoStatics::s_nVersionMinor = 0;
-int CDicomInfoStatics::s_nVersionRev = 0;
+int CDicomInfoStatics::s_nVersionMajor = ZELDICOM_VERSION_MAJOR;
+int CDicomInfoStatics::s_nVersionMinor = ZELDICOM_VERSION_MINOR;
+int CDicomInfoStatics::s_nVersionRev = ZELDICOM_VERSION_PATCH;
 
 // Process attach: reads the module's file version into the version statics.
-// False (and the versions left at 0, with a logged error) when it cannot be
+// False (and the versions left as they are, with a logged error) when it cannot be
 // read; a host that loads the library dynamically refuses it then.
 extern "C" bool ZelDicomModuleAttach()
 {

@@ -32,6 +32,7 @@ enum Finding : int {
     kTreeDiffers = 6,          // the reloaded tree is not the saved tree
     kSaveFailed = 7,           // the encoder refused a parsed tree
     kPointerOutsideInput = 8,  // a raw scan answered a position outside the buffer
+    kRecordOutsideInput = 9,   // the image record holds an offset or size beyond the input
 };
 
 // Group and element children are named gXXXX / eXXXX; everything else below
@@ -375,5 +376,81 @@ inline int TextTarget(const uint8_t* data, size_t size)
     return kOk;
 }
 
+// The image record of a whole object: every offset and size it keeps must
+// lie inside the input, and every displayable attribute must format.
+inline int ReadInfoTarget(const uint8_t* data, size_t size)
+{
+    DICOMINFO info;
+    if (!info.ReadInfo(data, static_cast<uint32_t>(InputCount(size))))
+        return kOk;
+    if (info.nPixelDataOffset < 0 || static_cast<size_t>(info.nPixelDataOffset) > size)
+        return kRecordOutsideInput;
+    // One offset per frame: never more frames than the input could hold.
+    if (info.nFrameOffsetCount > 0 && static_cast<size_t>(info.nFrameOffsetCount) > size + 2)
+        return kRecordOutsideInput;
+    for (const auto& overlay : info.aOverlays)
+        if (overlay->nDataSize < 0 || static_cast<size_t>(overlay->nDataSize) > size)
+            return kRecordOutsideInput;
+    for (int i = 0; i < info.nLinkCount; ++i)
+        info.GetTagValue(info.pLinks[i].nGroup, info.pLinks[i].nElement);
+    return kOk;
 }
 
+struct OverlayRecord : DICOMINFO {
+    using DICOMINFO::GetInfosFromGroupOverlays;
+};
+
+// The LUT and overlay readers. Byte 0 bit 0: swap; bit 1: explicit VR for
+// the data set read from the rest; bytes 1-6: a LUT descriptor. The rest
+// serves as LUT words (plain, segmented, modality) and as a data set whose
+// overlay groups are read both ways.
+inline int LutOverlayTarget(const uint8_t* data, size_t size)
+{
+    if (size < 7)
+        return kOk;
+    int swap = data[0] & 1;
+    bool explicitVR = (data[0] & 2) != 0;
+    uint16_t descriptor[3];
+    std::memcpy(descriptor, data + 1, 6);
+    const unsigned char* body = data + 7;
+    size_t count = size - 7;
+    // The words on the heap, exactly as many as there are, so that a read
+    // past them is caught.
+    std::unique_ptr<uint16_t[]> words(new uint16_t[count / 2 + 1]);
+    std::memcpy(words.get(), body, count / 2 * 2);
+    DICOM_LUT palette;
+    palette.LoadDescriptor(descriptor, swap);
+    palette.LoadData(words.get(), swap, count / 2);
+    palette.LoadSegmentedData(words.get(), swap, count / 2);
+    uint16_t table16[64];
+    uint8_t table8[64];
+    palette.FillTable(table16, 64);
+    palette.FillTable(table8, 64);
+    palette.GetEntry(0xFFFFFFFFu);
+    DICOM_LUT copy(palette);
+    CModalityLutDesc modality;
+    modality.LoadDescriptor(descriptor, swap);
+    modality.LoadData(words.get(), swap, count / 2);
+    modality.FillTable(table16, 64);
+    CModalityLutDesc modalityCopy(modality);
+
+    CDicomItem dataSet(u"Data");
+    if (dataSet.LoadTags(body, InputCount(count), explicitVR, -1) == 0xFFFFFFFFu)
+        return kOk;
+    OverlayRecord record;
+    record.GetInfosFromGroupOverlays(&dataSet);
+    for (const auto& overlay : record.aOverlays)
+        if (static_cast<size_t>(overlay->nDataSize) > count)
+            return kRecordOutsideInput;
+    for (int group = 0x6000; group <= 0x601E; group += 2) {
+        CDicomOverlayDesc desc(&dataSet, group);
+        if (desc.Exists() && desc.GetData() && desc.GetDataSize() > 0 &&
+            (desc.GetData() < body || desc.GetData() + desc.GetDataSize() > body + count))
+            return kRecordOutsideInput;
+        std::u16string layer;
+        COverlayActivation::GetOverlayActivationLayer(&dataSet, group, layer);
+    }
+    return kOk;
+}
+
+}

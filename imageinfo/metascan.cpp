@@ -266,23 +266,50 @@ int DICOMINFO::FileHasDicomMetaHeader(const std::u16string& path)
 int DICOMINFO::FileIsDicom(const std::u16string& path, int flag)
 {
     FileBytes file(path);
-    if (!file.valid())
+    return file.valid() ? BufferIsDicom(file.data(), file.size(), flag) : 0;
+}
+
+int DICOMINFO::BufferIsDicom(const unsigned char* buffer, size_t size, int flag)
+{
+    if (!buffer)
         return 0;
-    if (FirstGroup(file.data(), file.size()) == 0x0008)
+    if (FirstGroup(buffer, size) == 0x0008)
         return 1;
-    if (flag == 0 && StartsWithBigEndianGroupLength(file.data(), file.size()))
+    if (flag == 0 && StartsWithBigEndianGroupLength(buffer, size))
         return 1;
-    return HasDicomMetaHeader(file.data(), file.size());
+    return HasDicomMetaHeader(buffer, size);
 }
 
 std::u16string DICOMINFO::GetFileTransferSyntax(const std::u16string& path)
 {
-    std::u16string result = kImplicitLittleEndian;
     FileBytes file(path);
     if (!file.valid())
+        return kImplicitLittleEndian;
+    return GetBufferTransferSyntax(file.data(), file.size());
+}
+
+bool DICOMINFO::HasCompleteMetaHeader(const unsigned char* buffer, size_t size)
+{
+    if (!HasDicomMetaHeader(buffer, size))
+        return false;
+    size_t pos = kMetaStart;
+    ScanHeader h;
+    while (size - pos >= 2 && ByteCursor::loadUint16LE(buffer + pos) == 0x0002) {
+        if (!DecodeHeader(buffer + pos, size - pos, false, h))
+            return false;
+        size_t valueStart = pos + h.headerSize;
+        if (h.length == kUndefinedLength || h.length > size - valueStart)
+            return false;
+        pos = valueStart + h.length;
+    }
+    return pos > kMetaStart;
+}
+
+std::u16string DICOMINFO::GetBufferTransferSyntax(const unsigned char* buffer, size_t size)
+{
+    std::u16string result = kImplicitLittleEndian;
+    if (!buffer)
         return result;
-    const unsigned char* buffer = file.data();
-    size_t size = file.size();
     if (HasDicomMetaHeader(buffer, size)) {
         // (0002,0010) inside the meta information group, explicit VR.
         size_t pos = kMetaStart;

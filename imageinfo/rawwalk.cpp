@@ -266,7 +266,13 @@ void DICOMINFO::GetStringTagValue(const TAG_HEADER* element, std::u16string& out
 
 uint32_t DICOMINFO::LoadDicomData(const unsigned char* data, int size, CXmlItem* parent)
 {
-    if (!data || !parent || size < 8)
+    if (!data || !parent)
+        return 0;
+    // Size -1: the content of an undefined-length value, which runs to its
+    // delimiter.
+    if (size == -1)
+        return static_cast<uint32_t>(LoadDisplayItems(data, BoundOf(size), true, parent, 0));
+    if (size < 8)
         return 0;
     return static_cast<uint32_t>(LoadDisplayItems(data, static_cast<size_t>(size), false, parent, 0));
 }

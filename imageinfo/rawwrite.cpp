@@ -177,11 +177,16 @@ void DICOMINFO::AddTagByVR(CDynBuffer& buffer, const std::u16string& vr, uint16_
     Append(buffer, ImplicitElement(group, element, bytes, count, PaddingByte(WideToAscii(vr))));
 }
 
-void DICOMINFO::AddTagByVR(CDynBuffer& buffer, const std::u16string& vr, uint16_t group, uint16_t element,
+bool DICOMINFO::AddTagByVR(CDynBuffer& buffer, const std::u16string& vr, uint16_t group, uint16_t element,
                            const std::u16string& text, const std::u16string& characterSet)
 {
-    std::string bytes = CDicomItem::TranslateTagValueFromUnicodeToDicom(text, WideToAscii(vr), characterSet);
+    // Text the character set cannot hold is refused, not written empty: an
+    // empty key of a query identifier would match everything.
+    std::string bytes;
+    if (!CDicomItem::TranslateTagValueFromUnicodeToDicom(text, WideToAscii(vr), characterSet, bytes))
+        return false;
     AddTagByVR(buffer, vr, group, element, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    return true;
 }
 
 void DICOMINFO::AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, const void* bytes,
@@ -190,12 +195,15 @@ void DICOMINFO::AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element
     Append(buffer, ExplicitElement(group, element, bytes, count, false));
 }
 
-void DICOMINFO::AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, const std::u16string& text)
+bool DICOMINFO::AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, const std::u16string& text)
 {
     // The platform's default 8-bit conversion: the ANSI code page (no VR
-    // and no character set select another).
-    std::string bytes = CDicomItem::TranslateTagValueFromUnicodeToDicom(text, "", u"");
+    // and no character set select another). Text it cannot hold is refused.
+    std::string bytes;
+    if (!CDicomItem::TranslateTagValueFromUnicodeToDicom(text, "", u"", bytes))
+        return false;
     AddTagExpVR(buffer, group, element, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    return true;
 }
 
 void DICOMINFO::AddTagExpVR(CDynBuffer& buffer, uint16_t group, uint16_t element, uint16_t value)

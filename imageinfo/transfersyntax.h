@@ -19,6 +19,10 @@ struct TransferSyntaxInfo {
     const char* uid;
     const char* name;
     int compressionType;
+    // The pixel data is compressed (encapsulated for a codec), whether or
+    // not the syntax has a compression type code of its own (JPEG-LS,
+    // HTJ2K and the video syntaxes have none: their code is 0).
+    bool compressed;
 };
 
 // The row of a UID (exact, case-sensitive comparison of the whole text), or null.

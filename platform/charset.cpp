@@ -577,7 +577,10 @@ bool EncodeIso2022(const Iso2022Row& row, const std::u16string& text, std::strin
     // double-byte one is designated before its first character of each
     // value, component or line, as PS3.5 Annex H-K show.
     const GraphicSet startG1 = row.g1 != kNoSet && kGraphicSets[row.g1].form == Form::HighDouble ? kNoSet : row.g1;
-    GraphicSet g0 = kAscii;
+    // G0 returns to the value's own first set: ASCII, or JIS X 0201 Romaji
+    // (ESC ( J) for ISO 2022 IR 13 (PS3.5 H.3.1).
+    const GraphicSet home = row.g0;
+    GraphicSet g0 = home;
     GraphicSet g1 = startG1;
     std::string encoded;
     for (size_t i = 0; i < text.size();) {
@@ -585,9 +588,9 @@ bool EncodeIso2022(const Iso2022Row& row, const std::u16string& text, std::strin
         std::u16string character = text.substr(i, width);
         i += width;
         if (character[0] < 0x80) {
-            if (g0 != kAscii) {
-                bytes += kGraphicSets[kAscii].escape;
-                g0 = kAscii;
+            if (g0 != home) {
+                bytes += kGraphicSets[home].escape;
+                g0 = home;
             }
             bytes += static_cast<char>(character[0]);
             if (IsResetPoint(static_cast<unsigned char>(character[0])))
@@ -619,8 +622,8 @@ bool EncodeIso2022(const Iso2022Row& row, const std::u16string& text, std::strin
         if (!done)
             return false;
     }
-    if (g0 != kAscii)
-        bytes += kGraphicSets[kAscii].escape;
+    if (g0 != home)
+        bytes += kGraphicSets[home].escape;
     return true;
 }
 

@@ -16,15 +16,19 @@ CDataInMemory::CDataInMemory(const std::u16string& path, bool)
     std::string name = Utf16ToUtf8(path);
     int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        m_sError = std::strerror(errno);
+        SetSystemError(errno);
         return;
     }
     struct stat info {};
     if (::fstat(fd, &info) != 0) {
-        m_sError = std::strerror(errno);
+        SetSystemError(errno);
+    } else if (S_ISDIR(info.st_mode)) {
+        SetSystemError(EISDIR);
     } else if (!S_ISREG(info.st_mode)) {
+        m_nErrorCode = ENODEV;
         m_sError = "not a regular file";
     } else if (info.st_size == 0) {
+        m_nErrorCode = ENODATA;
         m_sError = "empty file";
     } else if (static_cast<uint64_t>(info.st_size) <= kReadLimit) {
         // A small file costs less to read than to map, fault in and unmap.
@@ -40,7 +44,12 @@ CDataInMemory::CDataInMemory(const std::u16string& path, bool)
                 done += static_cast<size_t>(got);
         }
         if (done != size) {
-            m_sError = got < 0 ? std::strerror(errno) : "the file shrank while it was read";
+            if (got < 0) {
+                SetSystemError(errno);
+            } else {
+                m_nErrorCode = EIO;
+                m_sError = "the file shrank while it was read";
+            }
             delete[] buffer;
         } else {
             m_pData = buffer;
@@ -49,7 +58,7 @@ CDataInMemory::CDataInMemory(const std::u16string& path, bool)
     } else {
         void* mapped = ::mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
         if (mapped == MAP_FAILED)
-            m_sError = std::strerror(errno);
+            SetSystemError(errno);
         else
             m_pData = static_cast<const unsigned char*>(mapped);
     }
@@ -60,6 +69,12 @@ CDataInMemory::CDataInMemory(const std::u16string& path, bool)
         m_nInode = static_cast<uint64_t>(info.st_ino);
     }
     ::close(fd);
+}
+
+void CDataInMemory::SetSystemError(int code)
+{
+    m_nErrorCode = code;
+    m_sError = std::strerror(code);
 }
 
 CDataInMemory::~CDataInMemory()

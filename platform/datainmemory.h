@@ -19,8 +19,10 @@ public:
     bool IsValid() const { return m_pData != nullptr; }
     const unsigned char* GetData() const { return m_pData; }
     uint64_t GetSize() const { return m_nSize; }
-    // Why the file is not valid (empty while it is valid).
+    // Why the file is not valid (empty while it is valid), and the system
+    // error number that goes with it (0 while it is valid).
     const std::string& GetError() const { return m_sError; }
+    int GetErrorCode() const { return m_nErrorCode; }
     // Whether the content is the file's own pages (mapped) rather than a
     // copy read at construction.
     bool IsMapped() const { return m_pData && !m_bOwned; }
@@ -29,9 +31,12 @@ public:
     int OpenSameFile() const;
 
 private:
+    void SetSystemError(int code);
+
     const unsigned char* m_pData = nullptr;
     uint64_t m_nSize = 0;
     std::string m_sError;
+    int m_nErrorCode = 0;
     std::string m_sPath;
     uint64_t m_nDevice = 0;
     uint64_t m_nInode = 0;

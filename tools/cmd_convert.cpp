@@ -3,16 +3,15 @@
 // explicit VR little endian. Values go from the mapped input to the output
 // in chunks; nothing is copied whole.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
-#include "platform/system.h"
 #include "platform/text.h"
 #include "tools/commands.h"
 
@@ -90,12 +89,9 @@ int RunConvert(int argc, char** argv)
     const char* in = files[0];
     const char* out = files[1];
 
-    auto* root = new CDicomItem(u"Object");
-    if (!root->LoadObject(Utf8ToUtf16(in))) {
-        int status = Fail(FormatText("%s: %s", in, root->GetLoadError().c_str()));
-        delete root;
-        return status;
-    }
+    auto root = std::make_unique<CDicomItem>(u"Object");
+    if (!root->LoadObject(Utf8ToUtf16(in)))
+        return Fail(FormatText("%s: %s", in, root->GetLastError().GetText().c_str()));
     auto* header = static_cast<CDicomItem*>(root->GetChildItem(std::u16string(u"Header")));
     CDicomItem* syntax = header ? header->GetTagItem(0x0002, 0x0010) : nullptr;
     std::u16string current;
@@ -107,40 +103,24 @@ int RunConvert(int argc, char** argv)
         // but their element headers; anything else needs a codec.
         if (current != kImplicitLittle && current != kExplicitLittle && current != kDeflatedLittle) {
             std::string name = Utf16ToUtf8(current);
-            int status = Fail(FormatText("%s: transfer syntax %s is encapsulated or otherwise not plain little "
-                                         "endian; it cannot be switched to implicit or explicit VR without "
-                                         "decompression",
-                                         in, name.c_str()));
-            delete root;
-            return status;
+            return Fail(FormatText("%s: transfer syntax %s is encapsulated or otherwise not plain little endian; it "
+                                   "cannot be switched to implicit or explicit VR without decompression",
+                                   in, name.c_str()));
         }
         syntax->CopyData(*wanted);
     }
 
     if (std::strcmp(in, out) == 0 || SameFile(in, out)) {
         // The values point into IN's image: only the rewrite that completes a
-        // temporary copy before replacing IN is safe.
-        // Through a symbolic link, the file it names is replaced, not the link.
-        std::string target = in;
-        if (char* resolved = realpath(in, nullptr)) {
-            target = resolved;
-            std::free(resolved);
-        }
-        if (!CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(target)))
-            return Fail(FormatText("cannot rewrite %s in place (it is unchanged)", in));
+        // new copy before replacing IN is safe.
+        CDicomItem* object = root.release();
+        CLastError error;
+        if (!CDicomItem::SaveModificationToExistingFile(object, Utf8ToUtf16(in), &error))
+            return Fail(FormatText("%s: %s (it is unchanged)", in, error.GetText().c_str()));
         return 0;
     }
-    struct stat before {};
-    bool existed = stat(out, &before) == 0;
-    bool saved = root->SaveToFile(Utf8ToUtf16(out));
-    delete root;
-    if (!saved) {
-        // An incomplete output is no DICOM file; only a file that this run
-        // created is removed (never a device or someone's existing file).
-        struct stat after {};
-        if (!existed && stat(out, &after) == 0 && S_ISREG(after.st_mode))
-            unlink(out);
-        return Fail(FormatText("cannot write %s", out));
-    }
+    // A failed save leaves OUT as it was (or absent).
+    if (!root->SaveToFile(Utf8ToUtf16(out)))
+        return Fail(FormatText("%s: %s", out, root->GetLastError().GetText().c_str()));
     return 0;
 }

@@ -68,7 +68,7 @@ int RunDump(int argc, char** argv)
             }
             // Keep stdout and stderr in order for a reader of both.
             out.Flush();
-            std::fprintf(stderr, "zeldicom dump: %s: %s\n", files[i], root.GetLoadError().c_str());
+            std::fprintf(stderr, "zeldicom dump: %s: %s\n", files[i], root.GetLastError().GetText().c_str());
             status = 1;
             continue;
         }

@@ -60,9 +60,5 @@ int RunLookup(int argc, char** argv)
             status = 2;
         }
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-        std::fprintf(stderr, "zeldicom lookup: cannot write the output\n");
-        return 1;
-    }
-    return status;
+    return FinishOutput("lookup") ? status : 1;
 }

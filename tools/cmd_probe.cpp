@@ -1,10 +1,10 @@
 // zeldicom probe FILE...: one line per file: whether it is DICOM, with or
 // without file meta information, its transfer syntax, compression type and
-// the size of its meta information.
+// the size of its meta information. Each file is read once and examined in
+// memory.
 #include <cstdio>
 #include <string>
 
-#include "dicomdata/bytecursor.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/transfersyntax.h"
 #include "platform/datainmemory.h"
@@ -17,11 +17,10 @@ namespace {
 
 // A data set without meta information written big endian: its first group
 // is 0008 in big endian byte order and explicit VR letters follow the tag.
-bool StartsWithBigEndianDataSet(const CDataInMemory& file)
+bool StartsWithBigEndianDataSet(const unsigned char* p, size_t size)
 {
-    if (!file.IsValid() || file.GetSize() < 8)
+    if (size < 8)
         return false;
-    const unsigned char* p = file.GetData();
     auto letter = [](unsigned char c) { return c >= 'A' && c <= 'Z'; };
     return p[0] == 0x00 && p[1] == 0x08 && letter(p[4]) && letter(p[5]);
 }
@@ -30,6 +29,54 @@ std::string Describe(const std::string& uid)
 {
     const TransferSyntaxInfo* row = FindTransferSyntax(uid);
     return row ? row->name : "unknown transfer syntax";
+}
+
+// The compression type code, or "other" for compressed pixel data whose
+// syntax has no code of its own (JPEG-LS, HTJ2K, video), which the code 0
+// would call uncompressed.
+std::string Compression(const std::string& uid)
+{
+    const TransferSyntaxInfo* row = FindTransferSyntax(uid);
+    int code = DICOMINFO().GetCompTypeFromTransferSyntax(AsciiToWide(uid));
+    if (code == 0 && row && row->compressed)
+        return "other";
+    return FormatText("%d", code);
+}
+
+// The line for one file, and whether it is DICOM.
+bool Probe(const char* name, std::string& line)
+{
+    CDataInMemory file(Utf8ToUtf16(name));
+    if (!file.IsValid()) {
+        line = FormatText("unreadable (%s)", file.GetError().c_str());
+        return false;
+    }
+    const unsigned char* bytes = file.GetData();
+    size_t size = static_cast<size_t>(file.GetSize());
+    bool hasMeta = DICOMINFO::HasDicomMetaHeader(bytes, size) != 0;
+    bool bigEndianNoMeta = false;
+    if (hasMeta) {
+        // "DICM" alone, or meta information cut short, is no DICOM file.
+        if (!DICOMINFO::HasCompleteMetaHeader(bytes, size)) {
+            line = "not DICOM (file meta information missing or cut short)";
+            return false;
+        }
+    } else if (!DICOMINFO::BufferIsDicom(bytes, size, 0)) {
+        bigEndianNoMeta = StartsWithBigEndianDataSet(bytes, size);
+        if (!bigEndianNoMeta) {
+            line = "not DICOM";
+            return false;
+        }
+    }
+    std::string uid = bigEndianNoMeta ? "1.2.840.10008.1.2.2"
+                                      : WideToAscii(DICOMINFO::GetBufferTransferSyntax(bytes, size));
+    std::string meta = hasMeta ? FormatText("meta information %zu bytes", DICOMINFO::GetMetaHeaderSize(bytes, size))
+                               : "no meta information";
+    if (!hasMeta && bigEndianNoMeta)
+        meta += ", big endian";
+    line = FormatText("DICOM, %s, transfer syntax %s (%s), compression %s", meta.c_str(), uid.c_str(),
+                      Describe(uid).c_str(), Compression(uid).c_str());
+    return true;
 }
 
 }
@@ -41,36 +88,16 @@ int RunProbe(int argc, char** argv)
                      "Usage: zeldicom probe FILE...\n"
                      "One line per file: DICOM or not, meta information and its size, transfer syntax\n"
                      "and compression type (0 none, 1 JPEG lossy, 2 JPEG lossless, 3 RLE,\n"
-                     "4 JPEG 2000 lossless, 5 JPEG 2000). Exit status 1 when a file is not DICOM.\n");
+                     "4 JPEG 2000 lossless, 5 JPEG 2000, other: compressed without a type code,\n"
+                     "such as JPEG-LS). Exit status 1 when a file is not DICOM.\n");
         return argc < 1 ? 2 : 0;
     }
     int status = 0;
-    DICOMINFO info;
     for (int i = 0; i < argc; ++i) {
-        std::u16string path = Utf8ToUtf16(argv[i]);
-        CDataInMemory file(path);
-        if (!file.IsValid()) {
-            std::printf("%s: unreadable (%s)\n", argv[i], file.GetError().c_str());
+        std::string line;
+        if (!Probe(argv[i], line))
             status = 1;
-            continue;
-        }
-        bool bigEndianNoMeta = false;
-        if (!DICOMINFO::FileIsDicom(path, 0)) {
-            bigEndianNoMeta = StartsWithBigEndianDataSet(file);
-            if (!bigEndianNoMeta) {
-                std::printf("%s: not DICOM\n", argv[i]);
-                status = 1;
-                continue;
-            }
-        }
-        bool hasMeta = DICOMINFO::FileHasDicomMetaHeader(path) != 0;
-        std::string uid = bigEndianNoMeta ? "1.2.840.10008.1.2.2" : WideToAscii(DICOMINFO::GetFileTransferSyntax(path));
-        size_t metaSize = DICOMINFO::GetMetaHeaderSize(file.GetData(), static_cast<size_t>(file.GetSize()));
-        std::string meta = hasMeta ? FormatText("meta information %zu bytes", metaSize) : "no meta information";
-        if (!hasMeta && bigEndianNoMeta)
-            meta += ", big endian";
-        std::printf("%s: DICOM, %s, transfer syntax %s (%s), compression %d\n", argv[i], meta.c_str(), uid.c_str(),
-                    Describe(uid).c_str(), info.GetCompTypeFromTransferSyntax(AsciiToWide(uid)));
+        std::printf("%s: %s\n", argv[i], line.c_str());
     }
-    return status;
+    return FinishOutput("probe") ? status : 1;
 }

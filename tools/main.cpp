@@ -4,6 +4,7 @@
 #include <string>
 
 #include "zeldicom_version.h"
+#include "platform/system.h"
 #include "tools/commands.h"
 
 namespace {
@@ -38,6 +39,9 @@ int main(int argc, char** argv)
         std::printf("zeldicom %s\n", ZELDICOM_VERSION_STRING);
         return 0;
     }
+    // Commands report failures in one line of their own; the library's
+    // error log would repeat them with its internals.
+    CAuditManager::GetUniqueInstance().SetQuiet(true);
     for (const ToolCommand& command : ToolCommands())
         if (first == command.name)
             return command.run(argc - 2, argv + 2);

@@ -17,6 +17,7 @@
 #include "dicomdata/vrtable.h"
 #include "platform/text.h"
 #include "targets.h"
+#include "tests/network/pdu_fixtures.h"
 
 using namespace zeldicom;
 
@@ -287,6 +288,7 @@ int AddSamples(const std::string& folder, const std::string& samples)
             continue;
         std::string seedName = "sample-" + name;
         WriteSeed(folder, "fuzz_loadobject", seedName, bytes);
+        WriteSeed(folder, "fuzz_readinfo", seedName, bytes);
         WriteScanSeeds(folder, seedName, bytes);
         ++added;
         CDicomItem root(u"Object");
@@ -345,8 +347,24 @@ int main(int argc, char** argv)
     for (const auto& file : files) {
         Bytes image = FileImage(file.transferSyntax, DataSet(file.explicitVR, file.encapsulated));
         ok = WriteSeed(folder, "fuzz_loadobject", file.name, image) && ok;
+        ok = WriteSeed(folder, "fuzz_readinfo", file.name, image) && ok;
         ok = WriteScanSeeds(folder, file.name, image) && ok;
     }
+    // LUT and overlay readers: a 16-bit descriptor for 6 entries, then words
+    // that read as a segmented LUT (discrete, linear, indirect), followed by
+    // an explicit VR data set with one overlay plane.
+    Bytes segments;
+    for (uint16_t word : {0, 2, 0, 100, 1, 2, 300, 2, 1, 0, 0})
+        Put16(segments, word);
+    Bytes overlay = Element(true, 0x6000, 0x0010, "US", Us(4));
+    Append(overlay, Element(true, 0x6000, 0x0011, "US", Us(8)));
+    Append(overlay, Element(true, 0x6000, 0x0040, "CS", Text("G")));
+    Append(overlay, Element(true, 0x6000, 0x0050, "SS", {1, 0, 1, 0}));
+    Append(overlay, Element(true, 0x6000, 0x0100, "US", Us(1)));
+    Append(overlay, Element(true, 0x6000, 0x0102, "US", Us(0)));
+    Append(overlay, Element(true, 0x6000, 0x3000, "OW", Bytes(4, 0x5A)));
+    ok = WriteSeed(folder, "fuzz_lutoverlay", "segmented", WithPrefix({0, 6, 0, 0, 0, 16, 0}, segments)) && ok;
+    ok = WriteSeed(folder, "fuzz_lutoverlay", "overlay", WithPrefix({2, 6, 0, 0, 0, 16, 0}, overlay)) && ok;
     // Text in single-byte, ISO 2022 and multi-byte character sets.
     ok = WriteTextSeed(folder, "latin1", u"ISO_IR 100", "PN", "Buc^J\xe9r\xf4me") && ok;
     ok = WriteTextSeed(folder, "utf8", u"ISO_IR 192", "LO", "Wang^XiaoDong=\xe7\x8e\x8b^\xe5\xb0\x8f\xe6\x9d\xb1=") && ok;
@@ -359,6 +377,27 @@ int main(int argc, char** argv)
     ok = WriteTextSeed(folder, "cyrillic", u"ISO_IR 144", "ST", "\xbb\xee\xda" "ce") && ok;
     // A data set without meta information, as the raw scans meet it first.
     ok = WriteScanSeeds(folder, "bare-implicit", DataSet(false, false)) && ok;
+    // Upper layer PDUs and command sets, as peers send them.
+    {
+        using namespace pdufix;
+        Bytes threeContexts = associateAc(cat({contextAc(1, 0, "1.2.840.10008.1.2"), contextAc(3, 3, ""),
+                                               contextAc(5, 0, "1.2.840.10008.1.2.1")}), 0);
+        const std::pair<const char*, Bytes> pdus[] = {{"associate-ac", kAssociateAcOneContext},
+                                                      {"associate-ac-three", threeContexts},
+                                                      {"associate-rj", kAssociateRjCalledTitle},
+                                                      {"abort", kAbortFromProvider},
+                                                      {"release-rp", kReleaseRp},
+                                                      {"echo-rsp", kEchoResponseSuccess}};
+        for (const auto& [name, bytes] : pdus) {
+            ok = WriteSeed(folder, "fuzz_pdu", name, bytes) && ok;
+            ok = WriteSeed(folder, "fuzz_associate", name, bytes) && ok;
+            ok = WriteSeed(folder, "fuzz_trace", name, WithPrefix({1}, bytes)) && ok;
+        }
+        Bytes command = echoResponse(1, 0xA700);
+        ok = WriteSeed(folder, "fuzz_command", "echo-rsp", command) && ok;
+        ok = WriteSeed(folder, "fuzz_trace", "echo-rsp-command", WithPrefix({1}, command)) && ok;
+        ok = WriteSeed(folder, "fuzz_trace", "data-set", WithPrefix({1}, DataSet(false, false))) && ok;
+    }
     if (!ok) {
         std::fprintf(stderr, "cannot write seeds below %s\n", folder.c_str());
         return 1;

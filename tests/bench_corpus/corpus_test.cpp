@@ -50,7 +50,7 @@ TEST(BenchCorpus, ObjectsHaveTheirSizeAndPeersReadThem)
     const auto size = std::filesystem::file_size(small);
     EXPECT_TRUE(size >= 36u * 1024u && size <= 44u * 1024u) << size;
     CDicomItem root(u"Object");
-    ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(small))) << root.GetLoadError();
+    ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(small))) << root.GetLastError().GetText();
     const long elements = zelbench::CountElements(DataOf(root));
     EXPECT_TRUE(elements >= 100 && elements <= 200) << elements;
 
@@ -62,7 +62,7 @@ TEST(BenchCorpus, ObjectsHaveTheirSizeAndPeersReadThem)
     EXPECT_FALSE(std::equal(bytes.end() - static_cast<long>(frameBytes), bytes.end(),
                             bytes.end() - 2 * static_cast<long>(frameBytes)));
     CDicomItem image(u"Object");
-    ASSERT_TRUE(image.LoadObject(Utf8ToUtf16(multi))) << image.GetLoadError();
+    ASSERT_TRUE(image.LoadObject(Utf8ToUtf16(multi))) << image.GetLastError().GetText();
     const CDicomItem* pixels = DataOf(image)->GetTagItem(0x7FE0, 0x0010);
     ASSERT_NE(pixels, nullptr);
     EXPECT_EQ(pixels->GetData() + pixels->GetDataSize(), image.GetData() + image.GetDataSize());

@@ -145,6 +145,22 @@ TEST(EncodeSequences, DefinedLengthsFollowTheContentUndefinedOnesStay)
     EXPECT_EQ(data.GetTagItem(0x7FE0, 0x0010)->GetDataSize(), -1);
 }
 
+TEST(EncodeSequences, APrivateSequenceBuiltByHandIsWrittenAsOne)
+{
+    // The dictionary does not know (0009,1010): the sequence is SQ by being built as one.
+    CDicomItem data(u"Data");
+    data.AddTag(9, 0x0010, u"ACME", u"LO");
+    CDicomItem* sequence = data.AddSequence(9, 0x1010);
+    ASSERT_NE(sequence, nullptr);
+    sequence->InsertSequenceItem()->AddTag(0x10, 0x10, u"DOE^JOHN", u"");
+    Bytes content = cat({undefinedItem(elem(0x10, 0x10, "PN", "DOE^JOHN")), sequenceEnd()});
+    EXPECT_EQ(Save(data, true), cat({elem(9, 0x0010, "LO", "ACME"), elem(9, 0x1010, "SQ", content, kUndefined)}));
+    EXPECT_EQ(Save(data, false),
+              cat({ielem(9, 0x0010, text("ACME")),
+                   ielem(9, 0x1010, cat({undefinedItem(ielem(0x10, 0x10, text("DOE^JOHN"))), sequenceEnd()}),
+                         kUndefined)}));
+}
+
 TEST(EncodeValues, LargeValuesGoOutInChunksAndGroup7FE1IsNeverWritten)
 {
     HostProfile::SetProfileInt("Receive", "FileCopyBufferSize", 1);

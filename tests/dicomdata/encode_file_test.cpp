@@ -1,9 +1,12 @@
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <memory>
 #include <string>
 
 #include "dicomdata/datawriter.h"
@@ -68,51 +71,155 @@ TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
     CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 
-TEST(EncodeInPlace, FailedRewritesLeaveTheOriginalByteIdenticalAndGoodOnesReplaceIt)
+// Runs save with the file size limited to 256 KiB, as a full disk would stop it.
+template <typename Save>
+bool SaveWithSizeLimit(Save save)
 {
-    CAuditManager::GetUniqueInstance().SetQuiet(true);
-    std::string path = ScratchPath("keep.dcm"), temporary = path + ".tmp";
-    const Bytes original = SampleFile("DOE^JOHN");
-    WriteFile(path, original);
-    chmod(path.c_str(), 0640);
-
-    // The temporary cannot be created: a directory holds its name.
-    ASSERT_EQ(mkdir(temporary.c_str(), 0700), 0);
-    CDicomItem* root = LoadAndEdit(path);
-    EXPECT_FALSE(CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path)));
-    EXPECT_EQ(root, nullptr);
-    EXPECT_EQ(ReadFile(path), original);
-    EXPECT_NE(LastError().find(temporary), std::string::npos) << LastError();
-    rmdir(temporary.c_str());
-
-    // The writer fails half-way: a file size limit stops the copy at 256 KiB.
-    root = LoadAndEdit(path);
     struct rlimit saved {};
     getrlimit(RLIMIT_FSIZE, &saved);
     struct rlimit limited = saved;
     limited.rlim_cur = 256 * 1024;
     auto previous = signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
-    bool rewritten = CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path));
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    bool done = save();
     setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, previous);
-    EXPECT_FALSE(rewritten);
+    return done;
+}
+
+// Files in the folder of path whose names begin with path's name and a dot:
+// the temporary copies a save might have left.
+int FilesBeside(const std::string& path)
+{
+    std::string folder = path.substr(0, path.rfind('/')), prefix = path.substr(path.rfind('/') + 1) + ".";
+    int count = 0;
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (dirent* entry = readdir(dir))
+            count += std::string(entry->d_name).rfind(prefix, 0) == 0;
+        closedir(dir);
+    }
+    return count;
+}
+
+TEST(ObjectFiles, ASecondLoadReplacesTheFirstAndAFailedOneKeepsIt)
+{
+    std::string first = ScratchPath("first.dcm"), second = ScratchPath("second.dcm");
+    WriteFile(first, SampleFile("DOE^JOHN"));
+    WriteFile(second, fileImage("1.2.840.10008.1.2", ielem(0x0010, 0x0010, text("ROE^JANE"))));
+    CDicomItem root(u"Object");
+    ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(first)));
+    ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(second)));
+    unlink(first.c_str());
+    std::vector<std::u16string> names;
+    for (int i = 0; i < root.GetChildCount(); ++i)
+        names.push_back(root.GetChildItem(i)->m_sName);
+    EXPECT_EQ(names, (std::vector<std::u16string>{u"Header", u"Data", u"File"}));
+    std::u16string name, file;
+    auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+    ASSERT_TRUE(data->GetTagValue(0x10, 0x10, name));
+    EXPECT_EQ(name, u"ROE^JANE");
+    // A load that fails leaves the loaded object and its file image alone.
+    EXPECT_FALSE(root.LoadObject(Utf8ToUtf16(first)));
+    EXPECT_EQ(root.GetLastError().GetCode(), ENOENT);
+    EXPECT_EQ(root.GetLastError().GetText(), "No such file or directory");
+    EXPECT_FALSE(root.LoadObject(u"/tmp"));
+    EXPECT_EQ(root.GetLastError().GetCode(), EISDIR);
+    data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+    ASSERT_TRUE(data->GetTagValue(0x10, 0x10, name));
+    EXPECT_EQ(name, u"ROE^JANE");
+    EXPECT_TRUE(root.GetItemValue(u"File", file));
+    EXPECT_EQ(file, Utf8ToUtf16(second));
+    unlink(second.c_str());
+}
+
+TEST(EncodeFiles, AFailedSaveLeavesAnExistingFileByteIdentical)
+{
+    CAuditManager::GetUniqueInstance().SetQuiet(true);
+    std::string source = ScratchPath("over-source.dcm"), out = ScratchPath("over-out.dcm");
+    WriteFile(source, SampleFile("DOE^JOHN"));
+    const Bytes previous(1000, 0x55);
+    WriteFile(out, previous);
+    chmod(out.c_str(), 0604);
+    std::unique_ptr<CDicomItem> root(LoadAndEdit(source));
+    EXPECT_FALSE(SaveWithSizeLimit([&] { return root->SaveToFile(Utf8ToUtf16(out)); }));
+    EXPECT_EQ(root->GetLastError().GetCode(), EFBIG);
+    EXPECT_EQ(ReadFile(out), previous);
+    EXPECT_EQ(FilesBeside(out), 0);
+    // Complete content replaces the file and keeps its permissions.
+    EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(out)));
+    EXPECT_FALSE(root->GetLastError().IsSet());
+    EXPECT_EQ(ReadFile(out), SampleFile("ROE^JANE"));
+    struct stat info {};
+    stat(out.c_str(), &info);
+    EXPECT_EQ(info.st_mode & 0777, 0604u);
+    EXPECT_EQ(FilesBeside(out), 0);
+    unlink(source.c_str());
+    unlink(out.c_str());
+    CAuditManager::GetUniqueInstance().SetQuiet(false);
+}
+
+TEST(EncodeFiles, AWriteErrorOfASmallObjectIsTheFileWritersWithItsCount)
+{
+    CAuditManager::GetUniqueInstance().SetQuiet(true);
+    CDicomItem root(u"Object");
+    root.AddItem(new CDicomItem(u"Data"));
+    static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")))->AddTag(0x0010, 0x0010, u"DOE^JOHN", u"");
+    EXPECT_FALSE(root.SaveToFile(u"/dev/full"));
+    EXPECT_EQ(root.GetLastError().GetCode(), ENOSPC);
+    EXPECT_EQ(root.GetLastError().GetText(), "No space left on device");
+    // The data set's one element: an 8-byte header and 8 value bytes.
+    EXPECT_EQ(LastError(), "CDicomFileWriter::WriteProc: System Error : No space left on device System Error Code : 28 "
+                           "Params : lSize=16, pDstFile=/dev/full");
+    CAuditManager::GetUniqueInstance().SetQuiet(false);
+}
+
+TEST(EncodeInPlace, FailedRewritesLeaveTheOriginalByteIdenticalAndGoodOnesReplaceIt)
+{
+    CAuditManager::GetUniqueInstance().SetQuiet(true);
+    std::string path = ScratchPath("keep.dcm"), users = path + ".tmp";
+    const Bytes original = SampleFile("DOE^JOHN");
+    WriteFile(path, original);
+    chmod(path.c_str(), 0640);
+    // A file of the user's that happens to carry the ".tmp" name is no
+    // temporary file of ours.
+    WriteFile(users, Bytes{1, 2, 3});
+
+    // The writer fails half-way: a file size limit stops the copy at 256 KiB.
+    CDicomItem* root = LoadAndEdit(path);
+    CLastError error;
+    EXPECT_FALSE(SaveWithSizeLimit(
+        [&] { return CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path), &error); }));
     EXPECT_EQ(root, nullptr);
+    EXPECT_EQ(error.GetCode(), EFBIG);
     EXPECT_EQ(ReadFile(path), original);
-    EXPECT_NE(access(temporary.c_str(), F_OK), 0);
     EXPECT_NE(LastError().find("File too large"), std::string::npos) << LastError();
-    EXPECT_NE(LastError().find("pDstFile=" + temporary), std::string::npos) << LastError();
+    EXPECT_NE(LastError().find("pDstFile=" + path + "."), std::string::npos) << LastError();
+
+    // No temporary file can be opened: no descriptor is left.
+    root = LoadAndEdit(path);
+    struct rlimit files {};
+    getrlimit(RLIMIT_NOFILE, &files);
+    struct rlimit none = files;
+    none.rlim_cur = 0;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    bool rewritten = CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path), &error);
+    setrlimit(RLIMIT_NOFILE, &files);
+    EXPECT_FALSE(rewritten);
+    EXPECT_EQ(error.GetCode(), EMFILE);
+    EXPECT_EQ(ReadFile(path), original);
 
     // Nothing in the way: the file is replaced and keeps its permissions.
     root = LoadAndEdit(path);
     EXPECT_TRUE(CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path)));
     EXPECT_EQ(root, nullptr);
     EXPECT_EQ(ReadFile(path), SampleFile("ROE^JANE"));
-    EXPECT_NE(access(temporary.c_str(), F_OK), 0);
     struct stat info {};
     stat(path.c_str(), &info);
     EXPECT_EQ(info.st_mode & 0777, 0640u);
+    EXPECT_EQ(ReadFile(users), (Bytes{1, 2, 3}));
+    EXPECT_EQ(FilesBeside(path), 1);
     EXPECT_FALSE(CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path)));
     unlink(path.c_str());
+    unlink(users.c_str());
     CAuditManager::GetUniqueInstance().SetQuiet(false);
 }

@@ -8,8 +8,10 @@
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/parse_fixtures.h"
+#include "platform/text.h"
 
 using namespace parsefix;
+using namespace zeldicom;
 
 namespace {
 // Encapsulated pixel data (PS3.5 A.4): an offset table item, fragments, and
@@ -95,19 +97,50 @@ TEST(CompressedFrames, LyingLengthsAndOffsetsNeverLeaveTheValueOrTheOutput)
     EXPECT_EQ(built.GetCompressedFrameData(0, out, sizeof out), 0u);
 }
 
-TEST(UidGeneration, UidsAreShortNumericAndUnique)
+namespace {
+// PS3.5 9.1: at most 64 characters; components of digits, none empty and
+// none with a leading zero.
+bool IsValidUid(const std::string& uid)
+{
+    if (uid.empty() || uid.size() > 64)
+        return false;
+    size_t start = 0;
+    for (;;) {
+        size_t dot = uid.find('.', start);
+        std::string component = uid.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+        if (component.empty() || component.find_first_not_of("0123456789") != std::string::npos ||
+            (component.size() > 1 && component[0] == '0'))
+            return false;
+        if (dot == std::string::npos)
+            return true;
+        start = dot + 1;
+    }
+}
+
+// A valid root of exactly length characters.
+std::string RootOfLength(size_t length)
+{
+    std::string root = length % 2 ? "1" : "11";
+    while (root.size() < length)
+        root += ".7";
+    return root;
+}
+}
+
+TEST(UidGeneration, HundredThousandInARowAreUniqueValidAndUnderTheRoot)
 {
     std::u16string savedRoot = CDicomInfoStatics::s_sDicomRoot;
-    for (const char16_t* root : {u"", u"1.2.826.0.1.3680043.10.543", u"1.2.826.0.1.3680043.10.543.12345"}) {
-        CDicomInfoStatics::SetDicomRoot(root);
-        std::set<std::u16string> seen;
-        for (int i = 0; i < 2000; ++i) {
-            std::u16string uid = CDicomItem::GetUID();
-            ASSERT_LE(uid.size(), 64u) << "root of " << std::u16string(root).size() << " characters";
-            for (char16_t c : uid)
-                ASSERT_TRUE((c >= u'0' && c <= u'9') || c == u'.');
-            ASSERT_EQ(uid.compare(0, std::u16string(root).size(), root), 0);
-            ASSERT_TRUE(seen.insert(uid).second) << "duplicate UID";
+    for (size_t length : {0, 26, 44, 48, 55}) {
+        std::string root = RootOfLength(length);
+        CDicomInfoStatics::SetDicomRoot(length ? AsciiToWide(root) : u"");
+        // Without a root the UID is UUID-derived (PS3.5 B.2).
+        std::string prefix = length ? root + "." : "2.25.";
+        std::set<std::string> seen;
+        for (int i = 0; i < 100000; ++i) {
+            std::string uid = WideToAscii(CDicomItem::GetUID());
+            ASSERT_TRUE(IsValidUid(uid)) << uid;
+            ASSERT_EQ(uid.compare(0, prefix.size(), prefix), 0) << uid;
+            ASSERT_TRUE(seen.insert(uid).second) << "duplicate " << uid << " after " << i;
         }
     }
     CDicomInfoStatics::SetDicomRoot(savedRoot);

@@ -22,6 +22,11 @@ using namespace zeldicom;
 
 namespace {
 
+// A host's global, initialised before the library's own start-up code may
+// have run: the version is there already.
+const std::vector<int> g_versionAtStaticInit = {
+    CDicomInfoStatics::GetVersionMajor(), CDicomInfoStatics::GetVersionMinor(), CDicomInfoStatics::GetVersionRev()};
+
 // Restores the process-wide identity settings a test changes.
 struct IdentityGuard {
     std::u16string root = CDicomInfoStatics::GetDicomRoot();
@@ -54,6 +59,7 @@ TEST(Identity, VersionReadAtStartUpIsTheProjectVersion)
                                 CDicomInfoStatics::GetVersionRev()};
     };
     EXPECT_EQ(current(), std::vector<int>(version, version + 3));
+    EXPECT_EQ(g_versionAtStaticInit, std::vector<int>(version, version + 3));
     EXPECT_EQ(CDicomInfoStatics::GetVersionMajor(), ZELDICOM_VERSION_MAJOR);
 
     // The module entry reads the same numbers again; the version reader

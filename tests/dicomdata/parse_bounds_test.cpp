@@ -33,7 +33,7 @@ bool LoadsAsFile(const unsigned char* bytes, size_t size)
     std::copy(bytes, bytes + size, copy.get());
     CDicomItem root(u"root");
     bool loaded = root.LoadObject(copy.get(), static_cast<int>(size));
-    EXPECT_EQ(loaded, root.GetLoadError().empty());
+    EXPECT_EQ(loaded, root.GetLastError().GetText().empty());
     return loaded;
 }
 

@@ -61,11 +61,11 @@ TEST(ParseCorpus, EveryFileLoadsOrIsRefusedForItsKnownReason)
         if (expected != ExpectedRefusals().end() || IsNotDicom(name)) {
             std::string reason = expected != ExpectedRefusals().end() ? expected->second : "DICM";
             EXPECT_FALSE(ok) << name << " loads but is expected to be refused (" << reason << ")";
-            EXPECT_NE(root.GetLoadError().find(reason), std::string::npos) << name << ": " << root.GetLoadError();
+            EXPECT_NE(root.GetLastError().GetText().find(reason), std::string::npos) << name << ": " << root.GetLastError().GetText();
             ++refused;
             continue;
         }
-        EXPECT_TRUE(ok) << name << ": " << root.GetLoadError();
+        EXPECT_TRUE(ok) << name << ": " << root.GetLastError().GetText();
         // A loaded object has its meta information with a transfer syntax,
         // a data set that is not empty, and its file name.
         const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")));

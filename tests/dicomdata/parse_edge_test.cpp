@@ -251,7 +251,7 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
     };
     for (const auto& c : cases) {
         CDicomItem root(u"root");
-        ASSERT_TRUE(root.LoadObject(c.image.data(), static_cast<int>(c.image.size()))) << root.GetLoadError();
+        ASSERT_TRUE(root.LoadObject(c.image.data(), static_cast<int>(c.image.size()))) << root.GetLastError().GetText();
         const CDicomItem* data = Child(&root, u"Data");
         std::u16string name, syntax;
         data->GetTagValue(0x0010, 0x0010, name);
@@ -313,7 +313,7 @@ TEST(ParseFiles, DeflatedBareAndInferredEncodingsLoad)
                                                     {noSyntax, "1.2.840.10008.1.2"}};
     for (const auto& [image, syntax] : cases) {
         CDicomItem root(u"root");
-        ASSERT_TRUE(root.LoadObject(image.data(), static_cast<int>(image.size()))) << syntax << root.GetLoadError();
+        ASSERT_TRUE(root.LoadObject(image.data(), static_cast<int>(image.size()))) << syntax << root.GetLastError().GetText();
         EXPECT_EQ(nameOf(root), "DOE^J") << syntax;
         EXPECT_EQ(syntaxOf(root), syntax);
         const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
@@ -336,8 +336,8 @@ TEST(ParseFiles, DeflatedBareAndInferredEncodingsLoad)
         CDicomItem root(u"root");
         root.SetKeepPartialLoad(keep);
         EXPECT_FALSE(root.LoadObject(cut.data(), static_cast<int>(cut.size())));
-        EXPECT_NE(root.GetLoadError().find("reading stopped at element (300A,00C0), byte offset"), std::string::npos)
-            << root.GetLoadError();
+        EXPECT_NE(root.GetLastError().GetText().find("reading stopped at element (300A,00C0), byte offset"), std::string::npos)
+            << root.GetLastError().GetText();
         EXPECT_EQ(root.GetChildCount(), keep ? 2 : 0);
         EXPECT_EQ(keep ? nameOf(root) : "?", keep ? "DOE^J" : "?");
     }
@@ -359,12 +359,12 @@ TEST(ParseFiles, RefusalsNameTheirReason)
     for (const auto& [image, reason] : cases) {
         CDicomItem root(u"root");
         EXPECT_FALSE(root.LoadObject(image.data(), static_cast<int>(image.size())));
-        EXPECT_NE(root.GetLoadError().find(reason), std::string::npos) << root.GetLoadError();
+        EXPECT_NE(root.GetLastError().GetText().find(reason), std::string::npos) << root.GetLastError().GetText();
         EXPECT_EQ(root.GetChildCount(), 0) << "nothing of a refused file stays in the tree";
     }
     CDicomItem root(u"root");
     EXPECT_FALSE(root.LoadObject(nullptr, 10));
     EXPECT_FALSE(root.LoadObject(std::u16string(u"/nonexistent/file.dcm")));
-    EXPECT_FALSE(root.GetLoadError().empty());
+    EXPECT_FALSE(root.GetLastError().GetText().empty());
     EXPECT_EQ(root.m_pFileImage, nullptr);
 }

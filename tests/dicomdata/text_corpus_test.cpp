@@ -82,7 +82,7 @@ TEST(TextCorpus, CharsetSamplesDecodeAsPydicomDecodesThem)
     size_t compared = 0;
     for (const auto& [file, values] : expected) {
         CDicomItem root(u"root");
-        ASSERT_TRUE(root.LoadObject(AsciiToWide(folder + "/" + file))) << file << ": " << root.GetLoadError();
+        ASSERT_TRUE(root.LoadObject(AsciiToWide(folder + "/" + file))) << file << ": " << root.GetLastError().GetText();
         auto* data = static_cast<const CDicomItem*>(root.GetChildItem(u"Data", 0));
         ASSERT_NE(data, nullptr) << file;
         std::map<std::string, const CDicomItem*> ours;

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "dicomdata/parse_fixtures.h"
+#include "fuzz/network_targets.h"
 #include "fuzz/targets.h"
 
 using namespace parsefix;
@@ -18,7 +19,11 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_loadtags", zelfuzz::LoadTagsTarget}, {"fuzz_loadobject", zelfuzz::LoadObjectTarget},
     {"fuzz_frames", zelfuzz::FramesTarget},     {"fuzz_roundtrip", zelfuzz::RoundTripTarget},
     {"fuzz_rawwalk", zelfuzz::RawWalkTarget},   {"fuzz_metascan", zelfuzz::MetaScanTarget},
+    {"fuzz_text", zelfuzz::TextTarget},         {"fuzz_readinfo", zelfuzz::ReadInfoTarget},
+    {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
     {"fuzz_text", zelfuzz::TextTarget},
+    {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
+    {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)
@@ -139,6 +144,7 @@ TEST(FuzzRegressions, EveryTargetSurvivesEveryTruncation)
         {"fuzz_loadtags", cat({{0}, dataSet})}, {"fuzz_roundtrip", cat({{0}, dataSet})},
         {"fuzz_frames", cat({{1, 8, 0}, dataSet})}, {"fuzz_rawwalk", dataSet},
         {"fuzz_loadobject", file}, {"fuzz_metascan", cat({{0x10, 0x00, 0x10, 0x00}, file})},
+        {"fuzz_readinfo", file}, {"fuzz_lutoverlay", cat({{0, 6, 0, 0, 0, 16, 0}, dataSet})},
     };
     for (const auto& [name, input] : cases)
         for (size_t length = 0; length <= input.size(); ++length)
@@ -156,7 +162,7 @@ TEST(FuzzRegressions, EveryTargetSurvivesEveryTruncation)
     EXPECT_EQ(frame[2], 1);
     EXPECT_NE(parsed.GetSequenceItem(0x0008, 0x2218), nullptr);
     CDicomItem object(u"Object");
-    EXPECT_TRUE(object.LoadObject(file.data(), static_cast<int>(file.size()))) << object.GetLoadError();
+    EXPECT_TRUE(object.LoadObject(file.data(), static_cast<int>(file.size()))) << object.GetLastError().GetText();
 }
 
 // The raw walk callback reports a header or value outside the walked buffer.

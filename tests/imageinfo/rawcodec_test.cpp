@@ -55,6 +55,14 @@ TEST(RawWriters, FormsAndPadding)
     EXPECT_EQ(Take(b), cat({ielem(0x0008, 0x0060, text("ABC ")), ielem(0x0008, 0x0016, ui("1.2.3")),
                             ielem(0x0020, 0x4000, text("x ")), ielem(0x0010, 0x0010, text("M\xFCller^ "))}));
 
+    // Text the character set cannot hold is refused: no element, not an empty one
+    // (an empty name key of a query would match every patient).
+    EXPECT_FALSE(DICOMINFO::AddTagByVR(b, u"PN", 0x0010, 0x0010, u"\u5C71\u7530", u"ISO_IR 100"));
+    EXPECT_FALSE(DICOMINFO::AddTagExpVR(b, 0x0010, 0x0010, u"\u5C71\u7530"));
+    EXPECT_EQ(b.m_nSize, 0u);
+    EXPECT_TRUE(DICOMINFO::AddTagByVR(b, u"PN", 0x0010, 0x0010, u"\u5C71\u7530", u"ISO_IR 192"));
+    EXPECT_EQ(Take(b), ielem(0x0010, 0x0010, text("\xE5\xB1\xB1\xE7\x94\xB0")));
+
     DICOMINFO::AddTag(b, 0x0000, 0x0100, static_cast<uint16_t>(0x0030));
     DICOMINFO::AddTag(b, 0x0008, 0x1140);
     DICOMINFO::InsertTag(b, 0x0000, 0x0000, 0x11223344u, 0);
@@ -138,6 +146,17 @@ TEST(RawWalkers, LoadDicomDataBuildsDisplayItems)
     EXPECT_EQ(Child(second->GetChildItem(u"TAG", 0), u"VALUE"), u"6.7.8");
     EXPECT_EQ(Child(root.GetChildItem(2), u"VALUE"), u" Doe^John");
     EXPECT_EQ(root.GetChildItem(3)->GetChildItemCount(u"VALUE"), 0);  // US is not text
+}
+
+TEST(RawWalkers, LoadDicomDataOfUnknownSizeRunsToTheDelimiter)
+{
+    // The content of an undefined-length item: two elements, then its delimiter.
+    Bytes content = cat({ielem(0x0008, 0x0060, text("CT")), ielem(0x0010, 0x0010, text("DOE^JOHN")),
+                         ielem(0xFFFE, 0xE00D, {}), ielem(0x0010, 0x0020, text("AFTER "))});
+    CXmlItem root(u"ROOT", u"", "ISO_IR 100");
+    EXPECT_EQ(DICOMINFO::LoadDicomData(content.data(), -1, &root), content.size() - 14);
+    ASSERT_EQ(root.GetChildCount(), 2);
+    EXPECT_EQ(Child(root.GetChildItem(1), u"VALUE"), u"DOE^JOHN");
 }
 
 // Every prefix and every single damaged byte, walked in an exact-size copy so

@@ -93,6 +93,8 @@ TEST(CharsetConversion, Iso2022FollowsEscapeSequencesAndResetsAtDelimiters)
     const std::tuple<std::u16string, const char16_t*, std::string> encodings[] = {
         {u"\u4E02", u"ISO 2022 IR 159", "\x1b$(D0!\x1b(B"},  // JIS X 0212 in G0: not in JIS X 0208
         {u"\uFF94\uFF8F", u"ISO 2022 IR 13", "\xd4\xcf"},
+        // ISO 2022 IR 13 starts in JIS X 0201 Romaji and returns to it, not to ASCII.
+        {u"\uFF94\uFF8F^\u5C71\u7530", u"ISO 2022 IR 13", "\xd4\xcf^\x1b$B;3ED\x1b(J"},
         // Another alphabet goes to G1 in its own 96-character set; a CJK first
         // value keeps its own double-byte set first (JIS X 0208 has Cyrillic).
         {u"\u00E9\u0394", u"ISO 2022 IR 100", "\xE9\x1b-F\xC4"},

@@ -80,7 +80,7 @@ TEST(ProbeCommand, ClassifiesTheCorpusLikePydicom)
             EXPECT_EQ(line.find("big endian") != std::string::npos, f[2] == "be");
             ++kinds[f[2] == "be" ? "big endian" : "no meta"];
         } else {  // text, archives, damaged data sets, directories
-            EXPECT_TRUE(line == "not DICOM" || line.rfind("unreadable", 0) == 0);
+            EXPECT_TRUE(line.rfind("not DICOM", 0) == 0 || line.rfind("unreadable", 0) == 0);
             ++kinds["not DICOM"];
         }
     }
@@ -116,3 +116,41 @@ TEST(ProbeCommand, ArgumentsAndExitStatus)
     std::remove(dataSet.c_str());
     std::remove(notes.c_str());
 }
+
+TEST(ProbeCommand, DicmWithoutWholeMetaInformationIsNotDicom)
+{
+    std::string preamble = ScratchPath("preamble.dcm"), cut = ScratchPath("cut.dcm");
+    WriteFile(preamble, cat({Bytes(128, 0), text("DICM")}));
+    Bytes whole = fileImage("1.2.840.10008.1.2", ielem(0x0010, 0x0010, text("DOE^JOHN")));
+    // Cut inside the transfer syntax value of the meta information.
+    WriteFile(cut, Bytes(whole.begin(), whole.begin() + 132 + 14 + 8 + 5));
+    CliResult probe = RunCli({"probe", preamble, cut});
+    EXPECT_EQ(probe.status, 1);
+    EXPECT_EQ(probe.out, preamble + ": not DICOM (file meta information missing or cut short)\n" + cut +
+                             ": not DICOM (file meta information missing or cut short)\n");
+    std::remove(preamble.c_str());
+    std::remove(cut.c_str());
+}
+
+TEST(ProbeCommand, CompressedSyntaxesWithoutATypeCodeAreNotCalledUncompressed)
+{
+    std::string jpegLs = ScratchPath("jpegls.dcm");
+    WriteFile(jpegLs, fileImage("1.2.840.10008.1.2.4.80", elem(0x0010, 0x0010, "PN", "DOE^JOHN")));
+    CliResult probe = RunCli({"probe", jpegLs});
+    EXPECT_EQ(probe.status, 0);
+    EXPECT_NE(probe.out.find("(JPEG-LS Lossless), compression other\n"), std::string::npos) << probe.out;
+    std::remove(jpegLs.c_str());
+}
+
+TEST(ProbeCommand, OutputThatCannotBeWrittenFailsTheCommand)
+{
+    std::string dataSet = ScratchPath("full.dcm");
+    WriteFile(dataSet, elem(0x0008, 0x0005, "CS", "ISO_IR 100"));
+    for (const std::string& command : {"probe " + dataSet, std::string("lookup 0010,0010")}) {
+        CliResult full = RunCli({"-c", "exec \"$0\" " + command + " >/dev/full", ZELDICOM_CLI}, "/bin/sh");
+        EXPECT_EQ(full.status, 1) << command;
+        EXPECT_NE(full.err.find("standard output: No space left on device"), std::string::npos) << full.err;
+    }
+    std::remove(dataSet.c_str());
+}
+

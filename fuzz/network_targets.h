@@ -1,0 +1,144 @@
+#pragma once
+// The bodies of the fuzz targets for the readers of peer bytes on the
+// network side: the PDU codec, the association answer, the command-set
+// decoder and the protocol trace's analyser. Same pattern as targets.h: a
+// body returns kOk, or a Finding when an invariant broke.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "network/usersocket.h"
+#include "platform/apppath.h"
+#include "targets.h"
+#include "trace/dicomtrace.h"
+#include "trace/pdu.h"
+
+namespace zelfuzz {
+
+inline bool Inside(const unsigned char* p, size_t length, const uint8_t* data, size_t size)
+{
+    return p >= data && p <= data + size && length <= static_cast<size_t>(data + size - p);
+}
+
+// The codec over one PDU: its items and their sub-items (association
+// PDUs), or its PDVs (P-DATA-TF). Every item and PDV handed out lies inside the input.
+inline int PduTarget(const uint8_t* data, size_t size)
+{
+    namespace pdu = zeldicom::pdu;
+    pdu::Header header;
+    if (!pdu::ReadHeader(data, size, header))
+        return kOk;
+    size_t body = std::min<size_t>(header.length, size - pdu::kHeaderSize);
+    const uint8_t* start = data + pdu::kHeaderSize;
+    if (header.type == pdu::kDataTf) {
+        pdu::PdvWalker pdvs(start, body);
+        pdu::Pdv pdv;
+        while (pdvs.Next(pdv))
+            if (!Inside(pdv.fragment, pdv.fragmentLength, data, size))
+                return kPointerOutsideInput;
+        return kOk;
+    }
+    if (body < pdu::kAssociateFixedSize)
+        return kOk;
+    pdu::ItemWalker items(start + pdu::kAssociateFixedSize, body - pdu::kAssociateFixedSize);
+    pdu::Item item;
+    while (items.Next(item)) {
+        if (!Inside(item.value, item.length, data, size))
+            return kPointerOutsideInput;
+        size_t skip = item.type == pdu::kUserInfoItem ? 0 : 4;
+        if (item.length < skip)
+            continue;
+        pdu::ItemWalker subItems(item.value + skip, item.length - skip);
+        pdu::Item sub;
+        while (subItems.Next(sub))
+            if (!Inside(sub.value, sub.length, data, size))
+                return kPointerOutsideInput;
+    }
+    pdu::AssociateRj rejection;
+    pdu::Abort abort;
+    pdu::ReadAssociateRj(data, size, rejection);
+    pdu::ReadAbort(data, size, abort);
+    return kOk;
+}
+
+// The answer to an A-ASSOCIATE-RQ as the client receives it: the bytes
+// arrive over a socketpair whose far end then closes, and the association
+// reads them as it would from a peer (receive buffer, AC/RJ reader).
+inline int AssociateAnswerTarget(const uint8_t* data, size_t size)
+{
+    if (size > 65536)
+        return kOk;
+    zeldicom::pdu::AssociateAc answer;
+    zeldicom::pdu::ReadAssociateAc(data, size, answer);
+    for (const auto& context : answer.contexts)
+        if (context.transferSyntax.size() > size)
+            return kConsumedTooMuch;
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return kOk;
+    int buffer = 1 << 18;
+    setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+    bool written = size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size);
+    close(ends[1]);
+    if (!written) {
+        close(ends[0]);
+        return kOk;
+    }
+    CUserSocket client;
+    client.Adopt(ends[0]);
+    client.AddPresentationContext("1.2.840.10008.1.1", 1, "1.2.840.10008.1.2");
+    client.AddPresentationContext("1.2.840.10008.5.1.4.1.1.2", 1, "1.2.840.10008.1.2.1");
+    client.SetTimeout(1000);
+    client.ReceiveAssociateRsp();
+    client.GetErrorText();
+    return kOk;
+}
+
+struct GroupWalk {
+    const uint8_t* data;
+    size_t size;
+    int finding = kOk;
+};
+
+inline void GroupWalkProc(TAG_HEADER* element, void* context)
+{
+    auto* walk = static_cast<GroupWalk*>(context);
+    const auto* header = reinterpret_cast<const uint8_t*>(element);
+    if (!Inside(header, 8, walk->data, walk->size) || !Inside(header + 8, element->nLength, walk->data, walk->size))
+        walk->finding = kValueOutsideInput;
+}
+
+// A received command set, decoded into the message record and walked as one group.
+inline int CommandSetTarget(const uint8_t* data, size_t size)
+{
+    DICOM_CMND_MSG message;
+    CDicomSocket::DecodeCommandSet(data, InputCount(size), message);
+    // Text fields stay terminated within their width.
+    if (strnlen(message.szAffectedSOPClassUID, 65) == 65 || strnlen(message.szExtraText, 256) == 256)
+        return kConsumedTooMuch;
+    GroupWalk walk{data, size};
+    CDicomSocket::ReadDicomGroup(0x0000, data, InputCount(size), GroupWalkProc, &walk);
+    return walk.finding;
+}
+
+// The trace analyser at level 1 or 2 over a PDU and over a data set. Byte
+// 0: bit 0 level 2, bit 1 big endian. The trace file cannot be opened
+// (its folder is not a folder), so every line is composed and dropped.
+inline int TraceAnalyserTarget(const uint8_t* data, size_t size)
+{
+    if (size < 1)
+        return kOk;
+    CAppPath::GetAppPathInstance().SetPath(u"temp", u"/dev/null/");
+    CDicomTraceSettings::SetTrace((data[0] & 1) ? 2 : 1);
+    int bigEndian = (data[0] & 2) ? 1 : 0;
+    const uint8_t* block = data + 1;
+    int count = InputCount(size - 1);
+    AnalyzeBlock("Fuzz", block, count);
+    AnalyzeBlockDATA_TF("Fuzz", block, count);
+    DicomTraceAnalyzeBlock("Fuzz", block, static_cast<uint32_t>(count), bigEndian);
+    CDicomTraceSettings::SetTrace(0);
+    return kOk;
+}
+
+}

@@ -1,0 +1,79 @@
+#pragma once
+// The requesting side (SCU) of an association and its DIMSE messages.
+//
+// Files: usersocket_associate.cpp (connect, A-ASSOCIATE-RQ and its answer,
+// release, close), usersocket_dimse.cpp (command sets out, responses in),
+// usersocket_echo.cpp (the verification exchange and its failure words).
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+#include "network/dicomsocket.h"
+
+class CDynBuffer;
+
+// The requesting side of the association: no members of its own.
+class CDicomCommonSocket : public CDicomSocket {
+public:
+    int SendReleaseReq();
+
+protected:
+    CDicomCommonSocket() = default;
+};
+
+// One element of a request command set (PS3.7 E.1).
+struct CommandElement {
+    enum Kind { kUid, kAe, kUs, kNextMessageId };
+    uint16_t element;
+    Kind kind;
+    std::string text = "";
+    uint16_t number = 0;
+};
+
+class CUserSocket : public CDicomCommonSocket {
+public:
+    CUserSocket();
+    ~CUserSocket() override = default;
+
+    // --- association (usersocket_associate.cpp)
+    // Host and port; each title's characters over the start of its 16 blanks.
+    void SetConnectionData(const std::string& host, unsigned port, const std::string& calledTitle,
+                           const std::string& callingTitle);
+    // A context with the abstract syntax and count transfer syntaxes (const
+    // char*), given the ID 1, 3, 5, ... by its position.
+    void AddPresentationContext(const char* abstractSyntax, int count, ...);
+    int Connect();
+    int SendAssociateReq(bool storageCommitmentRole);
+    int ReceiveAssociateRsp();
+    int ReadAssociateAc();
+    int ReceiveReleaseRsp();
+    void Close() override;
+
+    // --- DIMSE (usersocket_dimse.cpp)
+    int SendEchoReq();
+    int ReceiveEchoRsp();
+    // Builds a command set from the elements (group length in front) and
+    // sends it as one command PDV. The one path every request takes.
+    int SendCommand(std::initializer_list<CommandElement> elements);
+    // Receives the response to a request with the given command field: 1
+    // when a message came and answers that command.
+    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+
+    // --- verification (usersocket_echo.cpp)
+    // 0 on success, else the local error (or the system error when there is none).
+    int Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,
+                         const std::string& callingTitle);
+    // One line of words for the last failure: the step it happened in and what went wrong.
+    std::string GetErrorText() const;
+
+    uint32_t m_nMessageID = 0;
+    std::u16string m_sHost;
+    unsigned m_nPort = 104;
+    int m_nEchoDuration = 0;
+    // Result, source and reason of the last A-ASSOCIATE-RJ received (PS3.8 9.3.4).
+    struct Rejection {
+        uint8_t result = 0, source = 0, reason = 0;
+    } m_Rejection;
+    // The step that failed last ("connect", "association", ...), empty when none did.
+    std::string m_sFailedStep;
+};

@@ -1,0 +1,208 @@
+// Association negotiation as the requesting side (PS3.8 7.1, 9.3).
+#include <cstdarg>
+#include <cstring>
+
+#include "imageinfo/dicominfo.h"
+#include "network/usersocket.h"
+#include "platform/text.h"
+#include "trace/pdu.h"
+#include "trace/vocabulary.h"
+
+using namespace zeldicom;
+
+namespace {
+const std::string kHyphens(91, '-');
+
+void PutTitleField(pdu::Bytes& out, const char* field)
+{
+    // The title's characters up to its terminator, the rest zero bytes.
+    size_t length = strnlen(field, 16);
+    for (size_t i = 0; i < 16; ++i)
+        out.push_back(i < length ? static_cast<unsigned char>(field[i]) : 0);
+}
+}
+
+CUserSocket::CUserSocket() { m_sTraceName = "DicomUserSocket"; }
+
+void CUserSocket::SetConnectionData(const std::string& host, unsigned port, const std::string& calledTitle,
+                                    const std::string& callingTitle)
+{
+    m_sHost = Utf8ToUtf16(host);
+    m_nPort = port;
+    std::memcpy(m_AssociateData.m_szCalledAETitle, calledTitle.data(), std::min<size_t>(calledTitle.size(), 16));
+    std::memcpy(m_AssociateData.m_szCallingAETitle, callingTitle.data(), std::min<size_t>(callingTitle.size(), 16));
+}
+
+void CUserSocket::AddPresentationContext(const char* abstractSyntax, int count, ...)
+{
+    auto* context = new CPresentationContext;
+    context->m_sAbstractSyntax = abstractSyntax ? abstractSyntax : "";
+    va_list syntaxes;
+    va_start(syntaxes, count);
+    for (int i = 0; i < count; ++i) {
+        const char* uid = va_arg(syntaxes, const char*);
+        context->AddTransferSyntax(uid ? uid : "");
+    }
+    va_end(syntaxes);
+    context->m_ucPresContextID = static_cast<unsigned char>(2 * m_AssociateData.GetPresContextCount() + 1);
+    m_AssociateData.AddPresContext(context);
+}
+
+int CUserSocket::Connect()
+{
+    if (!Create(0, 1, u"")) {
+        m_nSystemError = GetLastError();
+        return 0;
+    }
+    if (Trace()) {
+        DicomTraceStr("");
+        DicomTraceStr(kHyphens);
+        DicomTraceFormat("<%s> OPENING CONNECTION WITH HOST '%s' (IP: %s, Port: %d)", m_sTraceName.c_str(),
+                         std::string(m_AssociateData.m_szCalledAETitle, strnlen(m_AssociateData.m_szCalledAETitle, 16)).c_str(),
+                         Utf16ToUtf8(m_sHost).c_str(), static_cast<int>(m_nPort));
+        DicomTraceStr(kHyphens);
+    }
+    if (!CZelSocket::Connect(m_sHost, m_nPort)) {
+        m_nSystemError = GetLastError();
+        return 0;
+    }
+    return 1;
+}
+
+int CUserSocket::SendAssociateReq(bool storageCommitmentRole)
+{
+    pdu::Bytes items;
+    pdu::PutItem(items, pdu::kApplicationContextItem, pdu::kApplicationContextName);
+    for (int i = 0; i < m_AssociateData.GetPresContextCount(); ++i) {
+        const CPresentationContext* context = m_AssociateData.GetPresContext(i);
+        pdu::Bytes value{context->m_ucPresContextID, 0, 0, 0};
+        pdu::PutItem(value, pdu::kAbstractSyntaxSubItem, context->m_sAbstractSyntax);
+        for (int t = 0; t < context->GetTransferSyntaxCount(); ++t)
+            pdu::PutItem(value, pdu::kTransferSyntaxSubItem, context->GetTransferSyntax(t));
+        pdu::PutItem(items, pdu::kPresentationContextRqItem, value.data(), value.size());
+    }
+    pdu::Bytes user, maximum;
+    pdu::PutUint32(maximum, static_cast<uint32_t>(m_nReceiveBufferSize));
+    pdu::PutItem(user, pdu::kMaxLengthSubItem, maximum.data(), maximum.size());
+    pdu::PutItem(user, pdu::kImplementationClassSubItem, WideToAscii(DICOMINFO::GetDicomRoot()));
+    pdu::PutItem(user, pdu::kImplementationVersionSubItem,
+                 FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
+                            DICOMINFO::GetVersionRev()));
+    if (storageCommitmentRole) {
+        // SCP/SCU role selection for storage commitment push (PS3.7 D.3.3.4):
+        // this side takes the SCP role, so the event report may come back.
+        std::string uid = "1.2.840.10008.1.20.1";
+        pdu::Bytes role;
+        pdu::PutUint16(role, static_cast<uint16_t>(uid.size()));
+        role.insert(role.end(), uid.begin(), uid.end());
+        role.push_back(0x00);
+        role.push_back(0x01);
+        pdu::PutItem(user, pdu::kRoleSelectionSubItem, role.data(), role.size());
+    }
+    pdu::PutItem(items, pdu::kUserInfoItem, user.data(), user.size());
+
+    pdu::Bytes body{0x00, 0x01, 0x00, 0x00};
+    PutTitleField(body, m_AssociateData.m_szCalledAETitle);
+    PutTitleField(body, m_AssociateData.m_szCallingAETitle);
+    body.insert(body.end(), 32, 0);
+    body.insert(body.end(), items.begin(), items.end());
+    pdu::Bytes request = pdu::MakePdu(pdu::kAssociateRq, body);
+    if (Send(request.data(), static_cast<int>(request.size())) == -1) {
+        SetError(0, GetLastError());
+        return 0;
+    }
+    return 1;
+}
+
+int CUserSocket::ReceiveAssociateRsp()
+{
+    if (!ReceivePdu())
+        return 0;
+    size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
+    SetPduEmpty();
+    uint8_t type = PduBytes()[0];
+    if (type == pdu::kAssociateAc)
+        return ReadAssociateAc();
+    if (type == pdu::kAssociateRj) {
+        pdu::AssociateRj rejection;
+        pdu::ReadAssociateRj(PduBytes(), size, rejection);
+        m_Rejection = {rejection.result, rejection.source, rejection.reason};
+        uint32_t error = kErrorRejected;
+        // PS3.8 9.3.4: the reason's meaning depends on the source.
+        switch (m_Rejection.reason) {
+        case 1: error = m_Rejection.source == 3 ? kErrorRejectedCongestion : kErrorRejectedNoReason; break;
+        case 2:
+            error = m_Rejection.source == 3   ? kErrorRejectedLocalLimit
+                    : m_Rejection.source == 2 ? kErrorRejectedProtocolVersion
+                                              : kErrorRejectedApplicationContext;
+            break;
+        case 3: error = kErrorRejectedCallingTitle; break;
+        case 7: error = kErrorRejectedCalledTitle; break;
+        default: break;
+        }
+        SetError(error);
+        return 0;
+    }
+    SetError(kErrorNotAssociateAnswer, 0,
+             FormatText("the answer to A-ASSOCIATE-RQ is a PDU of type 0x%02X, neither A-ASSOCIATE-AC nor -RJ", type));
+    return 0;
+}
+
+int CUserSocket::ReadAssociateAc()
+{
+    pdu::AssociateAc answer;
+    std::string problem;
+    if (!pdu::ReadAssociateAc(PduBytes(), static_cast<size_t>(m_nReceiveBufferSize), answer, &problem)) {
+        SetError(kErrorMalformedPdu, 0, "malformed A-ASSOCIATE-AC: " + problem);
+        return 0;
+    }
+    for (const pdu::ContextResult& context : answer.contexts)
+        m_AssociateData.ValidatePresContext(context.id, context.result, context.transferSyntax);
+    // A maximum of 0 means no limit: the fragment size wraps to near 2^32
+    // and data is never split.
+    if (answer.hasMaxLength)
+        m_nMaxSendFragment = answer.maxLength - 12u;
+    return 1;
+}
+
+int CDicomCommonSocket::SendReleaseReq()
+{
+    static const unsigned char kReleaseRq[10] = {pdu::kReleaseRq, 0, 0, 0, 0, 4, 0, 0, 0, 0};
+    int sent = Send(kReleaseRq, sizeof kReleaseRq);
+    DicomTraceFormat("<%s> A-RELEASE-RQ PDU Length = 0x%08x", m_sTraceName.c_str(), 4);
+    if (sent == -1) {
+        SetError(0, GetLastError());
+        return 0;
+    }
+    return 1;
+}
+
+int CUserSocket::ReceiveReleaseRsp()
+{
+    if (!ReceivePdu())
+        return 0;
+    SetPduEmpty();
+    uint8_t type = PduBytes()[0];
+    if (type == pdu::kReleaseRp)
+        return 1;
+    SetError(kErrorNoReleaseAnswer, 0, FormatText("a PDU of type 0x%02X (%s) came instead of A-RELEASE-RP", type,
+                                                  GetClearPduType(type).c_str()));
+    return 0;
+}
+
+void CUserSocket::Close()
+{
+    if (Trace()) {
+        DicomTraceStr(kHyphens);
+        if (m_nLocalError != 0 || m_nSystemError != 0) {
+            DicomTraceStr("<CUserSocket> CLOSING CONNECTION - !!! ERROR !!!");
+            DicomTraceFormat("<CUserSocket>\t SystemError = %d (%s)", static_cast<int>(m_nSystemError),
+                             GetClearSocketError(static_cast<int>(m_nSystemError)).c_str());
+            DicomTraceFormat("<CUserSocket>\t LocalError  = %d", static_cast<int>(m_nLocalError));
+        } else {
+            DicomTraceStr("<CUserSocket> CLOSING CONNECTION - NO ERROR");
+        }
+        DicomTraceStr(kHyphens);
+    }
+    CZelSocket::Close();
+}

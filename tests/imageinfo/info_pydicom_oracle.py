@@ -1,0 +1,231 @@
+"""What the image record must hold for each image of pydicom's corpus, as
+pydicom reads it: "FILE path" then "key value" lines (value lists separated by
+blanks). Rules the record applies beyond the raw values (defaults, the CT and
+RGB window repairs, the mammography spacing rule) are applied here too.
+
+usage: info_pydicom_oracle.py DATA_DIR SCRATCH_DIR
+Also writes into SCRATCH_DIR the DCMTK re-encodings (dcmconv +ti) of the
+native images and two objects built with pydicom that carry overlays, a
+modality LUT and 16-bit plain and segmented palettes, and describes them.
+"""
+import glob, os, re, struct, subprocess, sys, warnings
+import pydicom
+from pydicom.encaps import get_frame_offsets, generate_pixel_data_fragment
+from pydicom.pixel_data_handlers.util import _expand_segmented_lut
+
+warnings.simplefilter("ignore")
+PHOTOMETRIC = ["MONOCHROME1", "MONOCHROME2", "PALETTE COLOR", "RGB", "YBR_FULL", "YBR_FULL_422"]
+COMPRESSED = ("1.2.840.10008.1.2.4.", "1.2.840.10008.1.2.5")
+
+
+def f32(x):
+    return struct.unpack("<f", struct.pack("<f", float(x)))[0]
+
+
+def first(value):
+    return value[0] if isinstance(value, pydicom.multival.MultiValue) else value
+
+
+def text(ds, keyword):
+    return str(ds.get(keyword, "") or "").strip()
+
+
+def words(value):
+    if isinstance(value, bytes):
+        return list(struct.unpack("<%dH" % (len(value) // 2), value[: len(value) // 2 * 2]))
+    return [v & 0xFFFF for v in (value if isinstance(value, (list, pydicom.multival.MultiValue)) else [value])]
+
+
+def checksum(values):
+    return sum((i + 1) * v for i, v in enumerate(values)) % 2**32
+
+
+def lut(out, name, ds, descriptor, data=None, segmented=None):
+    if descriptor not in ds:
+        return
+    entries, firstmapped, bits = words(ds[descriptor].value)[:3]
+    entries = entries or 65536
+    out.append("%s %d %d %d" % (name, entries, firstmapped, bits))
+    table = None
+    if bits == 16 and data in ds and len(words(ds[data].value)) >= entries:
+        table = words(ds[data].value)[:entries]
+    if bits == 16 and segmented in ds:
+        table = [int(v) for v in _expand_segmented_lut(words(ds[segmented].value), "H")]
+        table = table if len(table) == entries else None
+    out.append("%s.data %s" % (name, "%d %d" % (len(table), checksum(table)) if table else "none"))
+
+
+def frame_offsets(ds, raw, frames, syntax):
+    if not syntax.startswith(COMPRESSED):
+        size = ds.get("SamplesPerPixel", 1) * ds.get("BitsAllocated", 16) * ds.Rows * ds.Columns // 8
+        return [i * size for i in range(frames)] + [0] if frames * size <= raw.length else None
+    stream = pydicom.filebase.DicomBytesIO(ds.PixelData)
+    stream.is_little_endian = True
+    has_table, offsets = get_frame_offsets(stream)
+    if has_table:
+        return offsets + [0] if len(offsets) == frames else None, "table"
+    lengths = [len(f) for f in generate_pixel_data_fragment(stream)]
+    if len(lengths) < frames:
+        return None, "fragments"
+    return [sum(n + 8 for n in lengths[:i]) for i in range(frames)] + [0], "fragments"
+
+
+def describe_palette(path):
+    ds = pydicom.dcmread(path)
+    out = ["FILE " + path]
+    for name, colour in (("RedPaletteLut", "Red"), ("GreenPaletteLut", "Green"), ("BluePaletteLut", "Blue")):
+        lut(out, name, ds, colour + "PaletteColorLookupTableDescriptor", colour + "PaletteColorLookupTableData",
+            "Segmented" + colour + "PaletteColorLookupTableData")
+    print("\n".join(out))
+
+
+def describe(path):
+    ds = pydicom.dcmread(path)
+    syntax = str(ds.file_meta.get("TransferSyntaxUID", ""))
+    raw = ds.get_item(0x7FE00010)
+    out = ["FILE " + path]
+    photometric = text(ds, "PhotometricInterpretation").upper()
+    index = PHOTOMETRIC.index(photometric) if photometric in PHOTOMETRIC else 8
+    if photometric == "YBR_RCT" and syntax == "1.2.840.10008.1.2.4.90":
+        index = 6
+    if photometric == "YBR_ICT" and syntax == "1.2.840.10008.1.2.4.91":
+        index = 7
+    try:
+        frames = int(ds.get("NumberOfFrames", 1) or 1)
+    except ValueError:
+        frames = int(re.match(r"\s*(\d*)", str(ds["NumberOfFrames"].value)).group(1) or 1)
+    fields = {
+        "nRows": ds.Rows, "nColumns": ds.Columns, "nBitsAllocated": ds.get("BitsAllocated", 16),
+        "nBitsStored": ds.get("BitsStored", 12), "nHighBit": ds.get("HighBit", 11),
+        "wPixelRepresentation": ds.get("PixelRepresentation", 0), "wSamplesPerPixel": ds.get("SamplesPerPixel", 1),
+        "nNumberOfFrames": frames, "nPhotometric": index,
+    }
+    flags, centre, width = 0, 2048, 4096
+    if "WindowCenter" in ds:
+        centre, flags = int(f32(first(ds.WindowCenter))), flags | 1
+    if "WindowWidth" in ds:
+        width = int(f32(first(ds.WindowWidth)))
+        flags |= 2 if width else 0
+    intercept = int(f32(ds.RescaleIntercept)) if "RescaleIntercept" in ds else 0
+    if text(ds, "Modality") == "CT" and flags & 3 != 3:
+        centre, width = 400, 2000
+    if index == 3:
+        centre, width = 128, 256
+    if index not in (0, 1):
+        intercept = 0
+    fields.update(nWindowCenter=centre, nWindowWidth=width, nRescaleIntercept=intercept)
+    row = column = 0.0
+    spacing = ds.get("ImagerPixelSpacing")
+    magnification = 1.0
+    if spacing is not None:
+        magnification = f32(first(ds.EstimatedRadiographicMagnificationFactor)) if ds.get(
+            "EstimatedRadiographicMagnificationFactor") not in (None, "") else 1.0
+        magnification = magnification or 1.0
+    elif text(ds, "Modality").upper() == "MG" or (text(ds, "Modality").upper() in ("CR", "DX", "DR", "RG")
+                                                   and text(ds, "BodyPartExamined").upper() == "BREAST"):
+        spacing = None
+    else:
+        spacing = ds.get("PixelSpacing")
+    if spacing is not None and len(spacing) >= 2:
+        row, column = f32(spacing[0]) / magnification, f32(spacing[1]) / magnification
+    sex = text(ds, "PatientSex")[:1].upper()
+    date = text(ds, "StudyDate")
+    fields.update(dRowSpacing=row, dColumnSpacing=column, nPixelDataOffset=raw.value_tell,
+                  sModality=text(ds, "Modality"), sPatientID=text(ds, "PatientID"),
+                  sPatientSex=sex if sex in ("F", "M") else "O",
+                  lStudyDate=int(date[:8]) if re.match(r"\d{8}$", date[:8]) and int(date[:8]) > 18000000 else -1)
+    out += ["%s %s" % item for item in fields.items()]
+    offsets = frame_offsets(ds, raw, frames, syntax)
+    kind = "native"
+    if isinstance(offsets, tuple):
+        offsets, kind = offsets
+    if offsets is not None:
+        out.append("pFrameOffsets.%s %s" % (kind, " ".join(map(str, offsets))))
+    for name, colour in (("RedPaletteLut", "Red"), ("GreenPaletteLut", "Green"), ("BluePaletteLut", "Blue")):
+        lut(out, name, ds, colour + "PaletteColorLookupTableDescriptor", colour + "PaletteColorLookupTableData",
+            "Segmented" + colour + "PaletteColorLookupTableData")
+    if "ModalityLUTSequence" in ds and len(ds.ModalityLUTSequence):
+        lut(out, "ModalityLut", ds.ModalityLUTSequence[0], "LUTDescriptor", "LUTData")
+    for group in range(0x6000, 0x6020, 2):
+        if all((group << 16 | e) in ds for e in (0x10, 0x11, 0x50, 0x100, 0x102)):
+            origin = [v if v < 32768 else v - 65536 for v in words(ds[group << 16 | 0x50].value)] \
+                if isinstance(ds[group << 16 | 0x50].value, bytes) else list(ds[group << 16 | 0x50].value)
+            data = ds[group << 16 | 0x3000].value if (group << 16 | 0x3000) in ds else b""
+            kind = str(ds[group << 16 | 0x40].value).strip() if (group << 16 | 0x40) in ds else "G"
+            planes = ds[group << 16 | 0x12].value if (group << 16 | 0x12) in ds else 1
+            out.append("overlay.%d %d %d %d %s %d %d %d %d %d %d" % (
+                group - 0x6000, ds[group << 16 | 0x10].value, ds[group << 16 | 0x11].value, planes, kind,
+                origin[0], origin[1], ds[group << 16 | 0x100].value, ds[group << 16 | 0x102].value, len(data),
+                checksum(data)))
+    print("\n".join(out))
+
+
+def images(data_dir):
+    for path in sorted(glob.glob(os.path.join(data_dir, "test_files", "**", "*"), recursive=True)):
+        if not os.path.isfile(path):
+            continue
+        try:
+            ds = pydicom.dcmread(path)
+        except Exception:
+            continue
+        syntax = str(ds.file_meta.get("TransferSyntaxUID", "")) if hasattr(ds, "file_meta") else ""
+        if "Rows" not in ds or "PixelData" not in ds or not ds.is_little_endian or syntax.endswith(".99"):
+            continue
+        raw = ds.get_item(0x7FE00010)
+        if raw.length != 0xFFFFFFFF and raw.value_tell + raw.length > os.path.getsize(path):
+            continue  # pixel data cut short: not an object the record describes
+        yield path, syntax
+
+
+def synthetic(scratch, data_dir):
+    base = pydicom.dcmread(os.path.join(data_dir, "test_files", "CT_small.dcm"))
+    ds = base.copy()
+    ds.add_new(0x60000010, "US", 128); ds.add_new(0x60000011, "US", 128)
+    ds.add_new(0x60000040, "CS", "G"); ds.add_new(0x60000050, "SS", [1, 1])
+    ds.add_new(0x60000100, "US", 1); ds.add_new(0x60000102, "US", 0)
+    ds.add_new(0x60003000, "OW", bytes((i * 7) & 0xFF for i in range(128 * 128 // 8)))
+    ds.add_new(0x60020010, "US", 8); ds.add_new(0x60020011, "US", 16); ds.add_new(0x60020012, "US", 1)
+    ds.add_new(0x60020040, "CS", "R"); ds.add_new(0x60020050, "SS", [-3, 5])
+    ds.add_new(0x60020100, "US", 1); ds.add_new(0x60020102, "US", 0)
+    ds.add_new(0x60023000, "OB", bytes(range(16)))
+    item = pydicom.Dataset()
+    item.add_new(0x00283002, "US", [256, 100, 16])
+    item.add_new(0x00283006, "US", [(i * 37) & 0xFFFF for i in range(256)])
+    item.ModalityLUTType = "HU"
+    ds.ModalityLUTSequence = pydicom.Sequence([item])
+    overlay_path = os.path.join(scratch, "synthetic_overlays_modality_lut.dcm")
+    ds.save_as(overlay_path, write_like_original=False)
+
+    ds = base.copy()
+    ds.PhotometricInterpretation = "PALETTE COLOR"
+    del ds.RescaleIntercept, ds.RescaleSlope
+    hot = pydicom.dcmread(os.path.join(data_dir, "palettes", "hotiron.dcm"))
+    for colour in ("Red", "Green", "Blue"):
+        ds.add_new(pydicom.datadict.tag_for_keyword(colour + "PaletteColorLookupTableDescriptor"), "US",
+                   [256, 0, 16])
+    red = struct.unpack("<256B", hot.RedPaletteColorLookupTableData)
+    ds.add_new(0x00281201, "OW", struct.pack("<256H", *[v * 257 for v in red]))
+    ds.add_new(0x00281222, "OW", struct.pack("<14H", 0, 2, 0, 100, 1, 100, 10100, 2, 1, 0, 0, 1, 152, 17700))
+    ds.add_new(0x00281223, "OW", struct.pack("<6H", 0, 1, 0, 1, 255, 65535))
+    palette_path = os.path.join(scratch, "synthetic_palette16.dcm")
+    ds.save_as(palette_path, write_like_original=False)
+    return [overlay_path, palette_path]
+
+
+def main():
+    data_dir, scratch = sys.argv[1], sys.argv[2]
+    paths = []
+    for path, syntax in images(data_dir):
+        paths.append(path)
+        if not syntax.startswith(COMPRESSED):
+            target = os.path.join(scratch, "dcmtk_" + os.path.relpath(path, data_dir).replace("/", "_"))
+            if subprocess.run(["dcmconv", "+ti", path, target], capture_output=True).returncode == 0:
+                paths.append(target)
+    paths += synthetic(scratch, data_dir)
+    for path in paths:
+        describe(path)
+    for path in sorted(glob.glob(os.path.join(data_dir, "palettes", "*.dcm"))):
+        describe_palette(path)
+
+
+main()

@@ -1,0 +1,42 @@
+// zeldicom info: readable text, one JSON object keyed by the record's field
+// names, and a one-line error for what the record cannot describe.
+#include <gtest/gtest.h>
+
+#include "imageinfo/dicominfo.h"
+#include "tools/dump_run.h"
+
+using namespace parsefix;
+
+TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
+{
+    std::string data = PydicomDataDir();
+    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    std::string ct = data + "/test_files/CT_small.dcm", frames = data + "/test_files/rtdose_rle.dcm";
+
+    CliResult text = RunCli({"info", ct});
+    ASSERT_EQ(text.status, 0) << text.err;
+    for (const char* expected : {"128 columns x 128 rows", "MONOCHROME2", "centre 400, width 2000",
+                                 "top A, left R, right L, bottom P", "1CT1"})
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
+
+    // One object per file and line; every scalar field is a key, lists are arrays.
+    CliResult json = RunCli({"info", "--json", frames});
+    ASSERT_EQ(json.status, 0) << json.err;
+    int count = 0;
+    const INFOFIELD* fields = DICOMINFO::GetFieldTable(count);
+    for (int i = 0; i < count; ++i)
+        EXPECT_NE(json.out.find("\"" + std::string(fields[i].name) + "\":"), std::string::npos) << fields[i].name;
+    for (const char* expected : {"\"nNumberOfFrames\":15", "\"windows\":[", "\"overlays\":[",
+                                 "\"pFrameOffsets\":[0,", "\"RedPaletteLut\":{\"nEntries\":4096"})
+        EXPECT_NE(json.out.find(expected), std::string::npos) << expected;
+    std::string script = ScratchPath("info.json");  // valid JSON as a JSON reader sees it
+    ASSERT_TRUE(WriteFile(script, parsefix::text(json.out)));
+    EXPECT_EQ(RunShell("/usr/bin/python3 -m json.tool " + script + " >/dev/null").first, 0) << json.out;
+    std::remove(script.c_str());
+
+    CliResult refused = RunCli({"info", ct, data + "/test_files/README.txt"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.out.find("CT_small.dcm"), std::string::npos);
+    EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
+    EXPECT_NE(refused.err.find("README.txt: cannot describe: "), std::string::npos) << refused.err;
+}

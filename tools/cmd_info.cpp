@@ -1,0 +1,353 @@
+// zeldicom info [--json] FILE...: the image information record of each file,
+// as readable text or as one JSON object per file whose keys are the
+// record's field names.
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "imageinfo/dicominfo.h"
+#include "imageinfo/orientation.h"
+#include "platform/datetools.h"
+#include "platform/text.h"
+#include "tools/commands.h"
+
+using namespace zeldicom;
+
+namespace {
+
+std::string U8(const std::u16string& text)
+{
+    return Utf16ToUtf8(text);
+}
+
+// --- JSON
+
+void JsonString(std::string& out, const std::string& utf8)
+{
+    out += '"';
+    for (unsigned char c : utf8) {
+        switch (c) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            if (c < 0x20)
+                out += FormatText("\\u%04x", c);
+            else
+                out += static_cast<char>(c);
+        }
+    }
+    out += '"';
+}
+
+void JsonNumber(std::string& out, double value)
+{
+    if (!std::isfinite(value))
+        out += "null";
+    else
+        out += FormatText("%.17g", value);
+}
+
+class JsonObject {
+public:
+    explicit JsonObject(std::string& out) : m_out(out) { m_out += '{'; }
+    ~JsonObject() { m_out += '}'; }
+    std::string& Key(const char* name)
+    {
+        if (m_count++)
+            m_out += ',';
+        JsonString(m_out, name);
+        m_out += ':';
+        return m_out;
+    }
+    void Int(const char* name, long long value) { Key(name) += FormatText("%lld", value); }
+    void Text(const char* name, const std::u16string& value) { JsonString(Key(name), U8(value)); }
+    void Bool(const char* name, bool value) { Key(name) += value ? "true" : "false"; }
+
+private:
+    std::string& m_out;
+    int m_count = 0;
+};
+
+void JsonCode(std::string& out, const CCodeSequenceMacro& code)
+{
+    JsonObject o(out);
+    o.Text("m_strCodingSchemeDesignator", code.m_strCodingSchemeDesignator);
+    o.Text("m_strCodeValue", code.m_strCodeValue);
+    o.Text("m_strCodeMeaning", code.m_strCodeMeaning);
+}
+
+void JsonCodes(std::string& out, const std::vector<CCodeSequenceMacro>& codes)
+{
+    out += '[';
+    for (size_t i = 0; i < codes.size(); ++i) {
+        if (i)
+            out += ',';
+        JsonCode(out, codes[i]);
+    }
+    out += ']';
+}
+
+template <typename T>
+void JsonArray(std::string& out, const T* values, int count)
+{
+    if (!values) {
+        out += "null";
+        return;
+    }
+    out += '[';
+    for (int i = 0; i < count; ++i)
+        out += FormatText(i ? ",%u" : "%u", static_cast<unsigned>(values[i]));
+    out += ']';
+}
+
+std::string ToJson(const DICOMINFO& info)
+{
+    std::string out;
+    {
+        JsonObject o(out);
+        int count = 0;
+        const INFOFIELD* fields = DICOMINFO::GetFieldTable(count);
+        for (int i = 0; i < count; ++i) {
+            const INFOFIELD& f = fields[i];
+            switch (f.kind) {
+            case INFOFIELD::Int:
+                o.Int(f.name, info.*f.member.n);
+                break;
+            case INFOFIELD::Word:
+                o.Int(f.name, info.*f.member.w);
+                break;
+            case INFOFIELD::Byte:
+                o.Int(f.name, info.*f.member.b);
+                break;
+            case INFOFIELD::Text:
+                o.Text(f.name, info.*f.member.s);
+                break;
+            case INFOFIELD::Double:
+                JsonNumber(o.Key(f.name), info.*f.member.d);
+                break;
+            case INFOFIELD::Float:
+                JsonNumber(o.Key(f.name), info.*f.member.f);
+                break;
+            }
+        }
+        JsonArray(o.Key("pFrameIncrementPointers"), info.pFrameIncrementPointers.get(),
+                  info.nFrameIncrementPointerCount);
+        JsonArray(o.Key("pFrameOffsets"), info.pFrameOffsets.get(), info.nFrameOffsetCount);
+        JsonCode(o.Key("ViewCode"), info.ViewCode);
+        JsonCodes(o.Key("aViewModifierCodes"), info.aViewModifierCodes);
+        JsonCode(o.Key("PatientSpeciesCode"), info.PatientSpeciesCode);
+        JsonCode(o.Key("PatientBreedCode"), info.PatientBreedCode);
+        JsonCodes(o.Key("aBreedRegistryCodes"), info.aBreedRegistryCodes);
+        std::string& windows = o.Key("windows");
+        windows += '[';
+        for (size_t i = 0; i < info.aWindows.size(); ++i) {
+            if (i)
+                windows += ',';
+            JsonObject w(windows);
+            w.Text("sExplanation", info.aWindows[i]->sExplanation);
+            w.Int("nCenter", info.aWindows[i]->nCenter);
+            w.Int("nWidth", info.aWindows[i]->nWidth);
+        }
+        windows += ']';
+        std::string& overlays = o.Key("overlays");
+        overlays += '[';
+        for (size_t i = 0; i < info.aOverlays.size(); ++i) {
+            const DICOM_OVERLAY& ov = *info.aOverlays[i];
+            if (i)
+                overlays += ',';
+            JsonObject v(overlays);
+            v.Int("nIndex", ov.nIndex);
+            v.Int("wRows", ov.wRows);
+            v.Int("wColumns", ov.wColumns);
+            v.Int("wPlanes", ov.wPlanes);
+            v.Text("sType", ov.sType);
+            v.Int("nOriginColumn", ov.nOriginColumn);
+            v.Int("nOriginRow", ov.nOriginRow);
+            v.Int("wBitsAllocated", ov.wBitsAllocated);
+            v.Int("wBitPosition", ov.wBitPosition);
+            v.Int("nDataSize", ov.nDataSize);
+        }
+        overlays += ']';
+        {
+            JsonObject m(o.Key("ModalityLut"));
+            m.Int("nEntries", info.ModalityLut.nEntries);
+            m.Int("nFirstMapped", info.ModalityLut.nFirstMapped);
+            m.Int("nBits", info.ModalityLut.nBits);
+            m.Bool("bDataPresent", info.ModalityLut.IsDataPresent());
+        }
+        const std::pair<const char*, const DICOM_LUT*> palettes[] = {{"RedPaletteLut", &info.RedPaletteLut},
+                                                                    {"GreenPaletteLut", &info.GreenPaletteLut},
+                                                                    {"BluePaletteLut", &info.BluePaletteLut}};
+        for (const auto& [name, lut] : palettes) {
+            JsonObject p(o.Key(name));
+            p.Int("nEntries", lut->nEntries);
+            p.Int("nFirstMapped", lut->nFirstMapped);
+            p.Int("wBits", lut->wBits);
+            p.Bool("bDataPresent", lut->pData != nullptr);
+        }
+    }
+    out += '\n';
+    return out;
+}
+
+// --- readable text
+
+const char* PhotometricName(int value)
+{
+    static const char* const kNames[] = {"MONOCHROME1", "MONOCHROME2", "PALETTE COLOR", "RGB",  "YBR_FULL",
+                                         "YBR_FULL_422", "YBR_RCT",     "YBR_ICT",       "other"};
+    return value >= 0 && value <= 8 ? kNames[value] : "other";
+}
+
+std::string Date(int date)
+{
+    std::u16string text;
+    CDateTimeTools::Long2DateEx(date, text);
+    return text.empty() ? "-" : U8(text);
+}
+
+std::string Time(int time)
+{
+    std::u16string text;
+    CDateTimeTools::Long2Time(time, text);
+    return text.empty() ? "-" : U8(text);
+}
+
+void Line(std::string& out, const char* label, const std::string& value)
+{
+    out += FormatText("  %-22s %s\n", label, value.c_str());
+}
+
+std::string LutLine(uint32_t entries, uint32_t first, uint32_t bits, bool data)
+{
+    return FormatText("%u entries from %u, %u bits, %s", entries, first, bits, data ? "data loaded" : "no data");
+}
+
+std::string ToText(const char* path, const DICOMINFO& info)
+{
+    std::string out = FormatText("%s\n", path);
+    out += "Identification\n";
+    Line(out, "SOP class", U8(info.sSOPClassUID));
+    Line(out, "SOP instance", U8(info.sSOPInstanceUID));
+    Line(out, "transfer syntax", FormatText("%s (compression %d)", U8(info.sTransferSyntax).c_str(),
+                                            info.nCompressionType));
+    Line(out, "modality", U8(info.sModality));
+    Line(out, "manufacturer", U8(info.sManufacturer));
+    Line(out, "image type", U8(info.sImageType));
+    out += "Patient\n";
+    Line(out, "name", U8(info.sDicomPatientName));
+    Line(out, "ID", U8(info.sPatientID));
+    Line(out, "sex", U8(info.sPatientSex));
+    Line(out, "birth date", Date(info.lPatientBirthDate));
+    out += "Study and series\n";
+    Line(out, "study date and time", Date(info.lStudyDate) + " " + Time(info.lStudyTime));
+    Line(out, "content date and time", Date(info.lContentDate) + " " + Time(info.lContentTime));
+    Line(out, "study instance UID", U8(info.sStudyInstanceUID));
+    Line(out, "series instance UID", U8(info.sSeriesInstanceUID));
+    Line(out, "study description", U8(info.sStudyDescription));
+    Line(out, "series number", U8(info.sSeriesNumber));
+    Line(out, "instance number", U8(info.sInstanceNumber));
+    out += "Pixels\n";
+    Line(out, "size", FormatText("%d columns x %d rows, %d frame(s)", info.nColumns, info.nRows,
+                                 info.nNumberOfFrames));
+    Line(out, "samples", FormatText("%u per pixel, planar configuration %u", info.wSamplesPerPixel,
+                                    info.wPlanarConfiguration));
+    Line(out, "bits", FormatText("allocated %d, stored %d, high bit %d, %s", info.nBitsAllocated, info.nBitsStored,
+                                 info.nHighBit, info.wPixelRepresentation ? "signed" : "unsigned"));
+    Line(out, "photometric", FormatText("%s (%d)", PhotometricName(info.nPhotometric), info.nPhotometric));
+    Line(out, "spacing", FormatText("row %g mm, column %g mm", info.dRowSpacing, info.dColumnSpacing));
+    Line(out, "aspect ratio", FormatText("%d:%d", info.nPixelAspectRatioV, info.nPixelAspectRatioH));
+    Line(out, "pixel data offset", FormatText("%d", info.nPixelDataOffset));
+    out += "Display\n";
+    Line(out, "window", FormatText("centre %d, width %d%s", info.nWindowCenter, info.nWindowWidth,
+                                   (info.nFlags & 3) == 3 ? "" : " (default)"));
+    for (const auto& window : info.aWindows)
+        Line(out, "  alternative", FormatText("%s: centre %d, width %d", U8(window->sExplanation).c_str(),
+                                              window->nCenter, window->nWidth));
+    Line(out, "rescale", FormatText("intercept %d %s", info.nRescaleIntercept, U8(info.sRescaleType).c_str()));
+    Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, info.ModalityLut.nFirstMapped,
+                                      info.ModalityLut.nBits, info.ModalityLut.IsDataPresent()));
+    const std::pair<const char*, const DICOM_LUT*> palettes[] = {
+        {"red palette", &info.RedPaletteLut}, {"green palette", &info.GreenPaletteLut},
+        {"blue palette", &info.BluePaletteLut}};
+    if (info.nPhotometric == DICOMINFO::PALETTE_COLOR || info.RedPaletteLut.pData)
+        for (const auto& [name, lut] : palettes)
+            Line(out, name, LutLine(lut->nEntries, lut->nFirstMapped, lut->wBits, lut->pData != nullptr));
+    for (const auto& overlay : info.aOverlays)
+        Line(out, "overlay", FormatText("group %04X: %u x %u at row %d column %d, type %s, bit %u, %d bytes",
+                                        0x6000 + overlay->nIndex, overlay->wColumns, overlay->wRows,
+                                        overlay->nOriginRow, overlay->nOriginColumn, U8(overlay->sType).c_str(),
+                                        overlay->wBitPosition, overlay->nDataSize));
+    if (info.pFrameOffsets) {
+        std::string offsets;
+        int shown = std::min(info.nNumberOfFrames, 8);
+        for (int i = 0; i < shown; ++i)
+            offsets += FormatText(i ? ", %u" : "%u", info.pFrameOffsets[i]);
+        if (info.nNumberOfFrames > shown)
+            offsets += FormatText(", ... (%d frames)", info.nNumberOfFrames);
+        Line(out, "frame offsets", offsets);
+    }
+    out += "Orientation\n";
+    Line(out, "patient orientation", U8(info.sPatientOrientation));
+    CPatientOrientation markers;
+    if (markers.FromDicom(WideToAscii(info.sPatientOrientation), 0))
+        Line(out, "edge markers", FormatText("top %s, left %s, right %s, bottom %s", U8(markers.sTop).c_str(),
+                                             U8(markers.sLeft).c_str(), U8(markers.sRight).c_str(),
+                                             U8(markers.sBottom).c_str()));
+    Line(out, "image position", U8(info.sImagePositionPatient));
+    Line(out, "image orientation", U8(info.sImageOrientationPatient));
+    return out;
+}
+
+}  // namespace
+
+int RunInfo(int argc, char** argv)
+{
+    bool json = false;
+    std::vector<const char*> files;
+    for (int i = 0; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (arg == "--json")
+            json = true;
+        else if (arg == "--help" || (arg.size() > 1 && arg[0] == '-')) {
+            bool help = arg == "--help";
+            std::fprintf(help ? stdout : stderr,
+                         "Usage: zeldicom info [--json] FILE...\n"
+                         "The image information record of each file: identification, patient, study,\n"
+                         "pixel description, windows, LUTs, overlays, frame layout, orientation.\n"
+                         "--json prints one JSON object per file (one per line) whose keys are the\n"
+                         "record's field names. Exit status 1 when a file cannot be described.\n");
+            return help ? 0 : 2;
+        } else
+            files.push_back(argv[i]);
+    }
+    if (files.empty()) {
+        std::fprintf(stderr, "Usage: zeldicom info [--json] FILE...\n");
+        return 2;
+    }
+    int status = 0;
+    for (const char* path : files) {
+        DICOMINFO info;
+        if (!info.ReadFileInfo(Utf8ToUtf16(path))) {
+            std::fprintf(stderr, "%s: cannot describe: %s\n", path, info.GetReadError().c_str());
+            status = 1;
+            continue;
+        }
+        std::string text = json ? ToJson(info) : ToText(path, info);
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    }
+    return status;
+}
