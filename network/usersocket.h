@@ -59,6 +59,20 @@ public:
     // when a message came and answers that command.
     int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
 
+    // --- storage (usersocket_store.cpp)
+    // The C-STORE-RQ command set (medium priority, a data set follows).
+    int SendStoreReqCmnd(const std::string& sopClass, const std::string& sopInstance);
+    // Sends length bytes of the file from offset as the data set, mapped a
+    // window at a time so that a large file is never held in memory whole.
+    int SendDataFromFile(const std::u16string& path, int64_t length, int64_t offset = 0);
+    // Reads the C-STORE-RSP to the last request into response: 1 when it
+    // came and answers that request (its status is for the caller to judge).
+    int ReceiveStoreRsp(DICOM_CMND_MSG& response);
+    // The ID of an accepted context with this abstract and transfer syntax, 0 when none.
+    unsigned char FindAcceptedContext(const std::string& abstractSyntax, const std::string& transferSyntax) const;
+    // Words for a C-STORE response status (PS3.4 B.2.3).
+    static std::string GetStoreStatusText(uint16_t status);
+
     // --- verification (usersocket_echo.cpp)
     // 0 on success, else the local error (or the system error when there is none).
     int Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,

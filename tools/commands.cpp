@@ -13,6 +13,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"info", "the image information record of DICOM files (--json: keyed by field name)", RunInfo},
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
+        {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
     };
     return commands;
 }

@@ -20,3 +20,4 @@ int RunConvert(int argc, char** argv);  // tools/cmd_convert.cpp
 int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
 int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
 int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
+int RunStore(int argc, char** argv);    // tools/cmd_store.cpp

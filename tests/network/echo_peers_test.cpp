@@ -3,66 +3,16 @@
 // and stopped again whatever happens; the trace file must hold the analysed
 // association, data and release PDUs.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
 
+#include "network/peer_process.h"
 #include "network/scripted_peer.h"
 #include "dicomdata/parse_fixtures.h"
 #include "support/cli.h"
 
 namespace {
-
-// A port nothing listens on: bound and released without a connection, so
-// no TIME_WAIT keeps the peer from binding it.
-uint16_t FreePort()
-{
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
-// A peer process started in its own folder, killed and reaped on destruction.
-class PeerProcess {
-public:
-    PeerProcess(const std::vector<std::string>& argv, const std::string& folder) : m_folder(folder)
-    {
-        m_pid = fork();
-        if (m_pid == 0) {
-            std::vector<char*> args;
-            for (const std::string& arg : argv)
-                args.push_back(const_cast<char*>(arg.c_str()));
-            args.push_back(nullptr);
-            std::string log = folder + "/peer.log";
-            FILE* out = freopen(log.c_str(), "w", stdout);
-            dup2(fileno(out), 2);
-            setenv("TCP_NODELAY", "1", 1);
-            execvp(args[0], args.data());
-            _exit(127);
-        }
-    }
-    ~PeerProcess()
-    {
-        if (m_pid > 0) {
-            kill(m_pid, SIGTERM);
-            waitpid(m_pid, nullptr, 0);
-        }
-        std::filesystem::remove_all(m_folder);
-    }
-    bool Running() const { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
-
-private:
-    pid_t m_pid = -1;
-    std::string m_folder;
-};
 
 // Echo until the peer answers (it needs a moment to listen), at most 20 s.
 CliResult EchoWhenUp(const PeerProcess& peer, const std::string& aet, uint16_t port, const std::string& traceDir)
