@@ -275,14 +275,26 @@ int RunStore(int argc, char** argv)
     int stored = 0;
     int64_t bytes = 0;
     bool broken = false;
+    // A progress line, rewritten after every file, when a person watches.
+    const bool progress = isatty(2) != 0;
+    size_t sentFiles = 0;
+    int64_t sentBytes = 0;
+    bool progressShown = false;
+    auto endProgressLine = [&] {
+        if (progressShown)
+            std::fputc('\n', stderr);
+        progressShown = false;
+    };
     for (const StoreFile& file : files) {
         if (broken) {
+            endProgressLine();
             std::fprintf(stderr, "%s: not stored: the association ended before it\n", file.path.c_str());
             ++failed;
             continue;
         }
         unsigned char id = socket.FindAcceptedContext(file.sopClass, file.transferSyntax);
         if (id == 0) {
+            endProgressLine();
             std::fprintf(stderr, "%s: not stored: %s\n", file.path.c_str(), RefusalWords(socket, file).c_str());
             ++failed;
             continue;
@@ -293,6 +305,7 @@ int RunStore(int argc, char** argv)
             !socket.SendDataFromFile(Utf8ToUtf16(file.path), file.dataLength, file.dataOffset) ||
             !socket.ReceiveStoreRsp(response)) {
             socket.m_sFailedStep = "C-STORE";
+            endProgressLine();
             std::fprintf(stderr, "%s: not stored: %s\n", file.path.c_str(), socket.GetErrorText().c_str());
             ++failed;
             broken = true;
@@ -306,11 +319,20 @@ int RunStore(int argc, char** argv)
                 std::fprintf(stderr, "%s: stored with %s\n", file.path.c_str(),
                              CUserSocket::GetStoreStatusText(status).c_str());
         } else {
+            endProgressLine();
             std::fprintf(stderr, "%s: not stored: %s\n", file.path.c_str(),
                          CUserSocket::GetStoreStatusText(status).c_str());
             ++failed;
         }
+        if (progress) {
+            double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            double mib = static_cast<double>(sentBytes += file.dataLength) / (1 << 20);
+            progressShown = true;
+            std::fprintf(stderr, "\r%zu/%zu files, %.1f MiB, %.1f MiB/s ", ++sentFiles, files.size(), mib,
+                         elapsed > 0 ? mib / elapsed : 0.0);
+        }
     }
+    endProgressLine();
     if (!broken && (!socket.SendReleaseReq() || !socket.ReceiveReleaseRsp()))
         std::fprintf(stderr, "zeldicom store: %s: %s\n", peer.c_str(), socket.GetErrorText().c_str());
     socket.Close();
