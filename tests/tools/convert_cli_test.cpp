@@ -4,7 +4,8 @@
 
 #include <string>
 
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 

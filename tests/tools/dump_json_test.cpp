@@ -2,7 +2,8 @@
 // agreement with pydicom's to_json_dict() over pydicom's whole sample corpus.
 #include <gtest/gtest.h>
 
-#include "dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 
@@ -85,7 +86,7 @@ TEST(DumpJson, AgreesWithPydicomOnTheWholeCorpus)
 {
     std::string corpus = PydicomDataDir();
     if (corpus.empty())
-        GTEST_SKIP() << "pydicom is not installed";
+        FAIL() << "pydicom is not installed (scripts/setup installs it)";
     std::string listPath = ScratchPath("json-list.txt"), listing;
     std::vector<std::string> outputs, files = CorpusFiles(corpus);
     // Re-encodings made by DCMTK of the samples whose attributes lie mostly

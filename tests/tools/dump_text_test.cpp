@@ -4,7 +4,8 @@
 
 #include <algorithm>
 
-#include "dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 
