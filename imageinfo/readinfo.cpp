@@ -123,7 +123,7 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     }
     CDicomItem root(u"Root");
     if (!root.LoadObject(buffer, static_cast<int>(size))) {
-        m_sReadError = root.GetLastError().IsSet() ? root.GetLastError().GetText() : "cannot parse the object";
+        m_sReadError = root.GetLastError().GetText().empty() ? "cannot parse the object" : root.GetLastError().GetText();
         return 0;
     }
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(u"Data"));

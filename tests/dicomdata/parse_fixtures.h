@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/files.h"
+#include "dicomdata/vrtable.h"
 
 namespace parsefix {
 
@@ -35,9 +36,7 @@ inline Bytes elem(uint16_t group, uint16_t element, const std::string& vr, const
     put16(out, element);
     out.insert(out.end(), {uint8_t(vr[0]), uint8_t(vr[1])});
     uint32_t declared = length == kValueSize ? static_cast<uint32_t>(value.size()) : length;
-    bool longForm = false;
-    for (const char* v : {"OB", "OW", "OF", "OD", "OL", "SQ", "UN", "UT", "UC", "UR"})
-        longForm |= vr == v;
+    bool longForm = zeldicom::IsLongFormVR(vr);
     if (longForm)
         put16(out, 0);  // reserved field, then a 32-bit length
     (longForm ? put32 : put16)(out, declared);
