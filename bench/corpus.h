@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "dicomdata/vrtable.h"
+
 namespace zelbench {
 
 // Appends DICOM elements to a byte string. Values of odd length get the pad
@@ -19,19 +21,8 @@ class ElementWriter {
 public:
     explicit ElementWriter(bool explicitVR = true) : m_explicit(explicitVR) {}
 
-    static bool IsLongForm(std::string_view vr)
-    {
-        return vr == "OB" || vr == "OW" || vr == "SQ" || vr == "UN" || vr == "UT";
-    }
-    static char PadByte(std::string_view vr)
-    {
-        static const char* const spacePadded[] = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO",
-                                                  "LT", "PN", "SH", "ST", "TM", "UT"};
-        for (const char* candidate : spacePadded)
-            if (vr == candidate)
-                return ' ';
-        return '\0';
-    }
+    static bool IsLongForm(std::string_view vr) { return zeldicom::IsLongFormVR(vr); }
+    static char PadByte(std::string_view vr) { return static_cast<char>(zeldicom::PaddingByteOf(vr)); }
 
     // Header only: the caller supplies length bytes of value afterwards.
     void Header(uint16_t group, uint16_t element, std::string_view vr, uint32_t length)

@@ -125,8 +125,12 @@ public:
     static bool IsBigEndian(const std::u16string& transferSyntax);
 
     // Why the last LoadObject, SaveToFile or refused edit on this node
-    // failed; cleared when one of them starts.
+    // failed; cleared when one of them starts. A damaged data set names the
+    // element and byte offset where reading stopped.
     const CLastError& GetLastError() const { return m_LastError; }
+    // Whether a LoadObject that fails inside the data set keeps what it could
+    // read ("Header" and the "Data" read so far) below this node, for display.
+    void SetKeepPartialLoad(bool keep) { m_bKeepPartialLoad = keep; }
 
     // --- encoding (dicomitem_encode.cpp)
     uint32_t RecalcTags(bool explicitVR, uint32_t offset);
@@ -173,10 +177,13 @@ private:
     CDicomItem* FindOrAddGroup(int group);
     uint32_t ParseRun(const unsigned char* bytes, int64_t count, bool bounded, bool explicitVR, int groupFilter,
                       int depth, bool* endedAtDelimiter = nullptr);
+    bool LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigned char* body, int64_t size,
+                     std::u16string transferSyntax, bool bare);
     bool EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const;
     bool LoadFailed(int code, const std::string& text);
     void RemoveLoadedObject();
     mutable CLastError m_LastError;
+    bool m_bKeepPartialLoad = false;
 };
 
 // Group/element pair used as a map key.

@@ -4,7 +4,9 @@
 // object (preamble, meta information, data set) and the DICOMDIR offsets.
 #include <cstring>
 
+#include "dicomdata/deflate.h"
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/vrtable.h"
 #include "platform/system.h"
 #include "platform/text.h"
 
@@ -13,21 +15,6 @@ using namespace zeldicom;
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 constexpr uint64_t kMaxTotal = 0xFFFFFFFEu;  // the largest count that is not the failure value
-
-// PS3.5 7.1.2: these VRs carry a reserved field and a 32-bit length in
-// explicit VR. The first five are the original set; the others were added
-// later with the same header form (the parser reads them the same way).
-bool IsLongFormVR(const std::string& vr)
-{
-    static constexpr const char* kLong[] = {"OB", "OW", "SQ", "UN", "UT", "OD", "OF",
-                                            "OL", "OV", "SV", "UC", "UR", "UV"};
-    if (vr.size() != 2)
-        return false;
-    for (const char* code : kLong)
-        if (vr[0] == code[0] && vr[1] == code[1])
-            return true;
-    return false;
-}
 
 // The VR used in an explicit header: an element without "VR" goes out as UN.
 std::string HeaderVR(const CDicomItem& item, int group, bool explicitVR)
@@ -40,7 +27,7 @@ std::string HeaderVR(const CDicomItem& item, int group, bool explicitVR)
 
 int HeaderSize(const CDicomItem& item, int group, bool explicitVR)
 {
-    return IsLongFormVR(HeaderVR(item, group, explicitVR)) ? 12 : 8;
+    return zeldicom::IsLongFormVR(HeaderVR(item, group, explicitVR)) ? 12 : 8;
 }
 
 bool IsSequenceItem(const CDicomItem& item, int group, int element)
@@ -231,7 +218,7 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
     if (!writer)
         return kFailed;
     std::string vr = HeaderVR(*this, group, explicitVR);
-    bool longForm = IsLongFormVR(vr);
+    bool longForm = zeldicom::IsLongFormVR(vr);
     uint32_t size = static_cast<uint32_t>(m_nDataSize);  // -1 becomes 0xFFFFFFFF, undefined length
 
     unsigned char header[12];
@@ -301,6 +288,7 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
     if (!writer)
         return false;
     bool explicitVR = false;
+    bool deflated = false;
     uint32_t offset = 0;
     if (auto* header = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Header")))) {
         if (header->m_nDataSize > 0) {
@@ -312,6 +300,7 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
             else
                 transferSyntax = u"1.2.840.10008.1.2";
             explicitVR = IsExplicitVR(transferSyntax);
+            deflated = EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian));
             uint32_t size = static_cast<uint32_t>(header->m_nDataSize);
             if (writer(header->m_pData, size, context) == kFailed)
                 return false;
@@ -331,6 +320,12 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
     if (data->RecalcTags(explicitVR, offset) == kFailed)
         return false;
     data->RecalcDicomDirOffsets();
+    if (deflated) {
+        // PS3.5 A.5: the data set goes out as one raw deflate stream.
+        zeldicom::DeflateWriter compressor(writer, context);
+        return data->SaveTags(true, zeldicom::DeflateWriter::WriteProc, &compressor) != kFailed &&
+               compressor.Finish();
+    }
     return data->SaveTags(explicitVR, writer, context) != kFailed;
 }
 

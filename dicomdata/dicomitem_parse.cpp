@@ -2,13 +2,17 @@
 // items and encapsulated pixel data, and whole file images. Values are not
 // copied: they point into the parsed buffer.
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
+#include "dicomdata/deflate.h"
+#include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 
@@ -16,45 +20,27 @@ using namespace zeldicom;
 
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
+
+// Where the innermost failed parse stopped: the element's tag and first byte.
+struct ParseFailure {
+    const unsigned char* at = nullptr;
+    uint16_t group = 0;
+    uint16_t element = 0;
+};
+ParseFailure& LastParseFailure()
+{
+    thread_local ParseFailure failure;
+    return failure;
+}
+uint32_t Failed(const unsigned char* at, uint16_t group, uint16_t element)
+{
+    ParseFailure& failure = LastParseFailure();
+    if (!failure.at)
+        failure = ParseFailure{at, group, element};
+    return kFailed;
+}
 // Deeper nesting than this is taken as hostile input rather than a data set.
 constexpr int kMaxDepth = 128;
-
-bool IsLongForm(char first, char second)
-{
-    // PS3.5 7.1.2: these VRs have a reserved field and a 32-bit length.
-    static constexpr char kLong[][2] = {{'O', 'B'}, {'O', 'W'}, {'S', 'Q'}, {'U', 'N'}, {'U', 'T'}};
-    for (const auto& vr : kLong)
-        if (vr[0] == first && vr[1] == second)
-            return true;
-    return false;
-}
-
-// The VRs added to PS3.5 after the first five long-form ones also carry a
-// reserved field and a 32-bit length in explicit VR; a stream that uses them
-// (OF vector data, UC/UR text, 64-bit numbers) is read with the 12-byte header.
-bool IsLaterLongForm(char first, char second)
-{
-    static constexpr char kLater[][2] = {{'O', 'D'}, {'O', 'F'}, {'O', 'L'}, {'O', 'V'},
-                                         {'S', 'V'}, {'U', 'C'}, {'U', 'R'}, {'U', 'V'}};
-    for (const auto& vr : kLater)
-        if (vr[0] == first && vr[1] == second)
-            return true;
-    return false;
-}
-
-// Whether two bytes are one of the VR codes of PS3.5 Table 6.2-1. Used to
-// tell an explicit header (VR letters at offset 4) from an implicit one
-// (the low half of a 32-bit length there).
-bool IsVRCode(unsigned char first, unsigned char second)
-{
-    static constexpr char kCodes[][3] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO",
-                                         "LT", "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ",
-                                         "SS", "ST", "SV", "TM", "UC", "UI", "UL", "UN", "UR", "US", "UT", "UV"};
-    for (const auto& vr : kCodes)
-        if (vr[0] == static_cast<char>(first) && vr[1] == static_cast<char>(second))
-            return true;
-    return false;
-}
 
 bool IsDelimiter(int group, int element)
 {
@@ -78,6 +64,21 @@ std::u16string SizeText(uint32_t length)
     return std::u16string(p, end);
 }
 
+// PS3.5 6.1.2.5.3 / PS3.3 C.12.1.1.2: a sequence item with its own Specific
+// Character Set (0008,0005) governs its own content, so relabelling a data
+// set stops at such items (they were labelled when they were parsed).
+void RelabelCharacterSet(CXmlItem& node, const std::string& characterSet)
+{
+    node.m_sCharacterSet = characterSet;
+    bool itemGroup = node.m_sName == u"gFFFE";
+    for (CXmlItem* child : node.m_children) {
+        if (itemGroup && child->m_sName == u"eE000" &&
+            !CDicomInfoStatics::ExtractCharacterSet(static_cast<CDicomItem*>(child)).empty())
+            continue;
+        RelabelCharacterSet(*child, characterSet);
+    }
+}
+
 std::u16string TwoLetters(const unsigned char* p)
 {
     return std::u16string{static_cast<char16_t>(p[0]), static_cast<char16_t>(p[1])};
@@ -86,7 +87,8 @@ std::u16string TwoLetters(const unsigned char* p)
 
 int CDicomItem::GetLengthFormatByVR(uint16_t vr)
 {
-    return IsLongForm(static_cast<char>(vr & 0xFF), static_cast<char>(vr >> 8)) ? 32 : 16;
+    return zeldicom::IsLongFormVR(static_cast<unsigned char>(vr & 0xFF), static_cast<unsigned char>(vr >> 8)) ? 32
+                                                                                                      : 16;
 }
 
 bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u16string& vr, int& headerSize,
@@ -105,8 +107,7 @@ bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u
     }
     if (explicitVR) {
         vr = TwoLetters(p + 4);
-        char first = static_cast<char>(p[4]), second = static_cast<char>(p[5]);
-        if (IsLongForm(first, second) || IsLaterLongForm(first, second)) {
+        if (zeldicom::IsLongFormVR(p[4], p[5])) {
             if (available < 12)
                 return false;
             uint32_t longLength = ByteCursor::loadUint32LE(p + 8);
@@ -123,14 +124,9 @@ bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u
     }
     length = ByteCursor::loadUint32LE(p + 4);
     headerSize = 8;
-    if (group == 0x7FE0 && element == 0x0010) {
-        // Implicit VR pixel data is OB for 8-bit samples, OW otherwise (PS3.5 A.1).
-        uint16_t bitsAllocated = 8;
-        GetTagValue(0x0028, 0x0100, bitsAllocated);
-        vr = bitsAllocated == 8 ? u"OB" : u"OW";
-    } else {
-        vr = AsciiToWide(CTagTable::FindVR(group, element));
-    }
+    // The registry's VR, ambiguous ones resolved from this data set (pixel
+    // data, for one, is OW in implicit VR: PS3.5 A.1).
+    vr = AsciiToWide(zeldicom::ElementVR(group, element, this, true));
     return true;
 }
 
@@ -148,7 +144,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
                               int groupFilter, int depth, bool* endedAtDelimiter)
 {
     if (depth > kMaxDepth)
-        return kFailed;
+        return Failed(bytes, 0, 0);
     int64_t remaining = count;
     int64_t total = 0;
     const unsigned char* p = bytes;
@@ -157,8 +153,12 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     for (;;) {
         if (remaining <= 0)
             break;
-        if (remaining < 8)
-            return kFailed;
+        if (remaining < 8) {
+            uint16_t partial[2] = {0, 0};
+            if (remaining >= 4)
+                partial[0] = ByteCursor::loadUint16LE(p), partial[1] = ByteCursor::loadUint16LE(p + 2);
+            return Failed(p, partial[0], partial[1]);
+        }
         uint16_t group = ByteCursor::loadUint16LE(p);
         uint16_t element = ByteCursor::loadUint16LE(p + 2);
         if (groupFilter >= 0 && group != groupFilter)
@@ -168,8 +168,17 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         uint32_t length = 0;
         if (!GetTagInfo(reinterpret_cast<const TAG_HEADER_EX*>(p), explicitVR, vr, headerSize, length,
                         static_cast<size_t>(remaining < 12 ? remaining : 12)))
-            return kFailed;
+            return Failed(p, group, element);
         bool undefined = length == kUndefinedLength;
+        bool streamUN = explicitVR && vr == u"UN";
+        if (streamUN && (group & 1) == 0) {
+            // Writers that put UN for standard elements: the value is in
+            // implicit VR little endian (PS3.5 6.2.2), so the registry's VR
+            // reads it.
+            const char* known = zeldicom::ElementVR(group, element, this, false);
+            if (*known && std::strcmp(known, "UN") != 0)
+                vr = AsciiToWide(known);
+        }
         if (undefined && group != 0xFFFE && (vr.empty() || vr == u"UN")) {
             // PS3.5 6.2.2: an unknown or UN element of undefined length is a
             // sequence whose items are encoded in implicit VR little endian.
@@ -213,8 +222,15 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             item->AddItem(new CDicomItem(u"VR", vr));
         if (length != 0)
             item->AddItem(new CDicomItem(u"Size", SizeText(length)));
+        if (!fits && (vr == u"SQ" || (isItem && GetVR() == "SQ"))) {
+            // A cut-short sequence or item: what it holds up to the end is
+            // read for display, and the innermost element that is cut names
+            // where reading stopped.
+            item->ParseRun(value, afterHeader, true, explicitVR, -1, depth + 1);
+            return Failed(p, group, element);
+        }
         if (!fits || (!undefined && length > INT32_MAX))
-            return kFailed;
+            return Failed(p, group, element);
 
         // Which content is parsed further, and how.
         bool nested = false;
@@ -228,11 +244,11 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             nested = true;
         } else if (vr == u"SQ") {
             nested = true;
-            // An explicit UN of undefined length holds implicit VR items.
-            if (undefined && explicitVR && headerSize == 12 && p[4] == 'U' && p[5] == 'N')
+            // An explicit UN sequence holds implicit VR items.
+            if (streamUN && headerSize == 12)
                 nestedExplicit = false;
         } else if (undefined && group != 0xFFFE) {
-            return kFailed;  // undefined length on a VR that cannot hold items
+            return Failed(p, group, element);  // undefined length on a VR that cannot hold items
         }
 
         int64_t advance = headerSize + (undefined ? 0 : static_cast<int64_t>(length));
@@ -243,22 +259,22 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
                                                    -1, depth + 1, &delimited);
                 // A run of undefined length that ends before its delimiter is truncated.
                 if (consumed == kFailed || !delimited)
-                    return kFailed;
+                    return Failed(p, group, element);
                 item->m_nParsedLength = consumed;
                 advance = headerSize + static_cast<int64_t>(consumed);
             } else if (length > 0) {
                 if (item->ParseRun(value, length, true, nestedExplicit, -1, depth + 1) == kFailed)
-                    return kFailed;
+                    return Failed(p, group, element);
             }
         }
         if (bounded) {
             remaining -= advance;
             if (remaining < 0)
-                return kFailed;
+                return Failed(p, group, element);
         }
         total += advance;
         if (total > UINT32_MAX - 1)
-            return kFailed;
+            return Failed(p, group, element);
         p += advance;
         if (IsDelimiter(group, element)) {
             if (endedAtDelimiter)
@@ -268,7 +284,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     }
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(this);
     if (!characterSet.empty())
-        ChangeCharacterSet(characterSet);
+        RelabelCharacterSet(*this, characterSet);
     return static_cast<uint32_t>(total);
 }
 
@@ -297,14 +313,9 @@ int HeaderEncoding(const unsigned char* p, int64_t remaining)
         return -1;
     if (p[4] == entry->szVR[0] && p[5] == entry->szVR[1])
         return 1;
-    return IsVRCode(p[4], p[5]) ? -1 : 0;
+    return zeldicom::IsVRCode(p[4], p[5]) ? -1 : 0;
 }
 
-// PS3.5 A.5: the data set of a deflated file is a raw deflate stream.
-bool IsDeflated(const std::u16string& transferSyntax)
-{
-    return EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.1.99"));
-}
 }
 
 bool CDicomItem::LoadFailed(int code, const std::string& text)
@@ -330,51 +341,82 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;
-    if (!bytes)
+    if (!bytes || count <= 0)
         return LoadFailed(CLastError::kInvalidArgument, "no data");
-    if (count < 132 || std::memcmp(bytes + 128, "DICM", 4) != 0)
-        return LoadFailed(CLastError::kNotDicom, "no \"DICM\" prefix at offset 128 (not a DICOM Part 10 file)");
-    auto data = std::make_unique<CDicomItem>(u"Data");
+    size_t size = static_cast<size_t>(count);
+    bool part10 = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
+    if (!part10) {
+        ByteCursor start(bytes, size);
+        uint16_t group = 0, element = 0;
+        if (!start.peekUint16LE(0, group) || !start.peekUint16LE(2, element) || !start.has(8))
+            return LoadFailed(CLastError::kNotDicom,
+                              "no \"DICM\" prefix at offset 128 and too short for a data set (not DICOM)");
+        if (bytes[0] == 0x00 && bytes[1] != 0x00 && zeldicom::IsVRCode(bytes[4], bytes[5]) &&
+            !zeldicom::FindAttribute(group, element))
+            return LoadFailed(CLastError::kUnsupported,
+                              "explicit VR big endian (1.2.840.10008.1.2.2) data set is not supported");
+        // A bare data set (no preamble, no meta information) or meta
+        // information without a preamble: accepted when the first element is
+        // a standard attribute.
+        if (group < 0x0002 || group == 0xFFFE || !zeldicom::FindAttribute(group, element))
+            return LoadFailed(CLastError::kNotDicom,
+                              "no \"DICM\" prefix at offset 128 and no data set at the start (not DICOM)");
+    }
     auto header = std::make_unique<CDicomItem>(u"Header");
-    header->m_pData = bytes;
-    header->m_nDataSize = 132;
-    const unsigned char* meta = bytes + 132;
-    int64_t metaRemaining = static_cast<int64_t>(count) - 132;
-    // Group 0002 is explicit VR by PS3.10 7.1; a few writers used implicit.
-    bool metaExplicit = HeaderEncoding(meta, metaRemaining) != 0;
-    uint32_t metaLength = header->LoadTags(meta, static_cast<int>(metaRemaining), metaExplicit, 0x0002);
-    if (metaLength == kFailed) {
-        // A damaged meta group shows up below as a missing transfer syntax;
-        // what parsed stays, but nothing of it is trusted for offsets.
-        metaLength = 0;
+    auto data = std::make_unique<CDicomItem>(u"Data");
+    const unsigned char* meta = part10 ? bytes + 132 : bytes;
+    int64_t metaRemaining = static_cast<int64_t>(size) - (meta - bytes);
+    uint32_t metaLength = 0;
+    if (metaRemaining >= 2 && ByteCursor::loadUint16LE(meta) == 0x0002) {
+        // Group 0002 is explicit VR by PS3.10 7.1; a few writers used implicit.
+        bool metaExplicit = HeaderEncoding(meta, metaRemaining) != 0;
+        metaLength = header->LoadTags(meta, static_cast<int>(metaRemaining), metaExplicit, 0x0002);
+        // A damaged meta group: what parsed stays, nothing of it sets offsets.
+        if (metaLength == kFailed)
+            metaLength = 0;
+    }
+    bool bare = !part10 && metaLength == 0;
+    if (part10) {
+        header->m_pData = bytes;
+        header->m_nDataSize = 132;
+    } else if (!bare) {
+        auto* head = static_cast<unsigned char*>(std::calloc(132, 1));
+        if (!head)
+            return LoadFailed(ENOMEM, "out of memory");
+        std::memcpy(head + 128, "DICM", 4);
+        header->SetData(head, 132, true);
     }
     std::u16string transferSyntax;
-    if (!header->GetTagValue(0x0002, 0x0010, transferSyntax))
-        return LoadFailed(CLastError::kNotDicom, "no transfer syntax (0002,0010) in the file meta information");
-    transferSyntax = Trim(transferSyntax);
-    if (IsBigEndian(transferSyntax))
-        return LoadFailed(CLastError::kUnsupported, "explicit VR big endian is not supported");
-    if (IsDeflated(transferSyntax))
-        return LoadFailed(CLastError::kUnsupported,
-                          "deflated transfer syntax (1.2.840.10008.1.2.1.99) is not supported");
-    bool explicitVR = IsExplicitVR(transferSyntax);
-    const unsigned char* body = meta + metaLength;
-    int64_t bodyRemaining = metaRemaining - metaLength;
-    int carries = HeaderEncoding(body, bodyRemaining);
-    if (carries == 1) {
-        explicitVR = true;
-    } else if (carries == 0 && explicitVR) {
-        explicitVR = false;
-        if (CDicomItem* syntax = header->GetTagItem(0x0002, 0x0010))
-            syntax->CopyData(u"1.2.840.10008.1.2");
+    if (!bare && header->GetTagValue(0x0002, 0x0010, transferSyntax))
+        transferSyntax = Trim(transferSyntax);
+    if (!LoadDataSet(header.get(), data.get(), meta + metaLength, metaRemaining - metaLength, transferSyntax, bare)) {
+        if (m_bKeepPartialLoad && data->GetChildCount() > 0) {
+            // What was read stays for display; its values point into the
+            // parsed bytes (the file image, or the inflated data set that
+            // "Data" owns).
+            RemoveLoadedObject();
+            AddItem(header.release());
+            AddItem(data.release());
+        }
+        return false;
     }
-    if (data->LoadTags(body, static_cast<int>(bodyRemaining), explicitVR, -1) == kFailed)
-        return LoadFailed(CLastError::kMalformed, "the data set is malformed or truncated");
+    if (bare) {
+        // The meta information a Part 10 file of this data set carries.
+        std::u16string sopClass, sopInstance;
+        data->GetTagValue(0x0008, 0x0016, sopClass);
+        data->GetTagValue(0x0008, 0x0018, sopInstance);
+        std::u16string syntax;
+        header->GetTagValue(0x0002, 0x0010, syntax);
+        CDicomItem* made = CreateMetaHeader(Trim(sopClass), Trim(sopInstance), Trim(syntax));
+        if (!made)
+            return LoadFailed(ENOMEM, "out of memory");
+        header.reset(made);
+    }
     // The new object replaces whatever an earlier load left in this node.
     RemoveLoadedObject();
-    CDicomItem* dataSet = data.get();
     AddItem(header.release());
-    AddItem(data.release());
+    CDicomItem* dataSet = data.release();
+    AddItem(dataSet);
     // LoadTags has labelled the data set already; the root and the rest of
     // the tree (the meta information) take the same label.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(dataSet);
@@ -382,7 +424,69 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         m_sCharacterSet = characterSet;
         for (CXmlItem* child : m_children)
             if (child != dataSet)
-                child->ChangeCharacterSet(characterSet);
+                RelabelCharacterSet(*child, characterSet);
+    }
+    return true;
+}
+
+bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigned char* body, int64_t size,
+                             std::u16string transferSyntax, bool bare)
+{
+    int carries = HeaderEncoding(body, size);
+    if (transferSyntax.empty()) {
+        if (!bare && !header->GetTagItem(0x0002, 0x0010) && !header->GetGroupItem(0x0002))
+            return LoadFailed(CLastError::kNotDicom, "no transfer syntax (0002,0010) in the file meta information");
+        // No (0002,0010): the encoding is read from the first element, as a
+        // data set without meta information is.
+        bool explicitVR = carries == 1 || (carries == -1 && size >= 8 && zeldicom::IsVRCode(body[4], body[5]));
+        transferSyntax = explicitVR ? u"1.2.840.10008.1.2.1" : u"1.2.840.10008.1.2";
+        header->InsertTag(0x0002, 0x0010, transferSyntax, u"UI");
+    }
+    if (IsBigEndian(transferSyntax))
+        return LoadFailed(CLastError::kUnsupported, "explicit VR big endian (1.2.840.10008.1.2.2) is not supported");
+    const unsigned char* parsed = body;
+    bool explicitVR = IsExplicitVR(transferSyntax);
+    if (EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian))) {
+        size_t inflatedSize = 0;
+        size_t compressed = size > 0 ? static_cast<size_t>(size) : 0;
+        std::string error;
+        unsigned char* inflated =
+            zeldicom::InflateRaw(body, compressed, zeldicom::InflateLimit(compressed), inflatedSize, error);
+        if (!inflated)
+            return LoadFailed(CLastError::kMalformed, error);
+        // The data set node owns the inflated bytes its elements point into.
+        data->SetData(inflated, static_cast<int>(inflatedSize), true);
+        parsed = inflated;
+        size = static_cast<int64_t>(inflatedSize);
+        explicitVR = true;
+    } else {
+        if (carries == 1) {
+            explicitVR = true;
+        } else if (carries == 0 && explicitVR) {
+            explicitVR = false;
+            if (CDicomItem* syntax = header->GetTagItem(0x0002, 0x0010))
+                syntax->CopyData(u"1.2.840.10008.1.2");
+        }
+    }
+    ParseFailure& failure = LastParseFailure();
+    failure = ParseFailure{};
+    uint32_t consumed = data->LoadTags(parsed, static_cast<int>(size), explicitVR, -1);
+    // PS3.5 A.4: encapsulated pixel data is OB; an implicit VR data set under
+    // an encapsulated transfer syntax does not say so itself.
+    CDicomItem* pixels = data->GetTagItem(0x7FE0, 0x0010);
+    if (pixels && !explicitVR && pixels->GetVR() == "OW" && !EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2")) &&
+        !EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.1")) &&
+        !EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian)))
+        pixels->SetAttribute(u"VR", std::u16string(u"OB"));
+    if (consumed == kFailed) {
+        size_t offset = static_cast<size_t>((failure.at ? failure.at : parsed) - parsed);
+        if (parsed == body && m_pData)
+            offset += static_cast<size_t>(body - m_pData);
+        return LoadFailed(CLastError::kMalformed,
+                          FormatText("the data set is malformed or truncated: reading stopped at element "
+                                     "(%04X,%04X), byte offset %zu%s",
+                                     failure.group, failure.element, offset,
+                                     parsed == body ? "" : " of the inflated data set"));
     }
     return true;
 }
@@ -400,6 +504,12 @@ bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
     const unsigned char* previousData = m_pData;
     int previousSize = m_nDataSize;
     if (!LoadObject(image->GetData(), static_cast<int>(image->GetSize()))) {
+        if (m_bKeepPartialLoad && GetChildItem(std::u16string(u"Data"))) {
+            // The partial tree kept for display points into this file image.
+            delete m_pFileImage;
+            m_pFileImage = image.release();
+            return false;
+        }
         m_pData = previousData;
         m_nDataSize = previousSize;
         return false;

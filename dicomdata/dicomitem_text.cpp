@@ -5,6 +5,7 @@
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "platform/charset.h"
 #include "platform/datetools.h"
 #include "platform/text.h"
@@ -13,18 +14,15 @@ using namespace zeldicom;
 
 namespace {
 
-// Only these VRs carry text in the Specific Character Set (PS3.5 6.1.2.3,
-// as far as the library applies it); all others use the ANSI code page.
+// Only the VRs that PS3.5 6.1.2.3 puts under Specific Character Set decode
+// with it; all others use the ANSI code page. The VR is compared without
+// regard to case.
 bool UsesCharacterSet(const std::string& vr)
 {
-    static constexpr char kTextVRs[][3] = {"SH", "PN", "LO", "LT", "UT", "ST"};
     if (vr.size() != 2)
         return false;
-    char first = static_cast<char>(vr[0] & ~0x20), second = static_cast<char>(vr[1] & ~0x20);  // upper case
-    for (const auto& textVR : kTextVRs)
-        if (first == textVR[0] && second == textVR[1])
-            return true;
-    return false;
+    char upper[2] = {static_cast<char>(vr[0] & ~0x20), static_cast<char>(vr[1] & ~0x20)};
+    return zeldicom::IsCharacterSetSensitiveVR(std::string_view(upper, 2));
 }
 
 int CodePageOf(const std::u16string& characterSet)

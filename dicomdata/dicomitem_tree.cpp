@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
 #include "platform/datainmemory.h"
 #include "platform/profile.h"
@@ -263,7 +264,11 @@ std::u16string EffectiveVR(int group, int element, const std::u16string& vr)
 {
     if (!vr.empty())
         return vr;
-    return AsciiToWide(CTagTable::FindVR(group, element));
+    // The fixed dictionary's VR for its own tags, the registry's for the rest.
+    const char* known = CTagTable::FindVR(group, element);
+    if (!*known && group >= 0 && group <= 0xFFFF && element >= 0 && element <= 0xFFFF)
+        known = zeldicom::ElementVR(static_cast<uint16_t>(group), static_cast<uint16_t>(element), nullptr, false);
+    return AsciiToWide(known);
 }
 }
 

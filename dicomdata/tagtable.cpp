@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "dicomdata/tagheader.h"
+#include "dicomdata/vrtable.h"
 #include "platform/resstring.h"
 #include "platform/text.h"
 
@@ -19,15 +20,6 @@ namespace {
 constexpr const char* kVRList[] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FL", "FD",
                                    "IS", "LO", "LT", "OB", "OW", "PN", "SH", "SL", "SQ",
                                    "SS", "ST", "TM", "UI", "UL", "US", "UT", "UN", "xx"};
-
-struct Padding {
-    const char* vr;
-    unsigned char byte;
-};
-// Text VRs are padded with a blank, UI and binary VRs with a zero byte (PS3.5 6.2).
-constexpr Padding kPadding[] = {{"AE", 0x20}, {"CS", 0x20}, {"DA", 0x00}, {"DS", 0x20}, {"IS", 0x20},
-                                {"LO", 0x20}, {"PN", 0x20}, {"SH", 0x20}, {"ST", 0x20}, {"TM", 0x20},
-                                {"UT", 0x20}, {"UI", 0x00}, {"US", 0x00}, {"OB", 0x00}, {"OW", 0x00}};
 
 bool Less(const TAGINFO& row, uint32_t key)
 {
@@ -101,16 +93,20 @@ bool CTagTable::GetTagInfo(int group, int element, std::u16string& vr, std::u16s
 
 bool CTagTable::IsString(const std::u16string& vr)
 {
-    static const std::u16string kTextVRs = u" AE AS CS DA DS DT IS LO LT PN SH ST TM UI UT ";
-    if (vr.size() != 2)
+    // Case-sensitive: only the upper-case codes of the fixed VR list are text here.
+    if (vr.size() != 2 || vr[0] > 0x7F || vr[1] > 0x7F)
         return false;
-    return kTextVRs.find(u" " + vr + u" ") != std::u16string::npos;
+    const zeldicom::VRFacts* facts =
+        zeldicom::FindVRFacts(static_cast<unsigned char>(vr[0]), static_cast<unsigned char>(vr[1]));
+    return facts && facts->inFixedDictionary && facts->text;
 }
 
 unsigned char CTagTable::GetTrailingByte(const std::u16string& vr)
 {
-    for (const Padding& row : kPadding)
-        if (EqualsNoCase(vr, AsciiToWide(row.vr)))
-            return row.byte;
-    return 0x00;
+    // The VR is compared without regard to case.
+    if (vr.size() != 2 || vr[0] > 0x7F || vr[1] > 0x7F)
+        return 0x00;
+    const zeldicom::VRFacts* facts = zeldicom::FindVRFacts(static_cast<unsigned char>(vr[0] & ~0x20),
+                                                           static_cast<unsigned char>(vr[1] & ~0x20));
+    return facts && facts->inFixedDictionary ? facts->fixedDictionaryPadding : 0x00;
 }

@@ -10,6 +10,7 @@
 
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/vrtable.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/transfersyntax.h"
 #include "platform/datainmemory.h"
@@ -27,23 +28,18 @@ const char16_t* const kExplicitBigEndian = u"1.2.840.10008.1.2.2";
 
 enum class VRForm { Long, Short, NotAVR };
 
-// The VR letters the raw scans recognise: OB, OW, SQ and UN carry a 32-bit
-// length after two reserved bytes; the short-form list has a 16-bit length.
-// Anything else (UT included) is read as an implicit VR header. "??" is
-// what some writers put for an unknown VR.
-constexpr const char* kLongForm[] = {"OB", "OW", "SQ", "UN"};
-constexpr const char* kShortForm[] = {"??", "AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS",
-                                      "LO", "LT", "PN", "SH", "SL", "SS", "ST", "TM", "UI", "UL", "US"};
-
+// The VR letters the raw scans recognise, with the header form the VR table
+// gives them (the current long forms, UT/UC/UR/OD/OF/OL/OV/SV/UV included).
+// "??" is what some writers put for an unknown VR: short form. Anything else
+// is read as an implicit VR header.
 VRForm RecogniseVR(const unsigned char* letters)
 {
-    for (const char* vr : kLongForm)
-        if (letters[0] == vr[0] && letters[1] == vr[1])
-            return VRForm::Long;
-    for (const char* vr : kShortForm)
-        if (letters[0] == vr[0] && letters[1] == vr[1])
-            return VRForm::Short;
-    return VRForm::NotAVR;
+    if (letters[0] == '?' && letters[1] == '?')
+        return VRForm::Short;
+    const zeldicom::VRFacts* facts = zeldicom::FindVRFacts(letters[0], letters[1]);
+    if (!facts)
+        return VRForm::NotAVR;
+    return facts->longForm ? VRForm::Long : VRForm::Short;
 }
 
 struct ScanHeader {

@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
@@ -18,29 +20,15 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// PS3.5 6.2: odd-length text values are padded with a blank; every other VR
-// (UI, binary VRs, and any VR not listed) with a zero byte.
-constexpr const char* kBlankPaddedVRs[] = {"AE", "CS", "DS", "IS", "LO", "PN", "SH", "ST", "TM"};
-
-// PS3.5 7.1.2: these VRs have two reserved bytes and a 32-bit length.
-constexpr const char* kLongFormVRs[] = {"OB", "OW", "SQ", "UN", "UT"};
-
-bool IsOneOf(const std::string& vr, const char* const* list, size_t count)
-{
-    for (size_t i = 0; i < count; ++i)
-        if (vr == list[i])
-            return true;
-    return false;
-}
-
+// Padding bytes and header forms come from the VR table (PS3.5 6.2, 7.1.2).
 unsigned char PaddingByte(const std::string& vr)
 {
-    return IsOneOf(vr, kBlankPaddedVRs, std::size(kBlankPaddedVRs)) ? ' ' : '\0';
+    return zeldicom::PaddingByteOf(vr);
 }
 
 bool IsLongForm(const std::string& vr)
 {
-    return IsOneOf(vr, kLongFormVRs, std::size(kLongFormVRs));
+    return zeldicom::IsLongFormVR(vr);
 }
 
 void Put16(Bytes& out, uint32_t value)
@@ -99,6 +87,8 @@ Bytes ExplicitElement(uint16_t group, uint16_t element, const void* bytes, uint3
 {
     Bytes out;
     std::string vr = CTagTable::FindVR(group, element);
+    if (vr.empty() && (group & 1) == 0)  // standard tags outside the fixed dictionary
+        vr = zeldicom::ElementVR(group, element, nullptr, false);
     if (vr.empty())
         return out;
     uint32_t padded = 0;

@@ -20,17 +20,21 @@ using namespace zeldicom;
 namespace {
 const std::u16string kImplicitLittle = u"1.2.840.10008.1.2";
 const std::u16string kExplicitLittle = u"1.2.840.10008.1.2.1";
+const std::u16string kDeflatedLittle = u"1.2.840.10008.1.2.1.99";
 
 void PrintConvertUsage(FILE* out)
 {
     std::fprintf(out,
-                 "Usage: zeldicom convert [--implicit | --explicit] IN OUT\n"
+                 "Usage: zeldicom convert [--implicit | --explicit | --deflated] IN OUT\n"
                  "\n"
                  "  Reads the DICOM file IN and writes it to OUT. Lengths, group lengths\n"
                  "  and DICOMDIR offsets are recalculated.\n"
                  "  --implicit  write the data set in implicit VR little endian (1.2.840.10008.1.2)\n"
                  "  --explicit  write the data set in explicit VR little endian (1.2.840.10008.1.2.1)\n"
-                 "  Without an option the data set keeps its transfer syntax. OUT may name IN:\n"
+                 "  --deflated  write the data set deflated, explicit VR little endian (1.2.840.10008.1.2.1.99)\n"
+                 "  Without an option the data set keeps its transfer syntax. IN may be a data\n"
+                 "  set without preamble and meta information: OUT is a complete DICOM file.\n"
+                 "  OUT may name IN:\n"
                  "  the file is then replaced only once the new content is complete.\n");
 }
 
@@ -61,10 +65,12 @@ int RunConvert(int argc, char** argv)
         } else if (options && (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0)) {
             PrintConvertUsage(stdout);
             return 0;
-        } else if (options && (std::strcmp(arg, "--implicit") == 0 || std::strcmp(arg, "--explicit") == 0)) {
-            const std::u16string* choice = arg[2] == 'i' ? &kImplicitLittle : &kExplicitLittle;
+        } else if (options && (std::strcmp(arg, "--implicit") == 0 || std::strcmp(arg, "--explicit") == 0 ||
+                               std::strcmp(arg, "--deflated") == 0)) {
+            const std::u16string* choice = arg[2] == 'i' ? &kImplicitLittle : arg[2] == 'e' ? &kExplicitLittle
+                                                                                            : &kDeflatedLittle;
             if (wanted && wanted != choice) {
-                std::fprintf(stderr, "zeldicom convert: --implicit and --explicit exclude each other\n");
+                std::fprintf(stderr, "zeldicom convert: --implicit, --explicit and --deflated exclude each other\n");
                 return 2;
             }
             wanted = choice;
@@ -95,7 +101,7 @@ int RunConvert(int argc, char** argv)
     if (wanted && current != *wanted) {
         // Only the two uncompressed little endian syntaxes differ in nothing
         // but their element headers; anything else needs a codec.
-        if (current != kImplicitLittle && current != kExplicitLittle) {
+        if (current != kImplicitLittle && current != kExplicitLittle && current != kDeflatedLittle) {
             std::string name = Utf16ToUtf8(current);
             return Fail(FormatText("%s: transfer syntax %s is encapsulated or otherwise not plain little endian; it "
                                    "cannot be switched to implicit or explicit VR without decompression",

@@ -57,7 +57,15 @@ int RunDump(int argc, char** argv)
     int status = 0;
     for (size_t i = 0; i < files.size(); ++i) {
         CDicomItem root(u"Object");
+        // A damaged file is shown up to where reading stopped (text only:
+        // JSON is written whole or not at all).
+        root.SetKeepPartialLoad(!json);
         if (!root.LoadObject(Utf8ToUtf16(files[i]))) {
+            if (!json && root.GetChildItem(std::u16string(u"Data"))) {
+                if (files.size() > 1)
+                    out.AppendFormat("%s# %s\n", i > 0 ? "\n" : "", files[i]);
+                WriteTextDump(root, out);
+            }
             // Keep stdout and stderr in order for a reader of both.
             out.Flush();
             std::fprintf(stderr, "zeldicom dump: %s: %s\n", files[i], root.GetLastError().GetText().c_str());

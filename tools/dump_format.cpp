@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "dicomdata/bytecursor.h"
+#include "dicomdata/vrtable.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -34,17 +35,6 @@ bool DumpOutput::Flush()
 const CDicomItem* ItemGroupOf(const CDicomItem& element)
 {
     return static_cast<const CDicomItem*>(element.GetChildItem(std::u16string(u"gFFFE")));
-}
-
-bool IsTextVR(std::string_view vr)
-{
-    // The fifteen text VRs of the dictionary and the later UC and UR.
-    static constexpr std::string_view kText[] = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT",
-                                                 "PN", "SH", "ST", "TM", "UI", "UT", "UC", "UR"};
-    for (std::string_view text : kText)
-        if (vr == text)
-            return true;
-    return false;
 }
 
 int NumberWidth(std::string_view vr)

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "dicomdata/vrtable.h"
+
 class CDicomItem;
 
 // Collects output and hands it to the file in large blocks: no flush per line.
@@ -63,8 +65,6 @@ inline bool IsPrintableVR(std::string_view vr)
 {
     return vr.size() == 2 && vr[0] >= 'A' && vr[0] <= 'Z' && vr[1] >= 'A' && vr[1] <= 'Z';
 }
-// Whether the VR's value is text that the element tree decodes.
-bool IsTextVR(std::string_view vr);
 // Bytes per value of the binary number VRs (US 2, UL 4, FD 8, ...), 0 for others.
 int NumberWidth(std::string_view vr);
 // The index-th number of a binary number value, as text (US/SS/UL/SL as

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "platform/text.h"
 #include "tools/dump_writers.h"
 
@@ -44,7 +45,7 @@ void AppendJsonString(DumpOutput& out, std::string_view utf8)
 // The VRs whose value is one text that may contain backslashes.
 bool IsSingleText(std::string_view vr)
 {
-    return vr == "LT" || vr == "ST" || vr == "UT" || vr == "UR";
+    return zeldicom::IsSingleValuedTextVR(vr);
 }
 
 std::u16string Trimmed(const std::u16string& text, bool leading)

@@ -8,11 +8,14 @@
 // Values are read only as far as they are shown: text up to kTextBytes,
 // numbers up to kMaxNumbers, binary as a kHexBytes preview. Pixel data
 // beyond its preview is never touched.
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <unordered_map>
 
+#include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
+#include "dicomdata/vrtable.h"
 #include "platform/text.h"
 #include "tools/dump_writers.h"
 
@@ -28,6 +31,9 @@ constexpr std::string_view kCut = "...";
 
 std::string LookUpAttributeName(int group, int element)
 {
+    if (const zeldicom::AttributeEntry* entry =
+            zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element)))
+        return entry->name;
     std::u16string vr, description;
     if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
         return Utf16ToUtf8(description);
@@ -208,6 +214,19 @@ std::string ValueColumn(const DumpElement& e, const std::string& vr)
     }
     if (!node.GetData() || node.GetDataSize() <= 0)
         return "(no value)";
+    if (vr == "UI") {
+        // A registered UID is shown with its name, as "=CTImageStorage".
+        std::string value = TextValue(node, vr);
+        size_t size = static_cast<size_t>(node.GetDataSize());
+        if (size <= 64) {
+            if (const zeldicom::UidEntry* uid =
+                    zeldicom::FindUid(std::string_view(reinterpret_cast<const char*>(node.GetData()), size))) {
+                value += " =";
+                value += uid->keyword;
+            }
+        }
+        return value;
+    }
     if (IsTextVR(vr))
         return TextValue(node, vr);
     if (NumberWidth(vr) > 0)
@@ -215,6 +234,28 @@ std::string ValueColumn(const DumpElement& e, const std::string& vr)
     if (vr == "AT")
         return TagListValue(node);
     return BinaryValue(node);
+}
+
+// How many values the element holds (dcmdump's VM column): values of text
+// are separated by backslashes, numbers and tags counted by their width.
+int ValueMultiplicity(const CDicomItem& node, const std::string& vr)
+{
+    if (vr == "SQ")
+        return 1;
+    int size = node.GetDataSize();
+    if (!node.GetData() || size <= 0)
+        return 0;
+    if (IsTextVR(vr)) {
+        if (zeldicom::IsSingleValuedTextVR(vr))
+            return 1;
+        const unsigned char* bytes = node.GetData();
+        return 1 + static_cast<int>(std::count(bytes, bytes + size, '\\'));
+    }
+    if (int width = NumberWidth(vr))
+        return size / width;
+    if (vr == "AT")
+        return size / 4;
+    return 1;
 }
 
 class TextDumper {
@@ -233,7 +274,8 @@ public:
     }
 
 private:
-    void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const std::string& name)
+    void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const std::string& name,
+              int multiplicity = 1)
     {
         std::string& line = m_line;
         line.assign(1, '(');
@@ -255,6 +297,8 @@ private:
             AppendDecimal(line, size);
             line += ", ";
         }
+        AppendDecimal(line, multiplicity);
+        line.push_back(' ');
         line += name;
         line.push_back('\n');
         m_out.Indent(level);
@@ -264,7 +308,7 @@ private:
     void Element(const DumpElement& e, int level)
     {
         std::string vr = e.node->GetVR();
-        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element));
+        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element), ValueMultiplicity(*e.node, vr));
         if (const CDicomItem* items = ItemGroupOf(*e.node))
             Items(*items, level + 1);
     }

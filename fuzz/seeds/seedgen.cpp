@@ -14,6 +14,7 @@
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
+#include "dicomdata/vrtable.h"
 #include "platform/text.h"
 #include "targets.h"
 #include "tests/network/pdu_fixtures.h"
@@ -69,7 +70,7 @@ Bytes Us(uint16_t value)
 
 bool IsLongForm(const std::string& vr)
 {
-    return vr == "OB" || vr == "OW" || vr == "SQ" || vr == "UN" || vr == "UT";
+    return zeldicom::IsLongFormVR(vr);
 }
 
 // One element; implicit VR ignores the VR letters. Items and delimiters

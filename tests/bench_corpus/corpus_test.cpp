@@ -80,14 +80,17 @@ TEST(BenchCorpus, ObjectsHaveTheirSizeAndPeersReadThem)
                                     static_cast<int>(implicitSet.size()), false, -1), implicitSet.size());
     EXPECT_EQ(zelbench::CountElements(&implicitData), zelbench::CountElements(&explicitData));
 
-    if (std::system("command -v dcmdump >/dev/null 2>&1") == 0) {
+    ASSERT_EQ(std::system("command -v dcmdump >/dev/null 2>&1"), 0) << "dcmdump is needed (scripts/setup installs it)";
+    ASSERT_EQ(std::system("/usr/bin/python3 -c 'import pydicom' >/dev/null 2>&1"), 0)
+        << "pydicom is needed (scripts/setup installs it)";
+    {
         for (const std::string& path : {small, multi}) {
             auto [status, complaints] = parsefix::RunShell("{ dcmdump +M '" + path + "' 2>&1 >/dev/null; }", false);
             EXPECT_EQ(status, 0) << path;
             EXPECT_EQ(complaints, "") << path;
         }
     }
-    if (std::system("/usr/bin/python3 -c 'import pydicom' >/dev/null 2>&1") == 0) {
+    {
         auto [status, answer] = parsefix::RunShell(
             "/usr/bin/python3 -W error -c \"import pydicom,sys; d=pydicom.dcmread(sys.argv[1]); "
             "print(len(list(d.iterall()))); print(str(d.PatientName))\" '" + small + "'");

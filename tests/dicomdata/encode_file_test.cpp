@@ -39,12 +39,11 @@ CDicomItem* LoadAndEdit(const std::string& path)
 const std::string& LastError() { return CAuditManager::GetUniqueInstance().GetLastError(); }
 }
 
-TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
+TEST(EncodeFiles, LargeValuesComeFromTheSourceFileOrItsMapping)
 {
-    CAuditManager::GetUniqueInstance().SetQuiet(true);
     std::string source = ScratchPath("source.dcm"), copy = ScratchPath("copy.dcm");
     WriteFile(source, SampleFile("DOE^JOHN"));
-    CDicomItem* root = LoadAndEdit(source);
+    std::unique_ptr<CDicomItem> root(LoadAndEdit(source));
     EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
     EXPECT_EQ(ReadFile(copy), SampleFile("ROE^JANE"));
     // The pixel value is copied from the source file by the kernel; once
@@ -54,20 +53,23 @@ TEST(EncodeFiles, SavedFilesAndTheFileWritersErrorLine)
     ASSERT_EQ(rename(other.c_str(), source.c_str()), 0);
     EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
     EXPECT_EQ(ReadFile(copy), SampleFile("ROE^JANE"));
-    delete root;
-    WriteFile(source, SampleFile("DOE^JOHN"));
-    root = LoadAndEdit(source);
-    // Truncating its own mapped source would pull the values from under it.
-    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(source)));
-    EXPECT_EQ(ReadFile(source), SampleFile("DOE^JOHN"));
-    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(ScratchPath("no-such-dir/x.dcm"))));
-    // A full disk: the error line carries the system's text, code, count, path.
-    EXPECT_FALSE(root->SaveToFile(u"/dev/full"));
-    EXPECT_EQ(LastError(), "CDicomFileWriter::WriteProc: System Error : No space left on device System Error Code : 28 "
-                           "Params : lSize=1048576, pDstFile=/dev/full");
-    delete root;
     unlink(source.c_str());
     unlink(copy.c_str());
+}
+
+TEST(EncodeFiles, RefusesItsOwnSourceAndSaysWhyASaveFailed)
+{
+    CAuditManager::GetUniqueInstance().SetQuiet(true);
+    std::string source = ScratchPath("own.dcm");
+    WriteFile(source, SampleFile("DOE^JOHN"));
+    std::unique_ptr<CDicomItem> root(LoadAndEdit(source));
+    // Truncating its own mapped source would pull the values from under it.
+    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(source)));
+    EXPECT_EQ(root->GetLastError().GetCode(), CLastError::kRefused);
+    EXPECT_EQ(ReadFile(source), SampleFile("DOE^JOHN"));
+    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(ScratchPath("no-such-dir/x.dcm"))));
+    EXPECT_EQ(root->GetLastError().GetText(), "No such file or directory");
+    unlink(source.c_str());
     CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 
@@ -158,9 +160,19 @@ TEST(EncodeFiles, AFailedSaveLeavesAnExistingFileByteIdentical)
     CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 
-TEST(EncodeFiles, AWriteErrorOfASmallObjectIsTheFileWritersWithItsCount)
+TEST(EncodeFiles, WriteErrorsAreLoggedByTheFileWriterWithTheirCount)
 {
     CAuditManager::GetUniqueInstance().SetQuiet(true);
+    // A large value goes out in chunks of 1 MiB: the first one fails.
+    std::string source = ScratchPath("large.dcm");
+    WriteFile(source, SampleFile("DOE^JOHN"));
+    std::unique_ptr<CDicomItem> large(LoadAndEdit(source));
+    EXPECT_FALSE(large->SaveToFile(u"/dev/full"));
+    EXPECT_EQ(LastError(), "CDicomFileWriter::WriteProc: System Error : No space left on device System Error Code : 28 "
+                           "Params : lSize=1048576, pDstFile=/dev/full");
+    unlink(source.c_str());
+
+    // A small object is buffered whole; its failure shows when the buffer is written.
     CDicomItem root(u"Object");
     root.AddItem(new CDicomItem(u"Data"));
     static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")))->AddTag(0x0010, 0x0010, u"DOE^JOHN", u"");

@@ -3,6 +3,10 @@
 // meta information that lies about the data set encoding).
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <tuple>
+
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
@@ -73,7 +77,7 @@ TEST(ParseHeaders, LongFormShortFormAndTheLengthQuirk)
     EXPECT_FALSE(CDicomItem::IsBigEndian(u"1.2.840.10008.1.2.2.1"));
 }
 
-TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndPixelDataVRFollowsBitsAllocated)
+TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndAmbiguousVRsFollowTheDataSet)
 {
     Bytes stream = cat({ielem(0x0029, 0x0010, text("CREATOR ")), ielem(0x0029, 0x1010, {}, kUndefined),
                         undefinedItem(ielem(0x0029, 0x1001, text("ab"))), sequenceEnd(),
@@ -103,11 +107,49 @@ TEST(ParseImplicit, PrivateUndefinedLengthIsASequenceAndPixelDataVRFollowsBitsAl
         const CDicomItem* pixels = node.GetTagItem(0x7FE0, 0x0010);
         return pixels ? pixels->GetVR() : std::string("missing");
     };
+    // PS3.5 A.1: implicit VR pixel data is OW whatever Bits Allocated says.
     EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(16))), "OW");
-    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(8))), "OB");
-    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(32))), "OW");
-    EXPECT_EQ(pixelVR({}), "OB");
-    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0010, us(8))), "OB");  // Rows, not Bits Allocated
+    EXPECT_EQ(pixelVR(ielem(0x0028, 0x0100, us(8))), "OW");
+    EXPECT_EQ(pixelVR({}), "OW");
+
+    // US or SS by the Pixel Representation of the data set or an enclosing
+    // one; LUT Data by its descriptor; tags outside the fixed dictionary and
+    // private creators take the registry's VR.
+    auto vrOf = [](const Bytes& stream, const std::function<const CDicomItem*(const CDicomItem&)>& pick) {
+        CDicomItem node(u"Data");
+        EXPECT_EQ(node.LoadTags(stream.data(), static_cast<int>(stream.size()), false, -1), stream.size());
+        const CDicomItem* found = pick(node);
+        return found ? found->GetVR() : std::string("missing");
+    };
+    auto top = [](int g, int e) {
+        return [g, e](const CDicomItem& n) -> const CDicomItem* { return n.GetTagItem(g, e); };
+    };
+    Bytes padding = ielem(0x0028, 0x0120, us(0xF830));
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(1)), padding}), top(0x0028, 0x0120)), "SS");
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(0)), padding}), top(0x0028, 0x0120)), "US");
+    EXPECT_EQ(vrOf(padding, top(0x0028, 0x0120)), "US");
+    EXPECT_EQ(vrOf(ielem(0x0009, 0x0010, text("ACME")), top(0x0009, 0x0010)), "LO");
+    EXPECT_EQ(vrOf(ielem(0x300A, 0x0002, text("PLAN")), top(0x300A, 0x0002)), "SH");
+    EXPECT_EQ(vrOf(ielem(0x0010, 0x2203, text("F ")), top(0x0010, 0x2203)), "CS");
+    EXPECT_EQ(vrOf(ielem(0x0028, 0x1201, Bytes(4, 0)), top(0x0028, 0x1201)), "OW");
+    auto lutItem = [](uint16_t entries) {
+        return ielem(0x0028, 0x3000, item(cat({ielem(0x0028, 0x3002, cat({us(entries), us(0), us(16)})),
+                                               ielem(0x0028, 0x3006, Bytes(4, 0))})));
+    };
+    auto lutData = [](const CDicomItem& n) -> const CDicomItem* {
+        const CDicomItem* sequence = n.GetTagItem(0x0028, 0x3000);
+        const CDicomItem* first = sequence ? sequence->GetTagItem(0xFFFE, 0xE000) : nullptr;
+        return first ? first->GetTagItem(0x0028, 0x3006) : nullptr;
+    };
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(1)), lutItem(2)}), lutData), "OW");
+    EXPECT_EQ(vrOf(lutItem(1), lutData), "US");
+    EXPECT_EQ(vrOf(cat({ielem(0x0028, 0x0103, us(1)), lutItem(2)}),
+                   [](const CDicomItem& n) -> const CDicomItem* {
+                       const CDicomItem* sequence = n.GetTagItem(0x0028, 0x3000);
+                       const CDicomItem* first = sequence ? sequence->GetTagItem(0xFFFE, 0xE000) : nullptr;
+                       return first ? first->GetTagItem(0x0028, 0x3002) : nullptr;
+                   }),
+              "SS");
 }
 
 TEST(ParseSequences, DelimitersItemsAndFragmentsLandWhereTheTreeExpectsThem)
@@ -202,8 +244,8 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
         // Meta information says explicit, data set is implicit: (0002,0010) is rewritten.
         {fileImage("1.2.840.10008.1.2.1", implicitBody), u"1.2.840.10008.1.2", 0x0010, "PN"},
         // Explicit UN on a standard tag (written by some converters) is not a
-        // sign of implicit VR.
-        {fileImage("1.2.840.10008.1.2.1", unBody), u"1.2.840.10008.1.2.1", 0x0012, "UN"},
+        // sign of implicit VR; the element takes the registry's VR.
+        {fileImage("1.2.840.10008.1.2.1", unBody), u"1.2.840.10008.1.2.1", 0x0012, "DA"},
         // Implicit meta information is detected too.
         {fileImage("1.2.840.10008.1.2.1", explicitBody, true), u"1.2.840.10008.1.2.1", 0x0010, "PN"},
     };
@@ -227,6 +269,80 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
     EXPECT_EQ(root.GetData(), cases[0].image.data());
 }
 
+// What users have beside Part 10 files: deflated data sets (written and read
+// back), bare data sets (a meta information is made for them), meta
+// information without a transfer syntax (inferred from the data set), and
+// damaged files kept up to where reading stopped when asked.
+TEST(ParseFiles, DeflatedBareAndInferredEncodingsLoad)
+{
+    Bytes body = cat({elem(0x0008, 0x0016, "UI", text(std::string("1.2.840.10008.5.1.4.1.1.7\0", 26))), elem(0x0010, 0x0010, "PN", "DOE^J"),
+                      elem(0x300A, 0x00B0, "SQ", item(elem(0x300A, 0x00C0, "IS", "1 ")))});
+    Bytes implicitBody = cat({ielem(0x0008, 0x0016, text(std::string("1.2.840.10008.5.1.4.1.1.7\0", 26))), ielem(0x0010, 0x0010, text("DOE^J ")),
+                              ielem(0x300A, 0x00B0, item(ielem(0x300A, 0x00C0, text("1 "))))});
+    auto nameOf = [](const CDicomItem& root) {
+        std::u16string name;
+        const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+        return data && data->GetTagValue(0x0010, 0x0010, name) ? Utf16ToUtf8(Trim(name)) : std::string("?");
+    };
+    auto syntaxOf = [](const CDicomItem& root) {
+        std::u16string syntax;
+        const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")));
+        return header && header->GetTagValue(0x0002, 0x0010, syntax) ? Utf16ToUtf8(Trim(syntax)) : std::string("?");
+    };
+    // Explicit written deflated, then read back: values and the nested sequence survive.
+    CDicomItem source(u"root");
+    Bytes explicitFile = fileImage("1.2.840.10008.1.2.1", body);
+    ASSERT_TRUE(source.LoadObject(explicitFile.data(), static_cast<int>(explicitFile.size())));
+    static_cast<CDicomItem*>(source.GetChildItem(std::u16string(u"Header")))
+        ->GetTagItem(0x0002, 0x0010)
+        ->CopyData(u"1.2.840.10008.1.2.1.99");
+    Bytes deflated;
+    ASSERT_TRUE(source.SaveObject(
+        [](const void* bytes, uint32_t count, void* context) {
+            auto* out = static_cast<Bytes*>(context);
+            out->insert(out->end(), static_cast<const uint8_t*>(bytes), static_cast<const uint8_t*>(bytes) + count);
+            return count;
+        },
+        &deflated));
+    EXPECT_EQ(std::search(deflated.begin(), deflated.end(), body.begin(), body.end()), deflated.end());
+    const Bytes bare = cat({ielem(0x0008, 0x0005, text("ISO_IR 100")), implicitBody});
+    const Bytes noSyntax = cat({Bytes(128, 0), text("DICM"), elem(0x0002, 0x0001, "OB", Bytes{0, 1}), implicitBody});
+    const std::tuple<Bytes, std::string> cases[] = {{deflated, "1.2.840.10008.1.2.1.99"},
+                                                    {bare, "1.2.840.10008.1.2"},
+                                                    {body, "1.2.840.10008.1.2.1"},
+                                                    {noSyntax, "1.2.840.10008.1.2"}};
+    for (const auto& [image, syntax] : cases) {
+        CDicomItem root(u"root");
+        ASSERT_TRUE(root.LoadObject(image.data(), static_cast<int>(image.size()))) << syntax << root.GetLastError().GetText();
+        EXPECT_EQ(nameOf(root), "DOE^J") << syntax;
+        EXPECT_EQ(syntaxOf(root), syntax);
+        const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+        const CDicomItem* beams = data->GetTagItem(0x300A, 0x00B0);
+        ASSERT_NE(beams, nullptr);
+        EXPECT_EQ(beams->GetVR(), "SQ");
+        EXPECT_NE(beams->GetTagItem(0xFFFE, 0xE000), nullptr) << syntax;
+    }
+    CDicomItem bareRoot(u"root");
+    ASSERT_TRUE(bareRoot.LoadObject(bare.data(), static_cast<int>(bare.size())));
+    const auto* header = static_cast<const CDicomItem*>(bareRoot.GetChildItem(std::u16string(u"Header")));
+    std::u16string sopClass;
+    EXPECT_TRUE(header->GetTagValue(0x0002, 0x0002, sopClass));
+    EXPECT_EQ(Trim(sopClass), u"1.2.840.10008.5.1.4.1.1.7");
+
+    // A cut-short file: refused, or kept up to the cut with the place named.
+    Bytes cut = fileImage("1.2.840.10008.1.2.1", body);
+    cut.resize(cut.size() - 3);
+    for (bool keep : {false, true}) {
+        CDicomItem root(u"root");
+        root.SetKeepPartialLoad(keep);
+        EXPECT_FALSE(root.LoadObject(cut.data(), static_cast<int>(cut.size())));
+        EXPECT_NE(root.GetLastError().GetText().find("reading stopped at element (300A,00C0), byte offset"), std::string::npos)
+            << root.GetLastError().GetText();
+        EXPECT_EQ(root.GetChildCount(), keep ? 2 : 0);
+        EXPECT_EQ(keep ? nameOf(root) : "?", keep ? "DOE^J" : "?");
+    }
+}
+
 TEST(ParseFiles, RefusalsNameTheirReason)
 {
     Bytes body = elem(0x0008, 0x0060, "CS", "CT");
@@ -234,10 +350,11 @@ TEST(ParseFiles, RefusalsNameTheirReason)
     noDicm[130] = 'X';
     const std::pair<Bytes, const char*> cases[] = {
         {fileImage("1.2.840.10008.1.2.2", body), "big endian"},
-        {fileImage("1.2.840.10008.1.2.1.99", body), "deflate"},
+        {fileImage("1.2.840.10008.1.2.1.99", body), "deflated data set is damaged"},
+        {fileImage("1.2.840.10008.1.2.1.99", Bytes{0x73, 0x04}), "the deflated data set is"},
         {noDicm, "DICM"},
-        {cat({Bytes(128, 0), text("DICM"), elem(0x0002, 0x0001, "OB", Bytes{0, 1}), body}), "transfer syntax"},
         {Bytes(100, 0), "DICM"},
+        {cat({Bytes{0x00, 0x08, 0x00, 0x05}, text("CS"), Bytes{0x00, 0x02}, text("CT")}), "big endian"},
     };
     for (const auto& [image, reason] : cases) {
         CDicomItem root(u"root");

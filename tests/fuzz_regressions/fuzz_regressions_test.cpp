@@ -21,7 +21,6 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_rawwalk", zelfuzz::RawWalkTarget},   {"fuzz_metascan", zelfuzz::MetaScanTarget},
     {"fuzz_text", zelfuzz::TextTarget},         {"fuzz_readinfo", zelfuzz::ReadInfoTarget},
     {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
-    {"fuzz_text", zelfuzz::TextTarget},
     {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
 };
@@ -96,42 +95,6 @@ TEST(FuzzRegressions, GroupLengthReadAsSequenceReencodes)
     EXPECT_EQ(groupLength->GetTagItemCount(0xFFFE, 0xE000), 1);
 }
 
-// The round trip oracle must notice a changed tree, or the round trip target
-// could pass on anything.
-TEST(FuzzRegressions, TreeComparisonSeesEveryDifference)
-{
-    auto run = [](const char* name) {
-        return cat({elem(0x0008, 0x0060, "CS", "CT"), elem(0x0010, 0x0010, "PN", name), elem(0x0010, 0x0020, "LO", "ID42")});
-    };
-    Bytes bytes = run("Doe^John");
-    auto original = Parse(bytes);
-    EXPECT_TRUE(zelfuzz::SameTree(original.get(), Parse(bytes).get()));
-    Bytes otherValue = bytes, otherTag = bytes;
-    otherValue.back() = '3';
-    otherTag[2] = 0x61;
-    Bytes missing(bytes.begin(), bytes.end() - 12);
-    for (const Bytes& changed : {otherValue, otherTag, run("Doe^Jo"), missing})
-        EXPECT_FALSE(zelfuzz::SameTree(original.get(), Parse(changed).get()));
-    EXPECT_FALSE(zelfuzz::SameTree(Parse(missing).get(), original.get()));
-    // A value pointer outside the parsed bytes is reported.
-    EXPECT_TRUE(zelfuzz::ValuesInside(original.get(), bytes.data(), bytes.size()));
-    EXPECT_FALSE(zelfuzz::ValuesInside(original.get(), bytes.data(), bytes.size() - 1));
-}
-
-// A delimiter that ends a run in a group node ahead of later groups cannot
-// be written back in stream order; the round trip skips such trees instead
-// of reporting them, and still checks everything else.
-TEST(FuzzRegressions, RoundTripSkipsOnlyUnorderableTrees)
-{
-    Bytes name = elem(0x0040, 0xA123, "PN", "Doe^John");
-    for (const Bytes& input : {cat({{1}, header(0xFFFE, 0xE0DC, 0), name, sequenceEnd()}), cat({{1}, name, sequenceEnd()})}) {
-        CDicomItem dataSet(u"Data");
-        ASSERT_NE(dataSet.LoadTags(input.data() + 1, static_cast<int>(input.size() - 1), true, -1), 0xFFFFFFFFu);
-        EXPECT_EQ(zelfuzz::DelimiterBeforeLastGroup(&dataSet), input[1] == 0xFE);  // the (FFFE,E0DC) one
-        EXPECT_EQ(zelfuzz::RoundTripTarget(input.data(), input.size()), zelfuzz::kOk);
-    }
-}
-
 // Every target survives every truncation of well-formed input: each cut
 // falls inside a header, a value, an item or a delimiter somewhere. Under
 // the sanitizer build an out-of-bounds read here fails the suite, not only
@@ -163,15 +126,4 @@ TEST(FuzzRegressions, EveryTargetSurvivesEveryTruncation)
     EXPECT_NE(parsed.GetSequenceItem(0x0008, 0x2218), nullptr);
     CDicomItem object(u"Object");
     EXPECT_TRUE(object.LoadObject(file.data(), static_cast<int>(file.size()))) << object.GetLastError().GetText();
-}
-
-// The raw walk callback reports a header or value outside the walked buffer.
-TEST(FuzzRegressions, RawWalkCallbackChecksBounds)
-{
-    Bytes bytes = header(0x0010, 0x0010, 9);
-    for (size_t start : {0, 1}) {
-        zelfuzz::RawWalk walk{bytes.data() + start, bytes.data() + bytes.size()};
-        zelfuzz::RawWalkProc(reinterpret_cast<TAG_HEADER*>(bytes.data()), &walk);
-        EXPECT_EQ(walk.finding, zelfuzz::kValueOutsideInput) << start;
-    }
 }

@@ -50,10 +50,10 @@ TEST(RawWriters, FormsAndPadding)
     CDynBuffer b;
     DICOMINFO::AddTagByVR(b, u"CS", 0x0008, 0x0060, "ABC", 3);
     DICOMINFO::AddTagByVR(b, u"UI", 0x0008, 0x0016, "1.2.3", 5);
-    DICOMINFO::AddTagByVR(b, u"LT", 0x0020, 0x4000, "x", 1);  // unlisted VR: zero byte
+    DICOMINFO::AddTagByVR(b, u"LT", 0x0020, 0x4000, "x", 1);  // text VR: blank (PS3.5 6.2)
     DICOMINFO::AddTagByVR(b, u"PN", 0x0010, 0x0010, u"M\u00fcller^", u"ISO_IR 100");
     EXPECT_EQ(Take(b), cat({ielem(0x0008, 0x0060, text("ABC ")), ielem(0x0008, 0x0016, ui("1.2.3")),
-                            ielem(0x0020, 0x4000, {'x', 0}), ielem(0x0010, 0x0010, text("M\xFCller^ "))}));
+                            ielem(0x0020, 0x4000, text("x ")), ielem(0x0010, 0x0010, text("M\xFCller^ "))}));
 
     // Text the character set cannot hold is refused: no element, not an empty one
     // (an empty name key of a query would match every patient).

@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "network/scripted_peer.h"
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace pdufix;
 

@@ -10,7 +10,8 @@
 #include <fstream>
 
 #include "network/scripted_peer.h"
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 namespace {
 

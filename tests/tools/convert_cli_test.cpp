@@ -4,20 +4,20 @@
 
 #include <string>
 
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 
 namespace {
 // The same data set in both encodings, written out by hand: the private
-// creator has no dictionary VR and is UN in explicit VR; implicit pixel data
-// without Bits Allocated is OB.
+// creator is LO, implicit VR pixel data is OW (PS3.5 A.1).
 const Bytes kImplicit = fileImage("1.2.840.10008.1.2", cat({ielem(0x0009, 0x0010, text("ACME")),
                                                            ielem(0x0010, 0x0010, text("DOE^JOHN")),
                                                            ielem(0x7FE0, 0x0010, Bytes{1, 2, 3, 4})}));
 const Bytes kExplicit =
-    fileImage("1.2.840.10008.1.2.1", cat({elem(0x0009, 0x0010, "UN", "ACME"), elem(0x0010, 0x0010, "PN", "DOE^JOHN"),
-                                          elem(0x7FE0, 0x0010, "OB", Bytes{1, 2, 3, 4})}));
+    fileImage("1.2.840.10008.1.2.1", cat({elem(0x0009, 0x0010, "LO", "ACME"), elem(0x0010, 0x0010, "PN", "DOE^JOHN"),
+                                          elem(0x7FE0, 0x0010, "OW", Bytes{1, 2, 3, 4})}));
 const Bytes kJpeg = fileImage("1.2.840.10008.1.2.4.50",
                               elem(0x7FE0, 0x0010, "OB", cat({item({}), item(Bytes{0xFF, 0xD8}), sequenceEnd()}),
                                    kUndefined));

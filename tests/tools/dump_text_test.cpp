@@ -4,7 +4,8 @@
 
 #include <algorithm>
 
-#include "dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 
@@ -77,12 +78,18 @@ TEST(DumpText, BadFilesGetOneErrorLineAndTheOthersAreStillDumped)
     EXPECT_NE(errors[1].find(notDicom + ": "), std::string::npos);
     EXPECT_NE(errors[1].find("DICM"), std::string::npos);
     EXPECT_NE(errors[2].find(truncated + ": "), std::string::npos);
-    EXPECT_NE(errors[2].find("truncated"), std::string::npos);
-    // Both good files are dumped in full.
+    EXPECT_NE(errors[2].find("truncated: reading stopped at element (7FE0,0010), byte offset "), std::string::npos)
+        << errors[2];
+    // Both good files are dumped in full, the cut one up to its pixel data.
     std::vector<std::string> lines = Lines(run.out);
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.rfind("(7FE0,0010)", 0) == 0; }),
-              2);
+              3);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "# " + kSample), 2);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "# " + truncated), 1);
+    // JSON is written whole or not at all.
+    CliResult json = RunCli({"dump", "--json", truncated});
+    EXPECT_EQ(json.status, 1);
+    EXPECT_EQ(json.out, "");
 
     EXPECT_EQ(RunCli({"dump"}).status, 2);
     EXPECT_EQ(RunCli({"dump", "--no-such-option", kSample}).status, 2);

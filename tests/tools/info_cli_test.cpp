@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "imageinfo/dicominfo.h"
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 

@@ -5,7 +5,8 @@
 #include <map>
 #include <sstream>
 
-#include "tools/dump_run.h"
+#include "dicomdata/parse_fixtures.h"
+#include "support/cli.h"
 
 using namespace parsefix;
 
@@ -40,7 +41,7 @@ TEST(ProbeCommand, ClassifiesTheCorpusLikePydicom)
 {
     std::string root = PydicomDataDir();
     if (root.empty())
-        GTEST_SKIP() << "pydicom's sample data is not installed";
+        FAIL() << "pydicom's sample data is not installed (scripts/setup installs it)";
     std::string script = ScratchPath("classify.py");
     WriteFile(script, text(kClassifier));
     // The top of each sample folder, directories included.

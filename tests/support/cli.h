@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/files.h"
 
 struct CliResult {
     int status = -1;  // exit status, or -1 when the program did not exit normally
@@ -23,7 +23,7 @@ struct CliResult {
 
 inline CliResult RunCli(const std::vector<std::string>& args, const std::string& program = ZELDICOM_CLI)
 {
-    std::string outPath = parsefix::ScratchPath("stdout"), errPath = parsefix::ScratchPath("stderr");
+    std::string outPath = testsupport::ScratchPath("stdout"), errPath = testsupport::ScratchPath("stderr");
     std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& arg : args)
         argv.push_back(const_cast<char*>(arg.c_str()));
@@ -49,7 +49,7 @@ inline CliResult RunCli(const std::vector<std::string>& args, const std::string&
         result.maxResidentKiB = usage.ru_maxrss;
     }
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    parsefix::Bytes out = parsefix::ReadFile(outPath), err = parsefix::ReadFile(errPath);
+    testsupport::Bytes out = testsupport::ReadFile(outPath), err = testsupport::ReadFile(errPath);
     result.out.assign(out.begin(), out.end());
     result.err.assign(err.begin(), err.end());
     std::remove(outPath.c_str());
