@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "bench/bench_util.h"
 #include "bench/corpus.h"
@@ -75,6 +76,67 @@ void BM_LoadTags_SmallCt(benchmark::State& state)
     ReportElements(state, elements, dataSet.size());
 }
 BENCHMARK(BM_LoadTags_SmallCt)->ArgName("explicit")->Arg(1)->Arg(0);
+
+// An implicit VR RT plan: beams with control points, nearly every tag outside
+// the fixed 990-entry dictionary, so each element's VR (and whether it is a
+// sequence) comes from the full registry.
+std::string RtPlanDataSet(int beams, int points)
+{
+    zelbench::ElementWriter w(false);
+    w.Text(0x0008, 0x0016, "UI", "1.2.840.10008.5.1.4.1.1.481.5");
+    w.Text(0x0010, 0x0010, "PN", "Plan^Patient");
+    w.Text(0x300A, 0x0002, "SH", "PLAN1");
+    w.Text(0x300A, 0x0006, "DA", "20260101");
+    w.Text(0x300A, 0x000C, "CS", "PATIENT");
+    std::vector<std::string> beamItems;
+    for (int b = 0; b < beams; ++b) {
+        std::vector<std::string> pointItems;
+        for (int p = 0; p < points; ++p) {
+            zelbench::ElementWriter cp(false);
+            cp.Text(0x300A, 0x0112, "IS", std::to_string(p));
+            cp.Text(0x300A, 0x0114, "DS", "6");
+            cp.Text(0x300A, 0x011E, "DS", "180");
+            cp.Text(0x300A, 0x011F, "CS", "NONE");
+            cp.Text(0x300A, 0x0120, "DS", "0");
+            cp.Text(0x300A, 0x012C, "DS", "0\\0\\0");
+            cp.Text(0x300A, 0x0134, "DS", zelbench::DecimalText(p / static_cast<double>(points)));
+            pointItems.push_back(std::move(cp.Result()));
+        }
+        zelbench::ElementWriter beam(false);
+        beam.Text(0x300A, 0x00B2, "SH", "LINAC");
+        beam.Text(0x300A, 0x00B3, "CS", "MU");
+        beam.Text(0x300A, 0x00C0, "IS", std::to_string(b + 1));
+        beam.Text(0x300A, 0x00C2, "LO", "Beam " + std::to_string(b + 1));
+        beam.Text(0x300A, 0x00C4, "CS", "STATIC");
+        beam.Text(0x300A, 0x00C6, "CS", "PHOTON");
+        beam.Text(0x300A, 0x0110, "IS", std::to_string(points));
+        beam.Sequence(0x300A, 0x0111, pointItems, b % 2 == 0);
+        beamItems.push_back(std::move(beam.Result()));
+    }
+    w.Sequence(0x300A, 0x00B0, beamItems, true);
+    return std::move(w.Result());
+}
+
+void BM_LoadTags_RtPlanImplicit(benchmark::State& state)
+{
+    const std::string dataSet = RtPlanDataSet(8, 16);
+    const int count = static_cast<int>(dataSet.size());
+    long elements = 0;
+    {
+        CDicomItem data(u"Data");
+        if (data.LoadTags(Bytes(dataSet), count, false, -1) != static_cast<uint32_t>(count)) {
+            state.SkipWithError("LoadTags did not consume the whole RT plan");
+            return;
+        }
+        elements = zelbench::CountElements(&data);
+    }
+    for (auto _ : state) {
+        CDicomItem data(u"Data");
+        benchmark::DoNotOptimize(data.LoadTags(Bytes(dataSet), count, false, -1));
+    }
+    ReportElements(state, elements, dataSet.size());
+}
+BENCHMARK(BM_LoadTags_RtPlanImplicit);
 
 // Multi-frame objects of 512 x 512 x 16-bit frames, 1 to 1024 frames (512
 // MiB) with the same header. The frames live in untouched anonymous pages,

@@ -10,6 +10,7 @@
 #include "dicomdata/tagheader.h"
 #include "imageinfo/codesequence.h"
 #include "imageinfo/lutoverlay.h"
+#include "platform/lasterror.h"
 
 class CDynBuffer;
 class CXmlItem;
@@ -292,8 +293,8 @@ struct DICOMINFO : public CDicomInfoStatics {
     // success, 0 (record untouched) when it cannot be parsed.
     int ReadInfo(const unsigned char* buffer, uint32_t size);
     int ReadFileInfo(const std::u16string& path);
-    // Why the last ReadInfo or ReadFileInfo failed (empty after success).
-    const std::string& GetReadError() const { return m_sReadError; }
+    // Why the last ReadInfo or ReadFileInfo failed (cleared by success).
+    const CLastError& GetLastError() const { return m_LastError; }
 
     // "%d_%d_%d" of the library version (major, minor, revision).
     static std::u16string DefaultImplementationVersionName();
@@ -397,5 +398,5 @@ protected:
     void GetInfosFromGroupOverlays(const CDicomItem* data);
 
 private:
-    std::string m_sReadError;
+    CLastError m_LastError;
 };

@@ -104,11 +104,12 @@ int DICOMINFO::ReadFileInfo(const std::u16string& path)
 {
     CDataInMemory file(path);
     if (!file.IsValid()) {
-        m_sReadError = file.GetError().empty() ? "cannot open the file" : file.GetError();
+        m_LastError.Set(file.GetErrorCode() > 0 ? file.GetErrorCode() : CLastError::kNotDicom,
+                        file.GetError().empty() ? "cannot open the file" : file.GetError());
         return 0;
     }
     if (file.GetSize() > UINT32_MAX) {
-        m_sReadError = "file larger than 4 GiB";
+        m_LastError.Set(CLastError::kUnsupported, "file larger than 4 GiB");
         return 0;
     }
     return ReadInfo(file.GetData(), static_cast<uint32_t>(file.GetSize()));
@@ -116,19 +117,21 @@ int DICOMINFO::ReadFileInfo(const std::u16string& path)
 
 int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
 {
-    m_sReadError.clear();
+    m_LastError.Clear();
     if (size > INT32_MAX) {
-        m_sReadError = "object larger than 2 GiB";
+        m_LastError.Set(CLastError::kUnsupported, "object larger than 2 GiB");
         return 0;
     }
     CDicomItem root(u"Root");
     if (!root.LoadObject(buffer, static_cast<int>(size))) {
-        m_sReadError = root.GetLastError().GetText().empty() ? "cannot parse the object" : root.GetLastError().GetText();
+        m_LastError = root.GetLastError();
+        if (!m_LastError.IsSet())
+            m_LastError.Set(CLastError::kMalformed, "cannot parse the object");
         return 0;
     }
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(u"Data"));
     if (!data) {
-        m_sReadError = "the object has no data set";
+        m_LastError.Set(CLastError::kMalformed, "the object has no data set");
         return 0;
     }
     bool changed = false;

@@ -342,7 +342,8 @@ int RunInfo(int argc, char** argv)
     for (const char* path : files) {
         DICOMINFO info;
         if (!info.ReadFileInfo(Utf8ToUtf16(path))) {
-            std::fprintf(stderr, "%s: cannot describe: %s\n", path, info.GetReadError().c_str());
+            std::fprintf(stderr, "zeldicom info: %s: %s
+", path, info.GetLastError().GetText().c_str());
             status = 1;
             continue;
         }

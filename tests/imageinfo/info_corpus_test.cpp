@@ -126,7 +126,7 @@ TEST(InfoCorpus, RecordAgreesWithPydicom)
             file = line.substr(5);
             info = new DICOMINFO;
             ++seen[file.find("/dcmtk_") != std::string::npos ? "dcmtk" : "file"];
-            EXPECT_EQ(info->ReadFileInfo(Utf8ToUtf16(file)), 1) << file << ": " << info->GetReadError();
+            EXPECT_EQ(info->ReadFileInfo(Utf8ToUtf16(file)), 1) << file << ": " << info->GetLastError().GetText();
             continue;
         }
         size_t blank = line.find(' ');

@@ -22,7 +22,7 @@ std::unique_ptr<DICOMINFO> Read(const Bytes& dataSet, const char* syntax = kExpl
 {
     auto info = std::make_unique<DICOMINFO>();
     Bytes file = fileImage(syntax, dataSet);
-    EXPECT_EQ(info->ReadInfo(file.data(), static_cast<uint32_t>(file.size())), 1) << info->GetReadError();
+    EXPECT_EQ(info->ReadInfo(file.data(), static_cast<uint32_t>(file.size())), 1) << info->GetLastError().GetText();
     return info;
 }
 
