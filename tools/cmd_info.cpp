@@ -342,8 +342,7 @@ int RunInfo(int argc, char** argv)
     for (const char* path : files) {
         DICOMINFO info;
         if (!info.ReadFileInfo(Utf8ToUtf16(path))) {
-            std::fprintf(stderr, "zeldicom info: %s: %s
-", path, info.GetLastError().GetText().c_str());
+            std::fprintf(stderr, "zeldicom info: %s: %s\n", path, info.GetLastError().GetText().c_str());
             status = 1;
             continue;
         }
