@@ -338,9 +338,35 @@ struct SingleByteTable {
     std::array<char16_t, 256> chars;  // U+FFFD where the code page defines no character
 };
 
+// Windows-1252 bytes 0x80 to 0x9F; the rest of the page is Latin-1.
+constexpr char16_t kWindows1252High[32] = {
+    u'\x20AC', u'\xFFFD', u'\x201A', u'\x0192', u'\x201E', u'\x2026', u'\x2020', u'\x2021',
+    u'\x02C6', u'\x2030', u'\x0160', u'\x2039', u'\x0152', u'\xFFFD', u'\x017D', u'\xFFFD',
+    u'\xFFFD', u'\x2018', u'\x2019', u'\x201C', u'\x201D', u'\x2022', u'\x2013', u'\x2014',
+    u'\x02DC', u'\x2122', u'\x0161', u'\x203A', u'\x0153', u'\xFFFD', u'\x017E', u'\x0178',
+};
+
+// ASCII, Latin-1 (ISO_IR 100, the default character set) and Windows-1252
+// (the default ANSI code page) are filled without iconv: loading its
+// conversion modules costs a process more than reading a whole image header.
+bool BuildTableWithoutIconv(int codePage, SingleByteTable& table)
+{
+    if (codePage != 20127 && codePage != 28591 && codePage != 1252)
+        return false;
+    table.codePage = codePage;
+    for (int b = 0; b < 256; ++b)
+        table.chars[b] = codePage == 20127 && b >= 0x80 ? u'\xFFFD' : static_cast<char16_t>(b);
+    if (codePage == 1252)
+        for (int b = 0; b < 32; ++b)
+            table.chars[0x80 + b] = kWindows1252High[b];
+    return true;
+}
+
 // The 256 characters of a single-byte code page, asked of iconv once.
 bool BuildTable(const CodePageRow& row, SingleByteTable& table)
 {
+    if (BuildTableWithoutIconv(row.codePage, table))
+        return true;
     iconv_t cd = iconv_open("UTF-16LE", row.iconvName);
     if (cd == reinterpret_cast<iconv_t>(-1))
         return false;
