@@ -21,6 +21,7 @@
 #include "network/usersocket.h"
 #include "platform/apppath.h"
 #include "platform/text.h"
+#include "tools/association_options.h"
 #include "tools/commands.h"
 #include "trace/vocabulary.h"
 
@@ -51,12 +52,6 @@ int Usage(FILE* out, int status)
     return status;
 }
 
-bool ParseNumber(const std::string& text, double low, double high, double& out)
-{
-    char* end = nullptr;
-    out = std::strtod(text.c_str(), &end);
-    return !text.empty() && end && *end == '\0' && out >= low && out <= high;
-}
 
 bool IsLongVR(const unsigned char* vr)
 {
@@ -174,55 +169,15 @@ std::vector<std::string> CollectPaths(const std::vector<std::string>& operands, 
 
 int RunStore(int argc, char** argv)
 {
-    std::string calling = "ZELDICOM", called = "ANY-SCP", traceDir;
-    double timeout = 30;
-    std::vector<std::string> operands;
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        auto value = [&](std::string& out) {
-            if (i + 1 >= argc)
-                return false;
-            out = argv[++i];
-            return true;
-        };
-        std::string text;
-        if (arg == "--help" || arg == "-h")
-            return Usage(stdout, 0);
-        if (arg == "--aet" || arg == "-aet") {
-            if (!value(calling))
-                return Usage(stderr, 2);
-        } else if (arg == "--aec" || arg == "-aec") {
-            if (!value(called))
-                return Usage(stderr, 2);
-        } else if (arg == "--timeout" || arg == "-to") {
-            if (!value(text) || !ParseNumber(text, 0.001, 86400, timeout)) {
-                std::fprintf(stderr, "zeldicom store: --timeout needs a number of seconds\n");
-                return 2;
-            }
-        } else if (arg == "--trace") {
-            if (!value(traceDir))
-                return Usage(stderr, 2);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::fprintf(stderr, "zeldicom store: unknown option '%s'\n", arg.c_str());
-            return 2;
-        } else {
-            operands.push_back(arg);
-        }
-    }
-    double port = 0;
-    if (operands.size() < 3 || !ParseNumber(operands[1], 1, 65535, port))
-        return Usage(stderr, 2);
-    for (const std::string* title : {&calling, &called})
-        if (title->empty() || title->size() > 16) {
-            std::fprintf(stderr, "zeldicom store: an AE title has 1 to 16 characters: '%s'\n", title->c_str());
-            return 2;
-        }
-    if (!traceDir.empty()) {
-        CAppPath::GetAppPathInstance().SetPath(u"temp", Utf8ToUtf16(traceDir));
-        CDicomSocket::SetTrace(2);
-    }
-    if (DICOMINFO::GetDicomRoot().empty())
-        DICOMINFO::SetDicomRoot(kToolImplementationClass);
+    AssociationOptions options;
+    int status = ReadAssociationOptions("store", argc, argv, 3, static_cast<size_t>(-1), Usage, options);
+    if (status >= 0)
+        return status;
+    const std::string& calling = options.calling;
+    const std::string& called = options.called;
+    const std::vector<std::string>& operands = options.operands;
+    const unsigned port = options.port;
+    const double timeout = options.timeout;
 
     int failed = 0;
     std::vector<std::string> missing;
@@ -248,7 +203,7 @@ int RunStore(int argc, char** argv)
 
     CUserSocket socket;
     socket.SetTimeout(static_cast<int>(timeout * 1000));
-    socket.SetConnectionData(operands[0], static_cast<unsigned>(port), called, calling);
+    socket.SetConnectionData(operands[0], port, called, calling);
     std::map<std::pair<std::string, std::string>, bool> proposed;
     for (const StoreFile& file : files) {
         auto key = std::make_pair(file.sopClass, file.transferSyntax);
