@@ -83,15 +83,19 @@ SequenceWalk WalkSequence(const unsigned char* data, size_t size, DICOM_TAG_PROC
                 return result;
             }
             const unsigned char* content = data + offset + 8;
+            // The elements of a defined-length item lie inside it: a value
+            // that does not end there is not searched for beyond it. Unbounded,
+            // each of many small items would rescan the rest of the buffer,
+            // and nested items would multiply those scans level by level.
+            size_t bound = undefined ? available : itemLength;
             size_t inner = 0;
             bool closed = false;
             while (undefined || inner + 8 <= itemLength) {
-                if (available < 8 || inner > available - 8)
+                if (bound < 8 || inner > bound - 8)
                     break;
                 RawHeader element = HeaderAt(content, inner);
                 size_t elementLength = 0;
-                if (!ValueLength(content + inner + 8, available - inner - 8, element.length, depth + 1,
-                                 elementLength))
+                if (!ValueLength(content + inner + 8, bound - inner - 8, element.length, depth + 1, elementLength))
                     break;
                 if (callback)
                     callback(AsHeader(content + inner), context);
@@ -142,15 +146,21 @@ size_t BoundOf(int size)
 }
 
 // The display tree of LoadDicomData. untilDelimiter: the run is the content
-// of an undefined-length sequence or item and ends after its delimiter.
-size_t LoadDisplayItems(const unsigned char* data, size_t size, bool untilDelimiter, CXmlItem* parent, int depth)
+// of an undefined-length sequence or item and ends after its delimiter;
+// closed tells whether it did. A run that did not close leaves nothing after
+// it to trust, so the enclosing runs stop there too instead of walking the
+// same bytes again at every level.
+size_t LoadDisplayItems(const unsigned char* data, size_t size, bool untilDelimiter, CXmlItem* parent, int depth,
+                        bool& closed)
 {
     size_t consumed = 0;
+    closed = !untilDelimiter;
     while (size >= 8 && consumed <= size - 8) {
         RawHeader h = HeaderAt(data, consumed);
         if (untilDelimiter && h.group == kItemGroup &&
             (h.element == kItemDelimiter || h.element == kSequenceDelimiter)) {
             consumed += 8;
+            closed = true;
             break;
         }
         const unsigned char* value = data + consumed + 8;
@@ -175,9 +185,16 @@ size_t LoadDisplayItems(const unsigned char* data, size_t size, bool untilDelimi
                 delete item;
                 break;
             }
-            length = LoadDisplayItems(value, undefined ? available : h.length, undefined, item, depth + 1);
+            bool childClosed = true;
+            length = LoadDisplayItems(value, undefined ? available : h.length, undefined, item, depth + 1,
+                                      childClosed);
             if (!undefined)
                 length = h.length;
+            if (!childClosed) {
+                parent->AddItem(item);
+                closed = false;
+                return consumed + length + 8;
+            }
         } else {
             if (!ValueLength(value, available, h.length, depth, length)) {
                 delete item;
@@ -270,9 +287,10 @@ uint32_t DICOMINFO::LoadDicomData(const unsigned char* data, int size, CXmlItem*
         return 0;
     // Size -1: the content of an undefined-length value, which runs to its
     // delimiter.
+    bool closed = true;
     if (size == -1)
-        return static_cast<uint32_t>(LoadDisplayItems(data, BoundOf(size), true, parent, 0));
+        return static_cast<uint32_t>(LoadDisplayItems(data, BoundOf(size), true, parent, 0, closed));
     if (size < 8)
         return 0;
-    return static_cast<uint32_t>(LoadDisplayItems(data, static_cast<size_t>(size), false, parent, 0));
+    return static_cast<uint32_t>(LoadDisplayItems(data, static_cast<size_t>(size), false, parent, 0, closed));
 }

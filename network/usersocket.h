@@ -42,6 +42,9 @@ public:
     // A context with the abstract syntax and count transfer syntaxes (const
     // char*), given the ID 1, 3, 5, ... by its position.
     void AddPresentationContext(const char* abstractSyntax, int count, ...);
+    // Connects to the host and port of SetConnectionData; the socket's own
+    // Connect(host, port) stays callable.
+    using CZelSocket::Connect;
     int Connect();
     int SendAssociateReq(bool storageCommitmentRole);
     int ReceiveAssociateRsp();
