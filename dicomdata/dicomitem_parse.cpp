@@ -11,6 +11,7 @@
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/deflate.h"
 #include "dicomdata/dictionary.h"
+#include "dicomdata/elementheader.h"
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
@@ -41,11 +42,6 @@ uint32_t Failed(const unsigned char* at, uint16_t group, uint16_t element)
 }
 // Deeper nesting than this is taken as hostile input rather than a data set.
 constexpr int kMaxDepth = 128;
-
-bool IsDelimiter(int group, int element)
-{
-    return (group == 0xFFFE && (element == 0xE00D || element == 0xE0DD)) || (group == 0xFFFC && element == 0xFFFC);
-}
 
 // The "Size" attribute's text: the length as a signed decimal (-1 for undefined).
 std::u16string SizeText(uint32_t length)
@@ -79,9 +75,35 @@ void RelabelCharacterSet(CXmlItem& node, const std::string& characterSet)
     }
 }
 
-std::u16string TwoLetters(const unsigned char* p)
+std::u16string Widen(std::string_view letters)
 {
-    return std::u16string{static_cast<char16_t>(p[0]), static_cast<char16_t>(p[1])};
+    std::u16string wide;
+    for (char c : letters)
+        wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+    return wide;
+}
+
+// Writer fault: UN written for standard elements. Their value is in implicit
+// VR little endian (PS3.5 6.2.2), so the registry's VR reads it.
+std::string_view RepairStandardUN(const ElementHeader& header, std::string_view vr, const CDicomItem* dataSet)
+{
+    if (vr != "UN" || (header.group & 1) != 0)
+        return vr;
+    const char* known = zeldicom::ElementVR(header.group, header.element, dataSet, false);
+    return *known && std::strcmp(known, "UN") != 0 ? std::string_view(known) : vr;
+}
+
+// Writer fault: writers that drop elements from a directory record without
+// fixing the item length leave the last item of a defined-length sequence
+// claiming more than the sequence holds. The sequence length is the outer
+// bound: the item is read up to the end of the sequence.
+bool ClampItemToSequence(const ElementHeader& header, const CDicomItem& parent, bool bounded, uint32_t& length,
+                         int64_t available)
+{
+    if (!header.isItem() || !bounded || parent.GetDataSize() < 0 || parent.GetVR() != "SQ")
+        return false;
+    length = static_cast<uint32_t>(available);
+    return true;
 }
 }
 
@@ -94,39 +116,16 @@ int CDicomItem::GetLengthFormatByVR(uint16_t vr)
 bool CDicomItem::GetTagInfo(const TAG_HEADER_EX* header, bool explicitVR, std::u16string& vr, int& headerSize,
                             uint32_t& length, size_t available) const
 {
-    if (available < 8)
+    ByteCursor cursor(reinterpret_cast<const unsigned char*>(header), available);
+    ElementHeader read;
+    if (!ReadElementHeader(cursor, explicitVR, read))
         return false;
-    const auto* p = reinterpret_cast<const unsigned char*>(header);
-    uint16_t group = ByteCursor::loadUint16LE(p);
-    uint16_t element = ByteCursor::loadUint16LE(p + 2);
-    if (group == 0xFFFE) {
-        vr.clear();
-        length = ByteCursor::loadUint32LE(p + 4);
-        headerSize = 8;
-        return true;
-    }
-    if (explicitVR) {
-        vr = TwoLetters(p + 4);
-        if (zeldicom::IsLongFormVR(p[4], p[5])) {
-            if (available < 12)
-                return false;
-            uint32_t longLength = ByteCursor::loadUint32LE(p + 8);
-            // A known writer fault: (4321,1020) written as OB with a short length.
-            if (!(group == 0x4321 && element == 0x1020 && longLength == 0x00007FE0)) {
-                length = longLength;
-                headerSize = 12;
-                return true;
-            }
-        }
-        length = ByteCursor::loadUint16LE(p + 6);
-        headerSize = 8;
-        return true;
-    }
-    length = ByteCursor::loadUint32LE(p + 4);
-    headerSize = 8;
-    // The registry's VR, ambiguous ones resolved from this data set (pixel
-    // data, for one, is OW in implicit VR: PS3.5 A.1).
-    vr = AsciiToWide(zeldicom::ElementVR(group, element, this, true));
+    length = read.length;
+    headerSize = read.headerSize;
+    // Implicit VR: the registry's VR, ambiguous ones resolved from this data
+    // set (pixel data, for one, is OW in implicit VR: PS3.5 A.1).
+    vr = read.hasVR() || read.group == 0xFFFE ? Widen(read.vrText())
+                                               : AsciiToWide(zeldicom::ElementVR(read.group, read.element, this, true));
     return true;
 }
 
@@ -145,56 +144,43 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
 {
     if (depth > kMaxDepth)
         return Failed(bytes, 0, 0);
-    int64_t remaining = count;
-    int64_t total = 0;
-    const unsigned char* p = bytes;
+    // Unbounded runs (count INT64_MAX) end at their delimiter.
+    ByteCursor cursor(bytes, static_cast<size_t>(count));
+    size_t total = 0;
     CDicomItem* groupItem = nullptr;
     int currentGroup = -1;
-    for (;;) {
-        if (remaining <= 0)
-            break;
-        if (remaining < 8) {
-            uint16_t partial[2] = {0, 0};
-            if (remaining >= 4)
-                partial[0] = ByteCursor::loadUint16LE(p), partial[1] = ByteCursor::loadUint16LE(p + 2);
-            return Failed(p, partial[0], partial[1]);
+    ElementHeader header;
+    while (cursor.remaining() > 0) {
+        const unsigned char* start = cursor.here();
+        if (!ReadElementHeader(cursor, explicitVR, header)) {
+            uint16_t group = 0, element = 0;
+            if (!cursor.peekUint16LE(0, group) || !cursor.peekUint16LE(2, element))
+                group = element = 0;
+            if (cursor.has(8) && groupFilter >= 0 && group != groupFilter)
+                break;
+            return Failed(start, group, element);
         }
-        uint16_t group = ByteCursor::loadUint16LE(p);
-        uint16_t element = ByteCursor::loadUint16LE(p + 2);
+        const uint16_t group = header.group, element = header.element;
         if (groupFilter >= 0 && group != groupFilter)
             break;
-        std::u16string vr;
-        int headerSize = 8;
-        uint32_t length = 0;
-        if (!GetTagInfo(reinterpret_cast<const TAG_HEADER_EX*>(p), explicitVR, vr, headerSize, length,
-                        static_cast<size_t>(remaining < 12 ? remaining : 12)))
-            return Failed(p, group, element);
-        bool undefined = length == kUndefinedLength;
-        bool streamUN = explicitVR && vr == u"UN";
-        if (streamUN && (group & 1) == 0) {
-            // Writers that put UN for standard elements: the value is in
-            // implicit VR little endian (PS3.5 6.2.2), so the registry's VR
-            // reads it.
-            const char* known = zeldicom::ElementVR(group, element, this, false);
-            if (*known && std::strcmp(known, "UN") != 0)
-                vr = AsciiToWide(known);
-        }
-        if (undefined && group != 0xFFFE && (vr.empty() || vr == u"UN")) {
-            // PS3.5 6.2.2: an unknown or UN element of undefined length is a
-            // sequence whose items are encoded in implicit VR little endian.
-            vr = u"SQ";
-        }
-        int64_t afterHeader = remaining - headerSize;
+        // Implicit VR: the registry's VR, ambiguous ones resolved from this
+        // data set (pixel data, for one, is OW in implicit VR: PS3.5 A.1).
+        std::string_view vr = header.hasVR() || group == 0xFFFE
+                                  ? header.vrText()
+                                  : std::string_view(zeldicom::ElementVR(group, element, this, true));
+        bool undefined = header.undefinedLength();
+        bool streamUN = header.isVR("UN");
+        vr = RepairStandardUN(header, vr, this);
+        // PS3.5 6.2.2: an unknown or UN element of undefined length is a
+        // sequence whose items are encoded in implicit VR little endian.
+        if (undefined && group != 0xFFFE && (vr.empty() || vr == "UN"))
+            vr = "SQ";
+        uint32_t length = header.length;
+        const int64_t afterHeader = static_cast<int64_t>(cursor.remaining());
         bool fits = undefined || static_cast<int64_t>(length) <= afterHeader;
-        bool isItem = group == 0xFFFE && element == 0xE000;
-        if (!fits && isItem && bounded && m_nDataSize >= 0 && GetVR() == "SQ") {
-            // Writers that drop elements from a directory record without fixing
-            // the item length leave the last item of a defined-length sequence
-            // claiming more than the sequence holds. The sequence length is the
-            // outer bound: the item is read up to the end of the sequence.
-            length = static_cast<uint32_t>(afterHeader);
-            fits = true;
-        }
+        bool isItem = header.isItem();
+        if (!fits)
+            fits = ClampItemToSequence(header, *this, bounded, length, afterHeader);
 
         if (group != currentGroup || !groupItem) {
             std::u16string name = GroupName(group);
@@ -210,7 +196,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         item->m_children.reserve(isItem ? 3 : 2);  // "VR", "Size" (and "ParentVR")
         item->m_sCharacterSet = m_sCharacterSet;
         groupItem->AddItem(item);
-        const unsigned char* value = p + headerSize;
+        const unsigned char* value = cursor.here();
         if (undefined) {
             item->m_pData = value;
             item->m_nDataSize = -1;
@@ -219,18 +205,18 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             item->m_nDataSize = static_cast<int>(length);
         }
         if (!vr.empty())
-            item->AddItem(new CDicomItem(u"VR", vr));
+            item->AddItem(new CDicomItem(u"VR", Widen(vr)));
         if (length != 0)
             item->AddItem(new CDicomItem(u"Size", SizeText(length)));
-        if (!fits && (vr == u"SQ" || (isItem && GetVR() == "SQ"))) {
+        if (!fits && (vr == "SQ" || (isItem && GetVR() == "SQ"))) {
             // A cut-short sequence or item: what it holds up to the end is
             // read for display, and the innermost element that is cut names
             // where reading stopped.
             item->ParseRun(value, afterHeader, true, explicitVR, -1, depth + 1);
-            return Failed(p, group, element);
+            return Failed(start, group, element);
         }
         if (!fits || (!undefined && length > INT32_MAX))
-            return Failed(p, group, element);
+            return Failed(start, group, element);
 
         // Which content is parsed further, and how.
         bool nested = false;
@@ -242,16 +228,16 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             nested = parentVR == "SQ";
         } else if (group == 0x7FE0 && element == 0x0010 && undefined) {
             nested = true;
-        } else if (vr == u"SQ") {
+        } else if (vr == "SQ") {
             nested = true;
             // An explicit UN sequence holds implicit VR items.
-            if (streamUN && headerSize == 12)
+            if (streamUN && header.headerSize == 12)
                 nestedExplicit = false;
         } else if (undefined && group != 0xFFFE) {
-            return Failed(p, group, element);  // undefined length on a VR that cannot hold items
+            return Failed(start, group, element);  // undefined length on a VR that cannot hold items
         }
 
-        int64_t advance = headerSize + (undefined ? 0 : static_cast<int64_t>(length));
+        size_t valueBytes = undefined ? 0 : length;
         if (nested) {
             if (undefined) {
                 bool delimited = false;
@@ -259,24 +245,18 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
                                                    -1, depth + 1, &delimited);
                 // A run of undefined length that ends before its delimiter is truncated.
                 if (consumed == kFailed || !delimited)
-                    return Failed(p, group, element);
+                    return Failed(start, group, element);
                 item->m_nParsedLength = consumed;
-                advance = headerSize + static_cast<int64_t>(consumed);
+                valueBytes = consumed;
             } else if (length > 0) {
                 if (item->ParseRun(value, length, true, nestedExplicit, -1, depth + 1) == kFailed)
-                    return Failed(p, group, element);
+                    return Failed(start, group, element);
             }
         }
-        if (bounded) {
-            remaining -= advance;
-            if (remaining < 0)
-                return Failed(p, group, element);
-        }
-        total += advance;
-        if (total > UINT32_MAX - 1)
-            return Failed(p, group, element);
-        p += advance;
-        if (IsDelimiter(group, element)) {
+        if (!cursor.skip(valueBytes) || cursor.position() > UINT32_MAX - 1)
+            return Failed(start, group, element);
+        total = cursor.position();
+        if (header.isDelimiter()) {
             if (endedAtDelimiter)
                 *endedAtDelimiter = true;
             break;
