@@ -1,6 +1,5 @@
 #pragma once
-// Shared pieces of `zeldicom dump`: one buffered output stream, the walk over
-// the element nodes of a loaded tree, and the readers that turn an element's
+// Shared pieces of `zeldicom dump`: one buffered output stream and the readers that turn an element's
 // value bytes into numbers, tags and previews without touching more bytes
 // than they show.
 #include <cstddef>
@@ -9,9 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "dicomdata/elementvisitor.h"
 #include "dicomdata/vrtable.h"
-
-class CDicomItem;
 
 // Collects output and hands it to the file in large blocks: no flush per line.
 class DumpOutput {
@@ -46,16 +44,9 @@ private:
 };
 
 // One element node met during a walk of a data set node.
-struct DumpElement {
-    int group;
-    int element;
-    const CDicomItem* node;
-};
-
-// The element nodes of a data set node in tree order (groups, then their
-// elements); attribute children are skipped. Returns false from visit stops.
-template <typename Visit>
-void ForEachElement(const CDicomItem& dataSet, Visit visit);
+using DumpElement = zeldicom::ElementVisit;
+using zeldicom::ForEachElement;
+using zeldicom::ForEachItem;
 
 // The children of an element's own gFFFE group: its items and delimiters.
 const CDicomItem* ItemGroupOf(const CDicomItem& element);
@@ -76,24 +67,3 @@ std::string FormatAttributeTag(const unsigned char* bytes, size_t index);
 std::string HexPreview(const unsigned char* bytes, size_t size, size_t maxBytes);
 // RFC 4648 base64 of the bytes, appended to out.
 void AppendBase64(DumpOutput& out, const unsigned char* bytes, size_t size);
-
-// --- template definition
-
-#include "dicomdata/dicomitem.h"
-
-template <typename Visit>
-void ForEachElement(const CDicomItem& dataSet, Visit visit)
-{
-    for (const CXmlItem* groupChild : dataSet.m_children) {
-        int group = CDicomItem::ParseGroupName(groupChild->m_sName);
-        if (group < 0)
-            continue;
-        for (const CXmlItem* elementChild : groupChild->m_children) {
-            int element = CDicomItem::ParseElementName(elementChild->m_sName);
-            if (element < 0)
-                continue;
-            if (!visit(DumpElement{group, element, static_cast<const CDicomItem*>(elementChild)}))
-                return;
-        }
-    }
-}

@@ -156,7 +156,7 @@ private:
         AppendJsonString(m_out, vr);
         const CDicomItem* items = ItemGroupOf(node);
         if (vr == "SQ")
-            Items(items, level);
+            Items(node, level);
         else if (items && node.GetDataSize() == -1)
             Encapsulated(node);
         else if (node.GetData() && node.GetDataSize() > 0)
@@ -164,20 +164,20 @@ private:
         m_out.Append('}');
     }
 
-    void Items(const CDicomItem* itemGroup, int level)
+    void Items(const CDicomItem& element, int level)
     {
-        if (!itemGroup || itemGroup->GetChildItemCount(u"eE000") == 0)
-            return;
-        m_out.Append(", \"Value\": [");
         bool first = true;
-        for (const CXmlItem* child : itemGroup->m_children) {
-            if (child->m_sName != u"eE000")
-                continue;
-            m_out.Append(first ? "\n" : ",\n");
+        ForEachItem(element, [&](const DumpElement& e, int number) {
+            if (number == 0)
+                return true;  // delimiters
+            m_out.Append(first ? ", \"Value\": [\n" : ",\n");
             first = false;
             m_out.Indent(level + 1);
-            DataSet(*static_cast<const CDicomItem*>(child), level + 1);
-        }
+            DataSet(*e.node, level + 1);
+            return true;
+        });
+        if (first)
+            return;
         m_out.Append('\n');
         m_out.Indent(level);
         m_out.Append(']');

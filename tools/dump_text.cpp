@@ -309,20 +309,15 @@ private:
     {
         std::string vr = e.node->GetVR();
         Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element), ValueMultiplicity(*e.node, vr));
-        if (const CDicomItem* items = ItemGroupOf(*e.node))
-            Items(*items, level + 1);
+        Items(*e.node, level + 1);
     }
 
-    void Items(const CDicomItem& itemGroup, int level)
+    void Items(const CDicomItem& element, int level)
     {
-        int number = 0;
-        for (const CXmlItem* child : itemGroup.m_children) {
-            int element = CDicomItem::ParseElementName(child->m_sName);
-            if (element < 0)
-                continue;
-            DumpElement e{0xFFFE, element, static_cast<const CDicomItem*>(child)};
-            ItemEntry(e, level, element == 0xE000 ? ++number : 0);
-        }
+        ForEachItem(element, [&](const DumpElement& e, int number) {
+            ItemEntry(e, level, number);
+            return true;
+        });
     }
 
     // An item, an item or sequence delimiter, or an encapsulated fragment.
