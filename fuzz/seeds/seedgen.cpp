@@ -17,28 +17,17 @@
 #include "dicomdata/vrtable.h"
 #include "platform/text.h"
 #include "targets.h"
+#include "support/dicomwriter.h"
 #include "tests/network/pdu_fixtures.h"
 
 using namespace zeldicom;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-constexpr uint32_t kUndefined = 0xFFFFFFFFu;
+// Elements are written by the tests' DICOM byte writer.
+using namespace testsupport;
 // Larger samples slow every execution down without adding new shapes.
 constexpr long kMaxSampleSize = 64 * 1024;
-
-void Put16(Bytes& out, uint32_t value)
-{
-    out.push_back(static_cast<unsigned char>(value));
-    out.push_back(static_cast<unsigned char>(value >> 8));
-}
-
-void Put32(Bytes& out, uint32_t value)
-{
-    Put16(out, value & 0xFFFF);
-    Put16(out, value >> 16);
-}
 
 void Append(Bytes& out, const Bytes& more)
 {
@@ -61,60 +50,19 @@ Bytes Uid(const std::string& uid)
     return out;
 }
 
-Bytes Us(uint16_t value)
-{
-    Bytes out;
-    Put16(out, value);
-    return out;
-}
-
-bool IsLongForm(const std::string& vr)
-{
-    return zeldicom::IsLongFormVR(vr);
-}
-
-// One element; implicit VR ignores the VR letters. Items and delimiters
-// (group FFFE) always take the 8-byte form.
-Bytes Element(bool explicitVR, uint16_t group, uint16_t element, const std::string& vr, const Bytes& value,
-              uint32_t length)
-{
-    Bytes out;
-    Put16(out, group);
-    Put16(out, element);
-    if (explicitVR && group != 0xFFFE) {
-        out.push_back(static_cast<unsigned char>(vr[0]));
-        out.push_back(static_cast<unsigned char>(vr[1]));
-        if (IsLongForm(vr)) {
-            Put16(out, 0);
-            Put32(out, length);
-        } else {
-            Put16(out, length);
-        }
-    } else {
-        Put32(out, length);
-    }
-    Append(out, value);
-    return out;
-}
-
-Bytes Element(bool explicitVR, uint16_t group, uint16_t element, const std::string& vr, const Bytes& value)
-{
-    return Element(explicitVR, group, element, vr, value, static_cast<uint32_t>(value.size()));
-}
-
 Bytes Item(const Bytes& content, bool undefinedLength)
 {
-    Bytes out = Element(false, 0xFFFE, 0xE000, "", content, undefinedLength ? kUndefined : content.size());
+    Bytes out = elemAs(false, 0xFFFE, 0xE000, "", content, undefinedLength ? kUndefined : content.size());
     if (undefinedLength)
-        Append(out, Element(false, 0xFFFE, 0xE00D, "", {}));
+        Append(out, elemAs(false, 0xFFFE, 0xE00D, "", {}));
     return out;
 }
 
 Bytes Sequence(bool explicitVR, uint16_t group, uint16_t element, const Bytes& items, bool undefinedLength)
 {
-    Bytes out = Element(explicitVR, group, element, "SQ", items, undefinedLength ? kUndefined : items.size());
+    Bytes out = elemAs(explicitVR, group, element, "SQ", items, undefinedLength ? kUndefined : items.size());
     if (undefinedLength)
-        Append(out, Element(false, 0xFFFE, 0xE0DD, "", {}));
+        Append(out, elemAs(false, 0xFFFE, 0xE0DD, "", {}));
     return out;
 }
 
@@ -128,48 +76,48 @@ Bytes EncapsulatedPixelData(bool explicitVR)
     uint32_t secondFrame = static_cast<uint32_t>(fragments.size());
     Append(fragments, Item({0xFF, 0xD8, 0x05, 0x06, 0x07, 0x08, 0xFF, 0xD9}, false));
     Bytes table;
-    Put32(table, 0);
-    Put32(table, secondFrame);
+    put32(table, 0);
+    put32(table, secondFrame);
     Bytes value = Item(table, false);
     Append(value, fragments);
-    Append(value, Element(false, 0xFFFE, 0xE0DD, "", {}));
-    return Element(explicitVR, 0x7FE0, 0x0010, "OB", value, kUndefined);
+    Append(value, elemAs(false, 0xFFFE, 0xE0DD, "", {}));
+    return elemAs(explicitVR, 0x7FE0, 0x0010, "OB", value, kUndefined);
 }
 
 // A small image data set with nested sequences of both length forms.
 Bytes DataSet(bool explicitVR, bool encapsulated)
 {
     Bytes out;
-    Append(out, Element(explicitVR, 0x0008, 0x0005, "CS", Text("ISO_IR 100")));
-    Append(out, Element(explicitVR, 0x0008, 0x0016, "UI", Uid("1.2.840.10008.5.1.4.1.1.7")));
-    Append(out, Element(explicitVR, 0x0008, 0x0018, "UI", Uid("1.2.3.4.5.6.7.8.9")));
-    Bytes referenced = Element(explicitVR, 0x0008, 0x1150, "UI", Uid("1.2.840.10008.5.1.4.1.1.7"));
-    Append(referenced, Element(explicitVR, 0x0008, 0x1155, "UI", Uid("1.2.3.4.5.6.7.8.10")));
+    Append(out, elemAs(explicitVR, 0x0008, 0x0005, "CS", Text("ISO_IR 100")));
+    Append(out, elemAs(explicitVR, 0x0008, 0x0016, "UI", Uid("1.2.840.10008.5.1.4.1.1.7")));
+    Append(out, elemAs(explicitVR, 0x0008, 0x0018, "UI", Uid("1.2.3.4.5.6.7.8.9")));
+    Bytes referenced = elemAs(explicitVR, 0x0008, 0x1150, "UI", Uid("1.2.840.10008.5.1.4.1.1.7"));
+    Append(referenced, elemAs(explicitVR, 0x0008, 0x1155, "UI", Uid("1.2.3.4.5.6.7.8.10")));
     Append(out, Sequence(explicitVR, 0x0008, 0x1140, Item(referenced, false), false));
-    Append(out, Element(explicitVR, 0x0010, 0x0010, "PN", Text("Doe^John")));
-    Append(out, Element(explicitVR, 0x0010, 0x0020, "LO", Text("ID42")));
+    Append(out, elemAs(explicitVR, 0x0010, 0x0010, "PN", Text("Doe^John")));
+    Append(out, elemAs(explicitVR, 0x0010, 0x0020, "LO", Text("ID42")));
     // A sequence of undefined length holding an undefined-length item that
     // itself holds a defined-length sequence.
-    Bytes code = Element(explicitVR, 0x0008, 0x0100, "SH", Text("T-D1100"));
-    Append(code, Element(explicitVR, 0x0008, 0x0102, "SH", Text("SRT")));
+    Bytes code = elemAs(explicitVR, 0x0008, 0x0100, "SH", Text("T-D1100"));
+    Append(code, elemAs(explicitVR, 0x0008, 0x0102, "SH", Text("SRT")));
     Bytes region = Sequence(explicitVR, 0x0008, 0x2228, Item(code, false), false);
     Append(out, Sequence(explicitVR, 0x0008, 0x2218, Item(region, true), true));
-    Append(out, Element(explicitVR, 0x0009, 0x0010, "LO", Text("PRIVATE CREATOR")));
-    Append(out, Element(explicitVR, 0x0009, 0x1001, "UN", {1, 2, 3, 4}));
-    Append(out, Element(explicitVR, 0x0028, 0x0002, "US", Us(1)));
-    Append(out, Element(explicitVR, 0x0028, 0x0004, "CS", Text("MONOCHROME2")));
-    Append(out, Element(explicitVR, 0x0028, 0x0008, "IS", Text("2")));
-    Append(out, Element(explicitVR, 0x0028, 0x0010, "US", Us(2)));
-    Append(out, Element(explicitVR, 0x0028, 0x0011, "US", Us(2)));
-    Append(out, Element(explicitVR, 0x0028, 0x0100, "US", Us(encapsulated ? 8 : 16)));
-    Append(out, Element(explicitVR, 0x0028, 0x0101, "US", Us(encapsulated ? 8 : 12)));
+    Append(out, elemAs(explicitVR, 0x0009, 0x0010, "LO", Text("PRIVATE CREATOR")));
+    Append(out, elemAs(explicitVR, 0x0009, 0x1001, "UN", {1, 2, 3, 4}));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0002, "US", us(1)));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0004, "CS", Text("MONOCHROME2")));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0008, "IS", Text("2")));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0010, "US", us(2)));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0011, "US", us(2)));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0100, "US", us(encapsulated ? 8 : 16)));
+    Append(out, elemAs(explicitVR, 0x0028, 0x0101, "US", us(encapsulated ? 8 : 12)));
     if (encapsulated) {
         Append(out, EncapsulatedPixelData(explicitVR));
     } else {
         Bytes pixels;
         for (uint16_t sample : {0, 100, 200, 4095})
-            Put16(pixels, sample);
-        Append(out, Element(explicitVR, 0x7FE0, 0x0010, "OW", pixels));
+            put16(pixels, sample);
+        Append(out, elemAs(explicitVR, 0x7FE0, 0x0010, "OW", pixels));
     }
     return out;
 }
@@ -178,17 +126,17 @@ Bytes DataSet(bool explicitVR, bool encapsulated)
 Bytes FileImage(const std::string& transferSyntax, const Bytes& dataSet)
 {
     Bytes meta;
-    Append(meta, Element(true, 0x0002, 0x0001, "OB", {0, 1}));
-    Append(meta, Element(true, 0x0002, 0x0002, "UI", Uid("1.2.840.10008.5.1.4.1.1.7")));
-    Append(meta, Element(true, 0x0002, 0x0003, "UI", Uid("1.2.3.4.5.6.7.8.9")));
-    Append(meta, Element(true, 0x0002, 0x0010, "UI", Uid(transferSyntax)));
-    Append(meta, Element(true, 0x0002, 0x0012, "UI", Uid("1.2.3.4")));
+    Append(meta, elemAs(true, 0x0002, 0x0001, "OB", {0, 1}));
+    Append(meta, elemAs(true, 0x0002, 0x0002, "UI", Uid("1.2.840.10008.5.1.4.1.1.7")));
+    Append(meta, elemAs(true, 0x0002, 0x0003, "UI", Uid("1.2.3.4.5.6.7.8.9")));
+    Append(meta, elemAs(true, 0x0002, 0x0010, "UI", Uid(transferSyntax)));
+    Append(meta, elemAs(true, 0x0002, 0x0012, "UI", Uid("1.2.3.4")));
     Bytes groupLength;
-    Put32(groupLength, static_cast<uint32_t>(meta.size()));
+    put32(groupLength, static_cast<uint32_t>(meta.size()));
     Bytes out(128, 0);
     for (char letter : std::string("DICM"))
         out.push_back(static_cast<unsigned char>(letter));
-    Append(out, Element(true, 0x0002, 0x0000, "UL", groupLength));
+    Append(out, elemAs(true, 0x0002, 0x0000, "UL", groupLength));
     Append(out, meta);
     Append(out, dataSet);
     return out;
@@ -355,14 +303,14 @@ int main(int argc, char** argv)
     // an explicit VR data set with one overlay plane.
     Bytes segments;
     for (uint16_t word : {0, 2, 0, 100, 1, 2, 300, 2, 1, 0, 0})
-        Put16(segments, word);
-    Bytes overlay = Element(true, 0x6000, 0x0010, "US", Us(4));
-    Append(overlay, Element(true, 0x6000, 0x0011, "US", Us(8)));
-    Append(overlay, Element(true, 0x6000, 0x0040, "CS", Text("G")));
-    Append(overlay, Element(true, 0x6000, 0x0050, "SS", {1, 0, 1, 0}));
-    Append(overlay, Element(true, 0x6000, 0x0100, "US", Us(1)));
-    Append(overlay, Element(true, 0x6000, 0x0102, "US", Us(0)));
-    Append(overlay, Element(true, 0x6000, 0x3000, "OW", Bytes(4, 0x5A)));
+        put16(segments, word);
+    Bytes overlay = elemAs(true, 0x6000, 0x0010, "US", us(4));
+    Append(overlay, elemAs(true, 0x6000, 0x0011, "US", us(8)));
+    Append(overlay, elemAs(true, 0x6000, 0x0040, "CS", Text("G")));
+    Append(overlay, elemAs(true, 0x6000, 0x0050, "SS", {1, 0, 1, 0}));
+    Append(overlay, elemAs(true, 0x6000, 0x0100, "US", us(1)));
+    Append(overlay, elemAs(true, 0x6000, 0x0102, "US", us(0)));
+    Append(overlay, elemAs(true, 0x6000, 0x3000, "OW", Bytes(4, 0x5A)));
     ok = WriteSeed(folder, "fuzz_lutoverlay", "segmented", WithPrefix({0, 6, 0, 0, 0, 16, 0}, segments)) && ok;
     ok = WriteSeed(folder, "fuzz_lutoverlay", "overlay", WithPrefix({2, 6, 0, 0, 0, 16, 0}, overlay)) && ok;
     // Text in single-byte, ISO 2022 and multi-byte character sets.
@@ -380,7 +328,7 @@ int main(int argc, char** argv)
     // Upper layer PDUs and command sets, as peers send them.
     {
         using namespace pdufix;
-        Bytes threeContexts = associateAc(cat({contextAc(1, 0, "1.2.840.10008.1.2"), contextAc(3, 3, ""),
+        Bytes threeContexts = associateAc(pdufix::cat({contextAc(1, 0, "1.2.840.10008.1.2"), contextAc(3, 3, ""),
                                                contextAc(5, 0, "1.2.840.10008.1.2.1")}), 0);
         const std::pair<const char*, Bytes> pdus[] = {{"associate-ac", kAssociateAcOneContext},
                                                       {"associate-ac-three", threeContexts},

@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/profile.h"
 #include "platform/system.h"
 
 using namespace zeldicom;
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 // Records each writer call; fails every call after the first failFrom.

@@ -11,13 +11,13 @@
 
 #include "dicomdata/datawriter.h"
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/system.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 // An implicit VR image with a 1 MiB pixel value.

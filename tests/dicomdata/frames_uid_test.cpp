@@ -7,10 +7,10 @@
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/text.h"
 
-using namespace parsefix;
+using namespace testsupport;
 using namespace zeldicom;
 
 namespace {

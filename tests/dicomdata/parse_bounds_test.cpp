@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "dicomdata/dicomitem.h"
-#include "parse_fixtures.h"
+#include "support/dicomwriter.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;

@@ -10,12 +10,12 @@
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
-#include "parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 std::u16string Attr(const CXmlItem* node, const char16_t* name)

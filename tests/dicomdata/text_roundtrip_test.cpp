@@ -9,7 +9,7 @@
 #include <string>
 
 #include "dicomdata/dicomitem.h"
-#include "parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -92,16 +92,16 @@ TEST(TextRoundTrips, NamesSurviveTheTreeInEveryCharacterSetAndPydicomReadsThem)
     {
         std::ofstream out(input);
         for (const auto& [index, bytes] : stored)
-            out << index << '\t' << parsefix::ToHex(bytes) << '\t' << kCases[std::stoul(index)].characterSets << '\n';
+            out << index << '\t' << testsupport::ToHex(bytes) << '\t' << kCases[std::stoul(index)].characterSets << '\n';
     }
-    auto [status, output] = parsefix::RunShell(
+    auto [status, output] = testsupport::RunShell(
         "/usr/bin/python3 " ZELDICOM_SOURCE_DIR "/tests/dicomdata/text_pydicom_decode.py '" + input + "'", false);
     std::remove(input.c_str());
     std::map<std::string, std::u16string> decoded;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);)
         if (size_t tab = line.find('\t'); tab != std::string::npos)
-            decoded[line.substr(0, tab)] = Utf8ToUtf16(parsefix::FromHex(line.substr(tab + 1)));
+            decoded[line.substr(0, tab)] = Utf8ToUtf16(testsupport::FromHex(line.substr(tab + 1)));
     if (decoded.empty() && status != 0)
         FAIL() << "pydicom is not available (scripts/setup installs it)";
     for (const auto& [index, bytes] : stored) {

@@ -6,11 +6,11 @@
 #include <map>
 #include <memory>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "fuzz/network_targets.h"
 #include "fuzz/targets.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 using TargetFunction = int (*)(const uint8_t*, size_t);

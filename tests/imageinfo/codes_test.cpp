@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "imageinfo/codedictionary.h"
 #include "platform/xmlitem.h"
 #include "platform/text.h"
@@ -15,7 +15,7 @@ using namespace zeldicom;
 TEST(CodeDictionary, LoadsMeaningsPerSchemeAndVersion)
 {
     setenv("LANG", "fr_FR.UTF-8", 1);
-    std::string path = parsefix::ScratchPath("srcode.xml");
+    std::string path = testsupport::ScratchPath("srcode.xml");
     std::string xml = R"(<?xml version="1.0"?>
 <!-- the dictionary -->
 <Codes>
@@ -28,7 +28,7 @@ TEST(CodeDictionary, LoadsMeaningsPerSchemeAndVersion)
     <Code><Value>T-04000</Value><en><![CDATA[Breast <2>]]></en></Code>
   </Scheme>
 </Codes>)";
-    ASSERT_TRUE(parsefix::WriteFile(path, parsefix::text(xml)));
+    ASSERT_TRUE(testsupport::WriteFile(path, testsupport::text(xml)));
     CCodeDictionary dictionary;
     EXPECT_EQ(dictionary.GetCodeMeaning("DCM", "121071", ""), "");  // not loaded
     ASSERT_TRUE(dictionary.Load(Utf8ToUtf16(path)));
@@ -40,7 +40,7 @@ TEST(CodeDictionary, LoadsMeaningsPerSchemeAndVersion)
     EXPECT_EQ(CCodeDictionary::CreateKey("DCM", "1", ""), "DCM 1 ");
 
     // The same path again reads nothing; a broken file fails and stays in state 2.
-    ASSERT_TRUE(parsefix::WriteFile(path, parsefix::text("<Codes><Scheme></Codes>")));
+    ASSERT_TRUE(testsupport::WriteFile(path, testsupport::text("<Codes><Scheme></Codes>")));
     EXPECT_TRUE(dictionary.Load(Utf8ToUtf16(path)));
     EXPECT_EQ(dictionary.size(), 2u);
     CCodeDictionary broken;

@@ -6,11 +6,11 @@
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/orientation.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 

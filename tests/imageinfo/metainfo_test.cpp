@@ -5,14 +5,14 @@
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 const char16_t* const kSopClass = u"1.2.840.10008.5.1.4.1.1.7";

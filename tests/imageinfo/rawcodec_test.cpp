@@ -2,12 +2,12 @@
 // display trees, and walks over cut, damaged and over-deep buffers.
 #include <gtest/gtest.h>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/xmlitem.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 Bytes ui(const std::string& value)  // zero-padded to even length

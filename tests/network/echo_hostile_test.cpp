@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "network/scripted_peer.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "support/cli.h"
 
 using namespace pdufix;

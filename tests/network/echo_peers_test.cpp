@@ -9,7 +9,7 @@
 
 #include "network/peer_process.h"
 #include "network/scripted_peer.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "support/cli.h"
 
 namespace {
@@ -46,7 +46,7 @@ void ExpectAnalysedTrace(const std::string& traceDir)
 
 std::string TempFolder(const std::string& name)
 {
-    std::string folder = parsefix::ScratchPath(name);
+    std::string folder = testsupport::ScratchPath(name);
     std::filesystem::create_directories(folder + "/trace");
     return folder;
 }

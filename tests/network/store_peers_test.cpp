@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "network/peer_process.h"
 #include "support/cli.h"
 
@@ -18,7 +18,7 @@ namespace {
 // A storescp writing what it receives into folder/out, answering C-ECHO once it listens.
 struct Storescp {
     Storescp(const std::string& name, const std::vector<std::string>& options)
-        : folder(parsefix::ScratchPath(name)), port(FreePort()),
+        : folder(testsupport::ScratchPath(name)), port(FreePort()),
           peer(Arguments(options), (fs::create_directories(folder + "/out"), folder))
     {
         for (int attempt = 0; attempt < 200 && peer.Running(); ++attempt) {

@@ -4,10 +4,10 @@
 
 #include <string>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "support/cli.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 // The same data set in both encodings, written out by hand: the private

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "support/cli.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 const std::string kSample = std::string(ZELDICOM_SOURCE_DIR) + "/samples/ct_small.dcm";

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "imageinfo/dicominfo.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "support/cli.h"
 
-using namespace parsefix;
+using namespace testsupport;
 
 TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
 {
@@ -31,7 +31,7 @@ TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
                                  "\"pFrameOffsets\":[0,", "\"RedPaletteLut\":{\"nEntries\":4096"})
         EXPECT_NE(json.out.find(expected), std::string::npos) << expected;
     std::string script = ScratchPath("info.json");  // valid JSON as a JSON reader sees it
-    ASSERT_TRUE(WriteFile(script, parsefix::text(json.out)));
+    ASSERT_TRUE(WriteFile(script, testsupport::text(json.out)));
     EXPECT_EQ(RunShell("/usr/bin/python3 -m json.tool " + script + " >/dev/null").first, 0) << json.out;
     std::remove(script.c_str());
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "network/pdu_fixtures.h"
 #include "platform/apppath.h"
 #include "platform/text.h"
@@ -21,7 +21,7 @@ class TraceFile : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        folder = parsefix::ScratchPath("trace");
+        folder = testsupport::ScratchPath("trace");
         std::filesystem::remove_all(folder);
         std::filesystem::create_directories(folder);
         CAppPath::GetAppPathInstance().SetPath(u"temp", zeldicom::Utf8ToUtf16(folder));
@@ -136,10 +136,10 @@ TEST_F(TraceFile, AnalysesAssociationPdus)
 TEST_F(TraceFile, DumpsDataSetsElementByElement)
 {
     CDicomTraceSettings::SetTrace(2);
-    Bytes set = cat({parsefix::ielem(0x0008, 0x0005, parsefix::text("ISO_IR 100")),
-                     parsefix::ielem(0x0008, 0x1140, {}, 0xFFFFFFFF), parsefix::ielem(0xFFFE, 0xE000, {}, 0xFFFFFFFF),
-                     parsefix::ielem(0x0008, 0x1150, parsefix::text(std::string(200, '1'))),
-                     parsefix::ielem(0x0002, 0x0102, Bytes{0x80, 0x01, 0xFF})});
+    Bytes set = cat({testsupport::ielem(0x0008, 0x0005, testsupport::text("ISO_IR 100")),
+                     testsupport::ielem(0x0008, 0x1140, {}, 0xFFFFFFFF), testsupport::ielem(0xFFFE, 0xE000, {}, 0xFFFFFFFF),
+                     testsupport::ielem(0x0008, 0x1150, testsupport::text(std::string(200, '1'))),
+                     testsupport::ielem(0x0002, 0x0102, Bytes{0x80, 0x01, 0xFF})});
     DicomTraceAnalyzeBlock("S", set.data(), uint32_t(set.size()), 0);
     Bytes status = echoResponse(1, 0xA700);
     DicomTraceAnalyzeBlock("S", status.data(), uint32_t(status.size()), 0);
@@ -153,7 +153,7 @@ TEST_F(TraceFile, DumpsDataSetsElementByElement)
     size_t before = Lines().size();
     Bytes zeros(4096, 0);
     DicomTraceAnalyzeBlock("S", zeros.data(), uint32_t(zeros.size()), 0);
-    Bytes unknown = parsefix::ielem(0x0006, 0x0002, {1, 2});
+    Bytes unknown = testsupport::ielem(0x0006, 0x0002, {1, 2});
     DicomTraceAnalyzeBlock("S", unknown.data(), uint32_t(unknown.size()), 0);
     EXPECT_EQ(Lines().size(), before);
 

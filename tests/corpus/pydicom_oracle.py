@@ -1,15 +1,24 @@
-"""What the image record must hold for each image of pydicom's corpus, as
-pydicom reads it: "FILE path" then "key value" lines (value lists separated by
-blanks). Rules the record applies beyond the raw values (defaults, the CT and
-RGB window repairs, the mammography spacing rule) are applied here too.
+"""pydicom's reading of every file of the corpus sweep, in one process.
 
-usage: info_pydicom_oracle.py DATA_DIR SCRATCH_DIR
-Also writes into SCRATCH_DIR the DCMTK re-encodings (dcmconv +ti) of the
-native images and two objects built with pydicom that carry overlays, a
-modality LUT and 16-bit plain and segmented palettes, and describes them.
+usage: pydicom_oracle.py MANIFEST DATA_DIR SCRATCH_DIR
+MANIFEST lines (tab-separated), written by the sweep:
+  probe PATH            how pydicom classifies the file (meta information or not)
+  text PATH             every SH LO PN LT ST UT value as pydicom decodes it
+  json PATH             one object of the concatenated `zeldicom dump --json` output,
+                        in order (the output's path is the line "jsonout PATH")
+  pair SOURCE COPY [reencoded]   a `convert` round trip, compared through pydicom's JSON
+Every answer line is "PATH<TAB>kind<TAB>...". Besides, "info" lines describe
+the image record of every image of DATA_DIR (and of DCMTK's re-encodings and
+two objects built here with overlays, a modality LUT and 16-bit palettes, all
+written into SCRATCH_DIR) as pydicom reads them: defaults, the CT and RGB
+window repairs and the mammography spacing rule applied.
 """
-import glob, os, re, struct, subprocess, sys, warnings
+import glob, json, os, re, struct, subprocess, sys, warnings
 import pydicom
+from pydicom.multival import MultiValue
+from pydicom.filereader import read_preamble, _read_file_meta_info
+
+import json_compare
 from pydicom.encaps import get_frame_offsets, generate_pixel_data_fragment
 from pydicom.pixel_data_handlers.util import _expand_segmented_lut
 
@@ -72,18 +81,18 @@ def frame_offsets(ds, raw, frames, syntax):
 
 def describe_palette(path):
     ds = pydicom.dcmread(path)
-    out = ["FILE " + path]
+    out = []
     for name, colour in (("RedPaletteLut", "Red"), ("GreenPaletteLut", "Green"), ("BluePaletteLut", "Blue")):
         lut(out, name, ds, colour + "PaletteColorLookupTableDescriptor", colour + "PaletteColorLookupTableData",
             "Segmented" + colour + "PaletteColorLookupTableData")
-    print("\n".join(out))
+    emit(out)
 
 
 def describe(path):
     ds = pydicom.dcmread(path)
     syntax = str(ds.file_meta.get("TransferSyntaxUID", ""))
     raw = ds.get_item(0x7FE00010)
-    out = ["FILE " + path]
+    out = []
     photometric = text(ds, "PhotometricInterpretation").upper()
     index = PHOTOMETRIC.index(photometric) if photometric in PHOTOMETRIC else 8
     if photometric == "YBR_RCT" and syntax == "1.2.840.10008.1.2.4.90":
@@ -157,7 +166,7 @@ def describe(path):
                 group - 0x6000, ds[group << 16 | 0x10].value, ds[group << 16 | 0x11].value, planes, kind,
                 origin[0], origin[1], ds[group << 16 | 0x100].value, ds[group << 16 | 0x102].value, len(data),
                 checksum(data)))
-    print("\n".join(out))
+    emit(out)
 
 
 def images(data_dir):
@@ -212,8 +221,110 @@ def synthetic(scratch, data_dir):
     return [overlay_path, palette_path]
 
 
+def emit(lines, path=None, kind="info"):
+    for line in lines:
+        print("%s\t%s\t%s" % (path or CURRENT[0], kind, line))
+
+
+CURRENT = [""]
+TEXT_VRS = ("SH", "LO", "PN", "LT", "ST", "UT")
+
+
+def text_values(ds, prefix, out):
+    """Tag paths as "gggg,eeee", items as "gggg,eeee/index/"."""
+    for elem in ds:
+        tag = "%04X,%04X" % (elem.tag.group, elem.tag.element)
+        if elem.VR == "SQ":
+            for index, item in enumerate(elem.value):
+                text_values(item, "%s%s/%d/" % (prefix, tag, index), out)
+        elif elem.VR in TEXT_VRS:
+            value = elem.value
+            value = "\\".join(str(v) for v in value) if isinstance(value, MultiValue) else \
+                ("" if value is None else str(value))
+            out.append("%s%s\t%s\t%s" % (prefix, tag, elem.VR, value.encode("utf-8").hex()))
+
+
+def classify(path):
+    """"meta SYNTAX END" (syntax "-" if absent), "nometa le|be implicit|explicit COUNT" or "error"."""
+    try:
+        with open(path, "rb") as f:
+            read_preamble(f, False)
+            meta = _read_file_meta_info(f)
+            return "meta\t%s\t%d" % (meta.get("TransferSyntaxUID", "-"), f.tell())
+    except Exception:
+        pass
+    try:
+        d = pydicom.dcmread(path, force=True)
+        return "nometa\t%s\t%s\t%d" % ("le" if d.is_little_endian else "be",
+                                        "implicit" if d.is_implicit_VR else "explicit", len(d))
+    except Exception:
+        return "error"
+
+
+def as_json(path):
+    dataset = pydicom.dcmread(path, force=True)
+    return dataset.to_json_dict(bulk_data_threshold=1 << 62)  # bulk values as they stand
+
+
+def by_value(data_set):
+    """The JSON of a data set as a change of encoding must keep it: private
+    elements by presence (implicit VR loses their VR), OB and OW alike."""
+    result = {}
+    for tag, element in data_set.items():
+        if int(tag[:4], 16) % 2 == 1:
+            result[tag] = "private"
+            continue
+        element = dict(element)
+        if element.get("vr") in ("OB", "OW"):
+            element["vr"] = "OX"
+        if element.get("vr") == "SQ":
+            element["Value"] = [by_value(item) for item in element.get("Value", [])]
+        result[tag] = element
+    return result
+
+
+def compare_pair(source, copy, reencoded):
+    try:
+        before, after = as_json(source), as_json(copy)
+        if reencoded:
+            before, after = by_value(before), by_value(after)
+    except Exception as error:  # a file pydicom cannot read at all
+        return "error\t%s: %s" % (type(error).__name__, str(error).replace("\n", " "))
+    if before == after:
+        return "same"
+    return "differs\t" + ",".join(sorted(t for t in set(before) | set(after) if before.get(t) != after.get(t)))
+
+
 def main():
-    data_dir, scratch = sys.argv[1], sys.argv[2]
+    manifest, data_dir, scratch = sys.argv[1:4]
+    entries = [line.rstrip("\n").split("\t") for line in open(manifest, encoding="utf-8") if line.strip()]
+    json_objects = []
+    for kind, *rest in entries:
+        if kind == "jsonout":
+            text = open(rest[0], encoding="utf-8").read()
+            decoder, at = json.JSONDecoder(), 0
+            while True:
+                while at < len(text) and text[at].isspace():
+                    at += 1
+                if at == len(text):
+                    break
+                obj, at = decoder.raw_decode(text, at)
+                json_objects.append(obj)
+    json_index = 0
+    for kind, *rest in entries:
+        path = rest[0]
+        if kind == "probe":
+            emit([classify(path)], path, "probe")
+        elif kind == "text":
+            out = []
+            text_values(pydicom.dcmread(path), "", out)
+            emit(out, path, "text")
+        elif kind == "json":
+            ours = json_objects[json_index] if json_index < len(json_objects) else {}
+            json_index += 1
+            emit(json_compare.compare_file(path, ours), path, "json")
+        elif kind == "pair":
+            emit([rest[1] + "\t" + compare_pair(path, rest[1], len(rest) > 2)], path, "pair")
     paths = []
     for path, syntax in images(data_dir):
         paths.append(path)
@@ -223,8 +334,10 @@ def main():
                 paths.append(target)
     paths += synthetic(scratch, data_dir)
     for path in paths:
+        CURRENT[0] = path
         describe(path)
     for path in sorted(glob.glob(os.path.join(data_dir, "palettes", "*.dcm"))):
+        CURRENT[0] = path
         describe_palette(path)
 
 

@@ -1,6 +1,7 @@
 #pragma once
-// Byte fixtures for the parser tests: elements written out by hand in
-// explicit or implicit VR little endian, so a test reads like the stream.
+// The one DICOM byte writer of the tests and the fuzz seeds: elements
+// written out by hand in explicit or implicit VR little endian, so a fixture
+// reads like the stream. The header forms come from the VR facts table.
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -8,10 +9,8 @@
 #include "support/files.h"
 #include "dicomdata/vrtable.h"
 
-namespace parsefix {
+namespace testsupport {
 
-// Files, scratch paths, shell and corpus helpers live in tests/support.
-using namespace testsupport;
 constexpr uint32_t kUndefined = 0xFFFFFFFFu;
 constexpr uint32_t kValueSize = 0xFFFFFFFEu;  // "the length field holds the value's size"
 
@@ -58,6 +57,12 @@ inline Bytes ielem(uint16_t group, uint16_t element, const Bytes& value, uint32_
     out.insert(out.end(), value.begin(), value.end());
     return out;
 }
+// Either form: implicit VR, items and delimiters leave the VR out.
+inline Bytes elemAs(bool explicitVR, uint16_t group, uint16_t element, const std::string& vr, const Bytes& value,
+                    uint32_t length = kValueSize)
+{
+    return explicitVR && group != 0xFFFE ? elem(group, element, vr, value, length) : ielem(group, element, value, length);
+}
 inline Bytes item(const Bytes& content) { return ielem(0xFFFE, 0xE000, content); }
 inline Bytes sequenceEnd() { return ielem(0xFFFE, 0xE0DD, {}); }
 inline Bytes undefinedItem(const Bytes& content)
@@ -77,4 +82,4 @@ inline Bytes fileImage(const std::string& transferSyntax, const Bytes& dataSet, 
     return cat({Bytes(128, 0), text("DICM"), meta, dataSet});
 }
 
-}  // namespace parsefix
+}  // namespace testsupport
