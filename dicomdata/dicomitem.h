@@ -152,6 +152,19 @@ public:
     static CDicomItem* CreateMetaHeader(const std::u16string& sopClassUID, const std::u16string& sopInstanceUID,
                                         const std::u16string& transferSyntax);
 
+    // --- instance editing (dicomitem_edit.cpp)
+    // Writes the attributes of a host attribute tree (nodes PATIENT, STUDY,
+    // SERIES, IMAGE) into this data set node ("Data"); an absent attribute
+    // leaves its element as it is. Any other node is left alone.
+    void ModifyImageTags(const CXmlItem* patient, const CXmlItem* study, const CXmlItem* series,
+                         const CXmlItem* image);
+    // The same from the tree's root: PATIENT, its STUDY, its SERIES, its
+    // IMAGE (first of each); nothing unless all four exist.
+    void ModifyImageTags(const CXmlItem* root);
+    // Adds (0008,1199) with one item naming the referenced instance; returns
+    // the sequence element (null when it cannot be added).
+    CDicomItem* AddRefSOPSequence(const std::u16string& classUID, const std::u16string& instanceUID);
+
     // --- text (dicomitem_text.cpp)
     static std::u16string TranslateTagValueFromDicomToUnicode(const std::string& bytes, const std::string& vr,
                                                               const std::u16string& characterSet);

@@ -10,6 +10,12 @@
 namespace zeldicom {
 namespace {
 
+constexpr char kStrings[] =
+#define ZELDICOM_STRING_POOL
+#include "dicomdata/dictionary_data.inc"
+#undef ZELDICOM_STRING_POOL
+    ;
+
 constexpr AttributeEntry kAttributes[] = {
 #define ZELDICOM_ATTRIBUTE_ROWS
 #include "dicomdata/dictionary_data.inc"
@@ -46,6 +52,15 @@ static_assert(SortedByTag(), "the attribute rows are sorted by tag and unique");
 
 }
 
+const char* AttributeEntry::vr() const { return kStrings + vrAt; }
+const char* AttributeEntry::vm() const { return kStrings + vmAt; }
+const char* AttributeEntry::keyword() const { return kStrings + keywordAt; }
+const char* AttributeEntry::name() const { return kStrings + nameAt; }
+const char* UidEntry::uid() const { return kStrings + uidAt; }
+const char* UidEntry::keyword() const { return kStrings + keywordAt; }
+const char* UidEntry::name() const { return kStrings + nameAt; }
+const char* UidEntry::type() const { return kStrings + typeAt; }
+
 const AttributeEntry* FindAttribute(uint16_t group, uint16_t element)
 {
     uint32_t tag = (static_cast<uint32_t>(group) << 16) | element;
@@ -67,10 +82,10 @@ const AttributeEntry* FindAttributeByKeyword(std::string_view keyword)
     if (keyword.empty())
         return nullptr;
     for (const AttributeEntry& row : kAttributes)
-        if (keyword == row.keyword)
+        if (keyword == row.keyword())
             return &row;
     for (const RepeatingEntry& row : kRepeating)
-        if (keyword == row.entry.keyword)
+        if (keyword == row.entry.keyword())
             return &row.entry;
     return nullptr;
 }
@@ -80,8 +95,8 @@ const UidEntry* FindUid(std::string_view uid)
     while (!uid.empty() && (uid.back() == ' ' || uid.back() == '\0'))
         uid.remove_suffix(1);
     const UidEntry* found = std::lower_bound(std::begin(kUids), std::end(kUids), uid,
-                                             [](const UidEntry& row, std::string_view key) { return std::string_view(row.uid) < key; });
-    if (found != std::end(kUids) && std::string_view(found->uid) == uid)
+                                             [](const UidEntry& row, std::string_view key) { return std::string_view(row.uid()) < key; });
+    if (found != std::end(kUids) && std::string_view(found->uid()) == uid)
         return found;
     return nullptr;
 }
@@ -111,7 +126,7 @@ const char* ElementVR(uint16_t group, uint16_t element, const CDicomItem* dataSe
             return "LO";  // PS3.5 7.8.1: private creator
         return CTagTable::FindVR(group, element);
     }
-    const char* vr = entry->vr;
+    const char* vr = entry->vr();
     if (vr[0] == '\0' || vr[2] == '\0')
         return vr;
     uint16_t value = 0;

@@ -9,21 +9,28 @@
 
 namespace zeldicom {
 
+// The rows keep their texts as offsets into one string pool, not as
+// pointers: a table of pointers needs one relocation per text each time a
+// position-independent program starts (some 23,000 for the dictionary).
 struct AttributeEntry {
     uint32_t tag;          // group << 16 | element
-    const char* vr;        // "US", or an ambiguous form such as "US or SS", "OB or OW"; "" for items
-    const char* vm;        // "1", "1-n", "2-2n", ...
-    const char* keyword;   // "PatientName"
-    const char* name;      // "Patient's Name"
+    uint32_t vrAt, vmAt, keywordAt, nameAt;
     int retired;
+
+    const char* vr() const;       // "US", or an ambiguous form such as "US or SS", "OB or OW"; "" for items
+    const char* vm() const;       // "1", "1-n", "2-2n", ...
+    const char* keyword() const;  // "PatientName"
+    const char* name() const;     // "Patient's Name"
 };
 
 struct UidEntry {
-    const char* uid;
-    const char* keyword;   // "CTImageStorage"
-    const char* name;      // "CT Image Storage"
-    const char* type;      // "SOP Class", "Transfer Syntax", ...
+    uint32_t uidAt, keywordAt, nameAt, typeAt;
     int retired;
+
+    const char* uid() const;
+    const char* keyword() const;  // "CTImageStorage"
+    const char* name() const;     // "CT Image Storage"
+    const char* type() const;     // "SOP Class", "Transfer Syntax", ...
 };
 
 // The entry of a standard attribute (exact tags first, then the repeating

@@ -342,6 +342,16 @@ struct DICOMINFO : public CDicomInfoStatics {
                                uint32_t position);
     static std::u16string GetTagVRString(uint16_t group, uint16_t element);
 
+    // --- header creation (headercreate.cpp)
+    // A Secondary Capture data set in implicit VR little endian, without
+    // meta information and pixel data; returns 1.
+    int CreateHeader(CDynBuffer& buffer) const;
+    // A whole file head for encapsulated pixel data into an empty buffer:
+    // preamble, meta information, an explicit VR little endian data set and
+    // the header of an undefined-length (7FE0,0010); returns 1. The caller
+    // appends the offset table item, the fragments and the delimiter.
+    int CreateHeaderCompressed(CDynBuffer& buffer) const;
+
     // --- file meta information: building (metaheader.cpp)
     static uint32_t FillMetaHeaderBuffer(CDynBuffer& buffer, const metaHeaderInfo* info);
     static uint32_t CreateMetaHeaderBuffer(CDynBuffer& buffer, const metaHeaderInfo* info);
@@ -373,6 +383,9 @@ struct DICOMINFO : public CDicomInfoStatics {
     static int FindTag(const unsigned char* buffer, size_t size, int group, int element, std::u16string& text);
 
 protected:
+    // The modality LUT as a (0028,3000) sequence of one item, implicit VR;
+    // nothing when the LUT has no data.
+    void AddModalityLutSequence(CDynBuffer& buffer) const;
     const unsigned char* ProcessMetaHeader(const unsigned char* buffer, size_t size, bool& changed);
 
     // Reading steps, in the order ReadInfo runs them (readinfo.cpp).

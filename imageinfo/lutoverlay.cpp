@@ -240,9 +240,11 @@ CModalityLutDesc& CModalityLutDesc::operator=(const CModalityLutDesc& other)
     nEntries = other.nEntries;
     nFirstMapped = other.nFirstMapped;
     nBits = other.nBits;
-    if (nBits == 16) {
+    // A source without entries leaves none behind: the old ones described
+    // another LUT.
+    pData.reset();
+    if (nBits == 16)
         pData = CopyWords(other.pData.get(), nEntries, other.pData ? other.nEntries : 0, 0, 0);
-    }
     return *this;
 }
 

@@ -17,8 +17,8 @@ bool PrintAttribute(unsigned group, unsigned element)
 {
     if (const zeldicom::AttributeEntry* entry =
             zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element))) {
-        std::printf("(%04X,%04X) %s %s %s %s%s\n", group, element, *entry->vr ? entry->vr : "--", entry->vm,
-                    entry->keyword, entry->name, entry->retired ? " (retired)" : "");
+        std::printf("(%04X,%04X) %s %s %s %s%s\n", group, element, *entry->vr() ? entry->vr() : "--", entry->vm(),
+                    entry->keyword(), entry->name(), entry->retired ? " (retired)" : "");
         return true;
     }
     std::u16string vr, description;
@@ -50,7 +50,7 @@ int RunLookup(int argc, char** argv)
         } else if (const zeldicom::AttributeEntry* entry = zeldicom::FindAttributeByKeyword(text)) {
             PrintAttribute(entry->tag >> 16, entry->tag & 0xFFFF);
         } else if (const zeldicom::UidEntry* uid = zeldicom::FindUid(text)) {
-            std::printf("%s %s %s (%s)%s\n", uid->uid, uid->keyword, uid->name, uid->type,
+            std::printf("%s %s %s (%s)%s\n", uid->uid(), uid->keyword(), uid->name(), uid->type(),
                         uid->retired ? " (retired)" : "");
         } else if (!text.empty() && (text[0] >= '0' && text[0] <= '9')) {
             std::printf("%s not a registered UID\n", text.c_str());

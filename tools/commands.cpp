@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "imageinfo/dicominfo.h"
+
 const std::vector<ToolCommand>& ToolCommands()
 {
     static const std::vector<ToolCommand> commands = {
@@ -14,8 +16,18 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
+        {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},
+        {"edit", "change elements of a DICOM file (--set KEY=VALUE), or make it a new instance", RunEdit},
     };
     return commands;
+}
+
+void UseToolIdentity()
+{
+    // The tool's own root: a UUID-derived UID (PS3.5 B.2), which the
+    // generated UIDs extend.
+    if (DICOMINFO::GetDicomRoot().empty())
+        DICOMINFO::SetDicomRoot(u"2.25.135358127703870177945697021926943424524");
 }
 
 bool FinishOutput(const char* command)

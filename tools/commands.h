@@ -21,3 +21,9 @@ int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
 int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
 int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
 int RunStore(int argc, char** argv);    // tools/cmd_store.cpp
+int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
+int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
+
+// Gives the process the tool's UID root (new UIDs, Implementation Class UID)
+// unless the host part has set one.
+void UseToolIdentity();

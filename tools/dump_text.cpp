@@ -33,7 +33,7 @@ std::string LookUpAttributeName(int group, int element)
 {
     if (const zeldicom::AttributeEntry* entry =
             zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element)))
-        return entry->name;
+        return entry->name();
     std::u16string vr, description;
     if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
         return Utf16ToUtf8(description);
@@ -222,7 +222,7 @@ std::string ValueColumn(const DumpElement& e, const std::string& vr)
             if (const zeldicom::UidEntry* uid =
                     zeldicom::FindUid(std::string_view(reinterpret_cast<const char*>(node.GetData()), size))) {
                 value += " =";
-                value += uid->keyword;
+                value += uid->keyword();
             }
         }
         return value;

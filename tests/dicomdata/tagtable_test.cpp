@@ -91,21 +91,21 @@ TEST(Registry, AttributesRepeatingGroupsAndUids)
 {
     const zeldicom::AttributeEntry* plan = zeldicom::FindAttribute(0x300A, 0x00B0);
     ASSERT_NE(plan, nullptr);
-    EXPECT_STREQ(plan->keyword, "BeamSequence");
-    EXPECT_STREQ(plan->vr, "SQ");
+    EXPECT_STREQ(plan->keyword(), "BeamSequence");
+    EXPECT_STREQ(plan->vr(), "SQ");
     EXPECT_EQ(zeldicom::FindAttributeByKeyword("PatientName"), zeldicom::FindAttribute(0x0010, 0x0010));
-    EXPECT_STREQ(zeldicom::FindAttribute(0x0028, 0x0106)->vr, "US or SS");
-    EXPECT_STREQ(zeldicom::FindAttribute(0x0020, 0x0037)->vm, "6");
+    EXPECT_STREQ(zeldicom::FindAttribute(0x0028, 0x0106)->vr(), "US or SS");
+    EXPECT_STREQ(zeldicom::FindAttribute(0x0020, 0x0037)->vm(), "6");
     const zeldicom::AttributeEntry* overlay = zeldicom::FindAttribute(0x601E, 0x3000);
     ASSERT_NE(overlay, nullptr);
-    EXPECT_STREQ(overlay->keyword, "OverlayData");
+    EXPECT_STREQ(overlay->keyword(), "OverlayData");
     EXPECT_EQ(zeldicom::FindAttribute(0x6001, 0x3000), nullptr);  // odd: private
-    EXPECT_STREQ(zeldicom::FindAttribute(0x5002, 0x3000)->keyword, "CurveData");
+    EXPECT_STREQ(zeldicom::FindAttribute(0x5002, 0x3000)->keyword(), "CurveData");
     EXPECT_EQ(zeldicom::FindAttribute(0x0009, 0x1010), nullptr);
     EXPECT_EQ(zeldicom::FindAttributeByKeyword("NoSuchKeyword"), nullptr);
     std::string ct("1.2.840.10008.5.1.4.1.1.2\0", 26);
     ASSERT_NE(zeldicom::FindUid(ct), nullptr);
-    EXPECT_STREQ(zeldicom::FindUid(ct)->keyword, "CTImageStorage");
-    EXPECT_STREQ(zeldicom::FindUid("1.2.840.10008.1.2.1.99")->keyword, "DeflatedExplicitVRLittleEndian");
+    EXPECT_STREQ(zeldicom::FindUid(ct)->keyword(), "CTImageStorage");
+    EXPECT_STREQ(zeldicom::FindUid("1.2.840.10008.1.2.1.99")->keyword(), "DeflatedExplicitVRLittleEndian");
     EXPECT_EQ(zeldicom::FindUid("1.2.840.10008.5.1.4.1.1"), nullptr);
 }

@@ -1,0 +1,241 @@
+// Header creation: CreateHeader's Secondary Capture data set read back by
+// the library's own record reader, and CreateHeaderCompressed's file head
+// completed with fragments and read by pydicom and DCMTK.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/parse_fixtures.h"
+#include "imageinfo/dicominfo.h"
+#include "platform/dynbuffer.h"
+#include "platform/text.h"
+#include "support/cli.h"
+
+using namespace parsefix;
+using namespace zeldicom;
+
+namespace {
+
+Bytes Contents(const CDynBuffer& buffer)
+{
+    return Bytes(buffer.GetData(), buffer.GetData() + buffer.m_nSize);
+}
+
+// A record as a capturing application fills it: 16-bit greyscale with a
+// modality LUT, an overlay in group 6002 and pixel spacing.
+std::unique_ptr<DICOMINFO> CapturedRecord()
+{
+    auto info = std::make_unique<DICOMINFO>();
+    info->sSOPInstanceUID = u"1.2.826.0.1.3680043.9.7.1";
+    info->sStudyInstanceUID = u"1.2.826.0.1.3680043.9.7.2";
+    info->sSeriesInstanceUID = u"1.2.826.0.1.3680043.9.7.3";
+    info->lStudyDate = 20240105;
+    info->lContentDate = 20240229;
+    info->lStudyTime = 93000;
+    info->lContentTime = 235959;
+    info->lPatientBirthDate = 19700101;
+    info->sPatientName = u"Doe^Jane";
+    info->sPatientID = u"P-17";
+    info->sPatientSex = u"female";
+    info->sModality = u"OT";
+    info->sSeriesNumber = u"4";
+    info->sInstanceNumber = u"9";
+    info->nRows = 3;
+    info->nColumns = 5;
+    info->nBitsAllocated = 16;
+    info->nBitsStored = 12;
+    info->nHighBit = 11;
+    info->dRowSpacing = 0.5;
+    info->dColumnSpacing = 0.25;
+    info->nWindowCenter = 100;
+    info->nWindowWidth = 300;
+    const uint16_t descriptor[3] = {4, 10, 16};
+    const uint16_t entries[4] = {7, 8, 900, 4095};
+    info->ModalityLut.LoadDescriptor(descriptor, 0);
+    info->ModalityLut.LoadData(entries, 0, 4);
+    auto overlay = std::make_unique<DICOM_OVERLAY>(2);
+    overlay->wRows = 3;
+    overlay->wColumns = 5;
+    overlay->nOriginRow = 2;
+    overlay->nOriginColumn = -3;
+    overlay->wBitsAllocated = 1;
+    const unsigned char bits[2] = {0x5A, 0x01};
+    overlay->SetData(bits, 2);
+    info->aOverlays.push_back(std::move(overlay));
+    return info;
+}
+
+// The header behind meta information, with pixels: a whole file image.
+Bytes WholeFile(const DICOMINFO& record, const Bytes& pixels)
+{
+    CDynBuffer header, file;
+    EXPECT_EQ(record.CreateHeader(header), 1);
+    metaHeaderInfo meta;
+    meta.sMediaStorageSOPClassUID = u"1.2.840.10008.5.1.4.1.1.7";
+    meta.sMediaStorageSOPInstanceUID = record.sSOPInstanceUID;
+    meta.sTransferSyntax = u"1.2.840.10008.1.2";
+    DICOMINFO::CreateMetaHeaderBuffer(file, &meta);
+    file.Add(header.GetData(), header.m_nSize);
+    DICOMINFO::AddTagByVR(file, u"OW", 0x7FE0, 0x0010, pixels.data(), static_cast<uint32_t>(pixels.size()));
+    return Contents(file);
+}
+
+std::string Text(const CDicomItem& data, int group, int element)
+{
+    std::u16string value;
+    if (!data.GetTagValue(group, element, value))
+        return "<absent>";
+    return Utf16ToUtf8(Trim(value));
+}
+
+}  // namespace
+
+TEST(HeaderCreation, SecondaryCaptureHeaderReadsBackIntoTheRecord)
+{
+    auto record = CapturedRecord();
+    Bytes file = WholeFile(*record, Bytes(2 * 15, 0x11));
+
+    // The library's own reader sees the record that was written.
+    DICOMINFO back;
+    ASSERT_EQ(back.ReadInfo(file.data(), static_cast<uint32_t>(file.size())), 1) << back.GetLastError().GetText();
+    EXPECT_EQ(back.sSOPClassUID, u"1.2.840.10008.5.1.4.1.1.7");
+    EXPECT_EQ(back.sSOPInstanceUID, record->sSOPInstanceUID);
+    EXPECT_EQ(back.sStudyInstanceUID, record->sStudyInstanceUID);
+    EXPECT_EQ(back.sSeriesInstanceUID, record->sSeriesInstanceUID);
+    EXPECT_EQ(back.lStudyDate, 20240105);
+    EXPECT_EQ(back.lContentDate, 20240229);
+    EXPECT_EQ(back.lStudyTime, 93000);
+    EXPECT_EQ(back.lContentTime, 235959);
+    EXPECT_EQ(back.lPatientBirthDate, 19700101);
+    EXPECT_EQ(back.sDicomPatientName, u"Doe^Jane");
+    EXPECT_EQ(back.sPatientID, u"P-17");
+    EXPECT_EQ(back.sPatientSex, u"F");
+    EXPECT_EQ(back.nRows, 3);
+    EXPECT_EQ(back.nColumns, 5);
+    EXPECT_EQ(back.nBitsStored, 12);
+    EXPECT_EQ(back.nHighBit, 11);
+    EXPECT_DOUBLE_EQ(back.dRowSpacing, 0.5);
+    EXPECT_DOUBLE_EQ(back.dColumnSpacing, 0.25);
+    EXPECT_EQ(back.nWindowCenter, 100);
+    EXPECT_EQ(back.nWindowWidth, 300);
+    ASSERT_TRUE(back.ModalityLut.IsDataPresent());
+    EXPECT_EQ(back.ModalityLut.GetSize(), 4u);
+    EXPECT_EQ(back.ModalityLut.GetFirstEntry(), 10u);
+    EXPECT_EQ(back.ModalityLut.GetBitsNumber(), 16u);
+    EXPECT_EQ(back.ModalityLut.GetData()[2], 900);
+    ASSERT_EQ(back.aOverlays.size(), 1u);
+    EXPECT_EQ(back.aOverlays[0]->nIndex, 2);  // group 6002
+    EXPECT_EQ(back.aOverlays[0]->nOriginRow, 2);
+    EXPECT_EQ(back.aOverlays[0]->nOriginColumn, -3);
+    ASSERT_GE(back.aOverlays[0]->nDataSize, 2);
+    EXPECT_EQ(back.aOverlays[0]->pData[0], 0x5A);
+
+    // What the record does not show: a modality LUT replaces the rescale
+    // intercept, elements stand in tag order, the item is delimited.
+    CDicomItem root(u"Object");
+    ASSERT_TRUE(root.LoadObject(file.data(), static_cast<int>(file.size())));
+    auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(Text(*data, 0x0028, 0x1052), "<absent>");
+    EXPECT_EQ(Text(*data, 0x0008, 0x0008), "DERIVED\\SECONDARY");
+    EXPECT_EQ(Text(*data, 0x0008, 0x0005), "ISO_IR 100");
+    EXPECT_EQ(Text(*data, 0x0028, 0x0030), "0.500000\\0.250000");
+    CDicomItem* lutItem = data->GetSequenceItem(0x0028, 0x3000);
+    ASSERT_NE(lutItem, nullptr);
+    EXPECT_EQ(Text(*lutItem, 0x0028, 0x3004), "US");
+    int previous = -1;
+    for (int i = 0; i < data->GetChildCount(); ++i) {
+        int group = CDicomItem::ParseGroupName(data->GetChildItem(i)->m_sName);
+        EXPECT_GT(group, previous);
+        previous = group;
+    }
+
+    // Without spacing and LUT: no (0028,0030), and the intercept instead.
+    record->dRowSpacing = 0.0;
+    record->ModalityLut = CModalityLutDesc();
+    record->nRescaleIntercept = -1024;
+    record->sPatientSex = u"x";
+    Bytes plain = WholeFile(*record, Bytes(2 * 15, 0));
+    CDicomItem plainRoot(u"Object");
+    ASSERT_TRUE(plainRoot.LoadObject(plain.data(), static_cast<int>(plain.size())));
+    auto* plainData = static_cast<CDicomItem*>(plainRoot.GetChildItem(std::u16string(u"Data")));
+    EXPECT_EQ(Text(*plainData, 0x0028, 0x0030), "<absent>");
+    EXPECT_EQ(Text(*plainData, 0x0028, 0x1052), "-1024");
+    EXPECT_EQ(Text(*plainData, 0x0010, 0x0040), "O");
+    EXPECT_EQ(plainData->GetTagItem(0x0028, 0x3000), nullptr);
+}
+
+TEST(HeaderCreation, CompressedHeadWithFragmentsIsReadByPydicomAndDcmtk)
+{
+    const std::string oracle = std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/capture_edit_oracle.py";
+    for (int frames : {1, 10}) {
+        DICOMINFO record;
+        record.sSOPClassUID = u"1.2.840.10008.5.1.4.1.1.7";
+        record.sSOPInstanceUID = u"1.2.826.0.1.3680043.9.7.4";
+        record.sTransferSyntax = u"1.2.840.10008.1.2.4.50";
+        record.sImageType = u"DERIVED\\SECONDARY";
+        record.sPatientName = u"Doe^Jane";
+        record.sReferencedSOPClassUID = u"1.2.840.10008.5.1.4.1.1.2";
+        record.sReferencedSOPInstanceUID = u"1.2.3.4";
+        record.nRows = 1023;
+        record.nColumns = 769;
+        record.nBitsAllocated = record.nBitsStored = 8;
+        record.nHighBit = 7;
+        record.nNumberOfFrames = frames;
+        record.fFrameTime = 40.0f;
+        CDynBuffer buffer;
+        ASSERT_EQ(record.CreateHeaderCompressed(buffer), 1);
+        Bytes head = Contents(buffer);
+        ASSERT_GT(head.size(), 144u);
+        EXPECT_EQ(Bytes(head.begin(), head.begin() + 128), Bytes(128, 0));
+        EXPECT_EQ(std::string(head.begin() + 128, head.begin() + 132), "DICM");
+        // (0002,0000) UL counts the meta elements behind it.
+        EXPECT_EQ(Bytes(head.begin() + 132, head.begin() + 140), (Bytes{2, 0, 0, 0, 'U', 'L', 4, 0}));
+        uint32_t groupLength = head[140] | head[141] << 8 | head[142] << 16 | uint32_t{head[143]} << 24;
+        EXPECT_EQ(DICOMINFO::GetMetaHeaderSize(head.data(), head.size()), 144 + groupLength);
+
+        // The application's part: an empty offset table, one fragment per
+        // frame, the sequence delimiter.
+        Bytes file = cat({head, ielem(0xFFFE, 0xE000, {})});
+        std::string fragments;
+        for (int i = 0; i < frames; ++i) {
+            Bytes fragment = {0xFF, 0xD8, static_cast<uint8_t>(i), 0x00, 0xFF, 0xD9};
+            file = cat({file, ielem(0xFFFE, 0xE000, fragment)});
+            fragments += (i ? "," : "") + ToHex(std::string(fragment.begin(), fragment.end()));
+        }
+        file = cat({file, sequenceEnd()});
+        std::string path = ScratchPath("compressed-" + std::to_string(frames) + ".dcm");
+        ASSERT_TRUE(WriteFile(path, file));
+
+        CDicomItem root(u"Object");
+        ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(path))) << root.GetLastError().GetText();
+        auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+        uint16_t rows = 0, columns = 0;
+        EXPECT_TRUE(data->GetTagValue(0x0028, 0x0010, rows));
+        EXPECT_TRUE(data->GetTagValue(0x0028, 0x0011, columns));
+        EXPECT_EQ(rows, 1016);
+        EXPECT_EQ(columns, 768);
+        bool multi = frames > 1;
+        EXPECT_EQ(data->GetTagItem(0x0018, 0x1063) != nullptr, multi);
+        EXPECT_EQ(data->GetTagItem(0x0028, 0x0008) != nullptr, multi);
+        EXPECT_EQ(data->GetTagItem(0x0028, 0x0009) != nullptr, multi);
+        CDicomItem* reference = data->GetSequenceItem(0x0008, 0x1140);
+        ASSERT_NE(reference, nullptr);
+        EXPECT_EQ(Text(*reference, 0x0008, 0x1155), "1.2.3.4");
+
+        // The peers: pydicom finds the same fragments and frame count, dcmdump
+        // reads the file without complaint.
+        CliResult py = RunCli({oracle, "fragments", path, std::to_string(frames), fragments}, "/usr/bin/python3");
+        EXPECT_EQ(py.status, 0) << py.out << py.err;
+        EXPECT_EQ(py.out, "ok\n") << py.err;
+        CliResult dump = RunCli({path}, "/usr/bin/dcmdump");
+        EXPECT_EQ(dump.status, 0) << dump.err;
+        EXPECT_EQ(dump.err, "");
+        EXPECT_NE(dump.out.find("(fffe,e0dd)"), std::string::npos);
+        unlink(path.c_str());
+    }
+}

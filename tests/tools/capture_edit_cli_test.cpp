@@ -1,0 +1,207 @@
+// `zeldicom capture` and `zeldicom edit` judged by the peers: pydicom reads
+// the captured pixels back equal to the image's and sees exactly the asked
+// changes of an edit, dciodvfy finds no (new) errors, dcmdump reads it all.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/parse_fixtures.h"
+#include "platform/text.h"
+#include "support/cli.h"
+
+using namespace parsefix;
+using namespace zeldicom;
+
+namespace {
+
+const std::string kOracle = std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/capture_edit_oracle.py";
+
+// dciodvfy's error lines (it reports on standard error).
+int IodErrors(const std::string& path)
+{
+    CliResult result = RunCli({path}, "/usr/bin/dciodvfy");
+    EXPECT_NE(result.status, -1) << "dciodvfy did not run on " << path;
+    int errors = 0;
+    for (const std::string& line : Lines(result.err + result.out))
+        if (line.rfind("Error", 0) == 0)
+            ++errors;
+    return errors;
+}
+
+void ExpectDcmdumpReads(const std::string& path)
+{
+    CliResult dump = RunCli({path}, "/usr/bin/dcmdump");
+    EXPECT_EQ(dump.status, 0) << path << ": " << dump.err;
+    EXPECT_EQ(dump.err.find("E:"), std::string::npos) << path << ": " << dump.err;
+}
+
+// A netpbm image with a comment in its header; samples in file order.
+Bytes Netpbm(const std::string& kind, int width, int height, int maxValue, int samples)
+{
+    std::string head = kind + "\n# made by a test\n" + std::to_string(width) + " " + std::to_string(height) + "\n" +
+                       std::to_string(maxValue) + "\n";
+    Bytes out = text(head);
+    bool plain = kind == "P2" || kind == "P3";
+    for (int i = 0; i < width * height * samples; ++i) {
+        int value = (i * 2654435761u >> 7) % (maxValue + 1);
+        if (plain) {
+            Bytes number = text(std::to_string(value) + (i % 7 == 6 ? "\n" : " "));
+            out.insert(out.end(), number.begin(), number.end());
+        } else if (maxValue > 255) {
+            out.insert(out.end(), {uint8_t(value >> 8), uint8_t(value)});
+        } else {
+            out.push_back(uint8_t(value));
+        }
+    }
+    return out;
+}
+
+std::set<std::string> Words(const std::string& line)
+{
+    std::istringstream in(line);
+    return std::set<std::string>(std::istream_iterator<std::string>(in), std::istream_iterator<std::string>());
+}
+
+std::string MetaAndDataUid(const std::string& path, std::string& dataUid)
+{
+    CDicomItem root(u"Object");
+    std::u16string meta, data;
+    if (root.LoadObject(Utf8ToUtf16(path))) {
+        static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Header")))->GetTagValue(0x0002, 0x0003, meta);
+        static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")))->GetTagValue(0x0008, 0x0018, data);
+    }
+    dataUid = Utf16ToUtf8(Trim(data));
+    return Utf16ToUtf8(Trim(meta));
+}
+
+}  // namespace
+
+TEST(CaptureCli, NetpbmImagesBecomeValidSecondaryCaptureObjects)
+{
+    std::string dataDir = PydicomDataDir();
+    if (dataDir.empty())
+        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    const std::string reference = dataDir + "/test_files/CT_small.dcm";
+    struct Case {
+        const char* kind;
+        int width, height, maxValue, samples;
+    };
+    const Case cases[] = {
+        {"P5", 7, 5, 255, 1},    // 8 bits, an odd number of pixel bytes
+        {"P5", 6, 4, 4095, 1},   // 16 bits allocated, 12 stored
+        {"P6", 5, 3, 255, 3},    // RGB
+        {"P2", 3, 2, 65535, 1},  // plain text samples
+        {"P6", 2, 2, 1023, 3},   // 16-bit RGB
+    };
+    std::string out = ScratchPath("capture.dcm");
+    for (const Case& c : cases) {
+        std::string image = ScratchPath(std::string("image.") + c.kind);
+        ASSERT_TRUE(WriteFile(image, Netpbm(c.kind, c.width, c.height, c.maxValue, c.samples)));
+        for (bool withReference : {false, true}) {
+            std::string what = std::string(c.kind) + " max " + std::to_string(c.maxValue) +
+                               (withReference ? " --from CT_small" : "");
+            std::vector<std::string> args = {"capture", image, out};
+            if (withReference)
+                args.insert(args.begin() + 1, {"--from", reference});
+            CliResult run = RunCli(args);
+            ASSERT_EQ(run.status, 0) << what << ": " << run.err;
+            std::vector<std::string> check = {kOracle, "capture", out, image};
+            if (withReference)
+                check.push_back(reference);
+            CliResult py = RunCli(check, "/usr/bin/python3");
+            EXPECT_EQ(py.out, "ok\n") << what << ": " << py.err;
+            EXPECT_EQ(IodErrors(out), 0) << what << ": " << RunCli({out}, "/usr/bin/dciodvfy").err;
+            ExpectDcmdumpReads(out);
+        }
+        unlink(image.c_str());
+    }
+    unlink(out.c_str());
+}
+
+TEST(CaptureCli, RefusesDamagedImagesAndLeavesTheTargetAlone)
+{
+    std::string image = ScratchPath("bad.pgm"), out = ScratchPath("kept.dcm");
+    Bytes good = Netpbm("P5", 4, 4, 255, 1);
+    const Bytes bad[] = {
+        Bytes(good.begin(), good.end() - 1),          // one sample short
+        cat({text("P4\n4 4\n"), Bytes(2, 0)}),         // bitmap: no greyscale
+        text("P5\n0 4\n255\n"),                       // no columns
+        cat({text("P5\n70000 1\n255\n"), Bytes(70000, 1)}), // more columns than US holds
+        cat({text("P5\n2 2\n70000\n"), Bytes(8, 0)}), // maximum beyond 16 bits
+        text("P2\n2 2\n15\n1 2 3 16\n"),              // a sample above the maximum
+        text("P5\n99999 99999\n255\n"),               // huge, absent samples
+        text("P2\n99999 9999\n255\n1 2\n"),           // plain, absent samples
+        text("P5\n2 2 255\n"),                        // damaged header
+    };
+    ASSERT_TRUE(WriteFile(out, text("precious")));
+    for (const Bytes& bytes : bad) {
+        ASSERT_TRUE(WriteFile(image, bytes));
+        CliResult run = RunCli({"capture", image, out});
+        EXPECT_EQ(run.status, 1) << std::string(bytes.begin(), bytes.begin() + std::min<size_t>(bytes.size(), 12));
+        EXPECT_NE(run.err.find("zeldicom capture: " + image + ": "), std::string::npos) << run.err;
+        EXPECT_EQ(ReadFile(out), text("precious"));
+    }
+    ASSERT_TRUE(WriteFile(image, good));
+    EXPECT_EQ(RunCli({"capture", "--from", image, image, out}).status, 1);  // a reference that is no DICOM
+    EXPECT_EQ(RunCli({"capture", image}).status, 2);
+    EXPECT_EQ(ReadFile(out), text("precious"));
+    unlink(image.c_str());
+    unlink(out.c_str());
+}
+
+TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
+{
+    std::string dataDir = PydicomDataDir();
+    if (dataDir.empty())
+        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    std::string edited = ScratchPath("edited.dcm"), copy = ScratchPath("inplace.dcm");
+    for (const char* name : {"CT_small.dcm", "MR_small_implicit.dcm", "MR_small.dcm", "rtplan.dcm"}) {
+        std::string source = dataDir + "/test_files/" + name;
+        int sourceErrors = IodErrors(source);
+
+        // The new character set applies to the description, which follows it.
+        CliResult run = RunCli({"edit", source, edited, "--set", "PatientName=Edited^Name", "--set", "(0020,0013)=42",
+                                "--set", "StudyDescription=\xc3\xa9tude", "--set", "SpecificCharacterSet=ISO_IR 192",
+                                "--set", "0010,1000=P1\\P2"});
+        ASSERT_EQ(run.status, 0) << name << ": " << run.err;
+        CliResult diff = RunCli({kOracle, "diff", source, edited}, "/usr/bin/python3");
+        ASSERT_EQ(diff.status, 0) << diff.err;
+        EXPECT_EQ(Words(diff.out), Words("0008,0005 0008,1030 0010,0010 0010,1000 0020,0013")) << name;
+        EXPECT_LE(IodErrors(edited), sourceErrors) << name;
+        ExpectDcmdumpReads(edited);
+
+        run = RunCli({"edit", "--new-instance", source, edited});
+        ASSERT_EQ(run.status, 0) << name << ": " << run.err;
+        std::set<std::string> changed = Words(RunCli({kOracle, "diff", source, edited}, "/usr/bin/python3").out);
+        EXPECT_TRUE(changed.count("0002,0003") && changed.count("0008,0018")) << name;
+        for (const std::string& tag : changed)
+            EXPECT_TRUE(Words("0002,0003 0002,0012 0002,0013 0008,0008 0008,0018").count(tag)) << name << " " << tag;
+        std::string dataUid, metaUid = MetaAndDataUid(edited, dataUid);
+        EXPECT_EQ(metaUid, dataUid) << name;
+        EXPECT_LE(IodErrors(edited), sourceErrors) << name;
+
+        // In place: the file changes; a refused edit leaves it as it was.
+        ASSERT_TRUE(WriteFile(copy, ReadFile(source)));
+        ASSERT_EQ(RunCli({"edit", copy, copy, "--set", "SOPInstanceUID=1.2.3.4"}).status, 0) << name;
+        EXPECT_EQ(MetaAndDataUid(copy, dataUid), "1.2.3.4") << name;
+        EXPECT_EQ(dataUid, "1.2.3.4") << name;
+        Bytes before = ReadFile(copy);
+        for (const char* bad : {"Rows=lots", "ReferencedImageSequence=x", "(0008,0000)=1", "(0029,1099)=x"}) {
+            CliResult refused = RunCli({"edit", copy, copy, "--set", "PatientID=changed", "--set", bad});
+            EXPECT_EQ(refused.status, 1) << name << " " << bad;
+            EXPECT_NE(refused.err.find("zeldicom edit: "), std::string::npos) << refused.err;
+        }
+        EXPECT_EQ(ReadFile(copy), before) << name;
+    }
+    EXPECT_EQ(RunCli({"edit", edited, copy, "--set", "NoSuchKeyword=1"}).status, 2);
+    EXPECT_EQ(RunCli({"edit", edited, copy, "--set", "PatientName"}).status, 2);
+    unlink(edited.c_str());
+    unlink(copy.c_str());
+}
