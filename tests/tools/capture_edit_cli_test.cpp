@@ -194,7 +194,8 @@ TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
         EXPECT_EQ(MetaAndDataUid(copy, dataUid), "1.2.3.4") << name;
         EXPECT_EQ(dataUid, "1.2.3.4") << name;
         Bytes before = ReadFile(copy);
-        for (const char* bad : {"Rows=lots", "ReferencedImageSequence=x", "(0008,0000)=1", "(0029,1099)=x"}) {
+        for (const char* bad : {"Rows=lots", "ReferencedImageSequence=x", "(0008,0000)=1", "(0029,1099)=x",
+                                "TransferSyntaxUID=1.2.840.10008.1.2.1"}) {
             CliResult refused = RunCli({"edit", copy, copy, "--set", "PatientID=changed", "--set", bad});
             EXPECT_EQ(refused.status, 1) << name << " " << bad;
             EXPECT_NE(refused.err.find("zeldicom edit: "), std::string::npos) << refused.err;
