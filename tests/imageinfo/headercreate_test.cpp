@@ -59,6 +59,13 @@ std::unique_ptr<DICOMINFO> CapturedRecord()
     const uint16_t entries[4] = {7, 8, 900, 4095};
     info->ModalityLut.LoadDescriptor(descriptor, 0);
     info->ModalityLut.LoadData(entries, 0, 4);
+    const uint16_t paletteDescriptor[3] = {3, 0, 16};
+    const uint16_t shades[3][3] = {{1, 2, 3}, {40, 50, 60}, {700, 800, 65535}};
+    DICOM_LUT* palettes[3] = {&info->RedPaletteLut, &info->GreenPaletteLut, &info->BluePaletteLut};
+    for (int i = 0; i < 3; ++i) {
+        palettes[i]->LoadDescriptor(paletteDescriptor, 0);
+        palettes[i]->LoadData(shades[i], 0, 3);
+    }
     auto overlay = std::make_unique<DICOM_OVERLAY>(2);
     overlay->wRows = 3;
     overlay->wColumns = 5;
@@ -135,6 +142,13 @@ TEST(HeaderCreation, SecondaryCaptureHeaderReadsBackIntoTheRecord)
     EXPECT_EQ(std::vector<uint32_t>({back.ModalityLut.GetSize(), back.ModalityLut.GetFirstEntry(),
                                      back.ModalityLut.GetBitsNumber(), back.ModalityLut.GetData()[2]}),
               std::vector<uint32_t>({4, 10, 16, 900}));
+    const DICOM_LUT* palettes[3] = {&back.RedPaletteLut, &back.GreenPaletteLut, &back.BluePaletteLut};
+    for (const DICOM_LUT* lut : palettes) {
+        ASSERT_NE(lut->pData, nullptr);
+        EXPECT_EQ(lut->nEntries, 3u);
+    }
+    EXPECT_EQ(std::vector<int>({palettes[0]->pData[0], palettes[1]->pData[1], palettes[2]->pData[2]}),
+              std::vector<int>({1, 50, 65535}));
     ASSERT_EQ(back.aOverlays.size(), 1u);
     const DICOM_OVERLAY& overlay = *back.aOverlays[0];
     EXPECT_EQ(std::vector<int>({overlay.nIndex, overlay.nOriginRow, overlay.nOriginColumn, overlay.pData[0]}),
