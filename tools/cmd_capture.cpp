@@ -256,6 +256,32 @@ void SetNow(DICOMINFO& info, bool study)
     }
 }
 
+// The header is written in ISO_IR 100, which drops a reference's text it
+// cannot hold (a Japanese or Cyrillic name). Then the data set switches to
+// UTF-8 (ISO_IR 192) and the texts taken from the reference are written
+// again; the header's other texts are ASCII.
+bool KeepReferenceTexts(CDicomItem& data, const DICOMINFO& info)
+{
+    struct Text {
+        uint16_t group, element;
+        const std::u16string& value;
+    };
+    const Text texts[] = {{0x0010, 0x0010, info.sPatientName}, {0x0010, 0x0020, info.sPatientID},
+                          {0x0020, 0x0010, info.sStudyID}, {0x0020, 0x0011, info.sSeriesNumber}};
+    bool dropped = false;
+    for (const Text& text : texts)
+        dropped = dropped || (!text.value.empty() && !data.GetTagItem(text.group, text.element));
+    if (!dropped)
+        return true;
+    if (!data.ReplaceTag(0x0008, 0x0005, u"ISO_IR 192", u""))
+        return false;
+    data.ChangeCharacterSet("ISO_IR 192");
+    for (const Text& text : texts)
+        if (!data.ReplaceTag(text.group, text.element, text.value, u""))
+            return false;
+    return true;
+}
+
 }  // namespace
 
 int RunCapture(int argc, char** argv)
@@ -307,6 +333,11 @@ int RunCapture(int argc, char** argv)
         if (!source.ReadFileInfo(Utf8ToUtf16(reference)))
             return Fail(FormatText("%s: %s", reference, source.GetLastError().GetText().c_str()));
         info.SetCommonInfo(&source);
+        // A reference without them (not an image) still gives a study and series.
+        if (Trim(info.sStudyInstanceUID).empty())
+            info.sStudyInstanceUID = CDicomItem::GetUID();
+        if (Trim(info.sSeriesInstanceUID).empty())
+            info.sSeriesInstanceUID = CDicomItem::GetUID();
         SetNow(info, false);
     } else {
         info.sStudyInstanceUID = CDicomItem::GetUID();
@@ -353,6 +384,8 @@ int RunCapture(int argc, char** argv)
         complete = data->InsertTag(0x0028, 0x1053, u"1", u"") && data->InsertTag(0x0028, 0x1054, u"US", u"");
     if (complete && image.samples == 3)
         complete = data->InsertTag(0x0028, 0x0006, kPlanarInterleaved, 2, u"US");
+    if (complete)
+        complete = KeepReferenceTexts(*data, info);
     if (!complete)
         return Fail("cannot complete the Secondary Capture header");
     if (!root.SaveToFile(Utf8ToUtf16(out)))

@@ -140,6 +140,10 @@ int RunEdit(int argc, char** argv)
                           [](const Assignment& a) { return a.group == 0x0008 && a.element == 0x0005; });
     bool identityChanged = false;
     for (const Assignment& assignment : assignments) {
+        // The data set is written in the transfer syntax that the meta
+        // information names: changing it is a conversion, not an edit.
+        if (assignment.group == 0x0002 && assignment.element == 0x0010)
+            return Fail("(0002,0010): the transfer syntax is changed with zeldicom convert");
         CDicomItem& node = assignment.group == 0x0002 ? *header : *data;
         std::string error;
         if (!SetElementFromText(node, assignment.group, assignment.element, assignment.value, error))

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <memory>
+#include <set>
+#include <vector>
 #include <string>
 
 #include "dicomdata/dicomitem.h"
@@ -57,6 +59,13 @@ std::unique_ptr<DICOMINFO> CapturedRecord()
     const uint16_t entries[4] = {7, 8, 900, 4095};
     info->ModalityLut.LoadDescriptor(descriptor, 0);
     info->ModalityLut.LoadData(entries, 0, 4);
+    const uint16_t paletteDescriptor[3] = {3, 0, 16};
+    const uint16_t shades[3][3] = {{1, 2, 3}, {40, 50, 60}, {700, 800, 65535}};
+    DICOM_LUT* palettes[3] = {&info->RedPaletteLut, &info->GreenPaletteLut, &info->BluePaletteLut};
+    for (int i = 0; i < 3; ++i) {
+        palettes[i]->LoadDescriptor(paletteDescriptor, 0);
+        palettes[i]->LoadData(shades[i], 0, 3);
+    }
     auto overlay = std::make_unique<DICOM_OVERLAY>(2);
     overlay->wRows = 3;
     overlay->wColumns = 5;
@@ -99,62 +108,58 @@ TEST(HeaderCreation, SecondaryCaptureHeaderReadsBackIntoTheRecord)
     auto record = CapturedRecord();
     Bytes file = WholeFile(*record, Bytes(2 * 15, 0x11));
 
-    // The library's own reader sees the record that was written.
+    // The library's own reader sees the record that was written: every
+    // field the header carries comes back equal.
     DICOMINFO back;
     ASSERT_EQ(back.ReadInfo(file.data(), static_cast<uint32_t>(file.size())), 1) << back.GetLastError().GetText();
+    const std::set<std::string> written = {
+        "sSOPInstanceUID", "sStudyInstanceUID", "sSeriesInstanceUID", "lStudyDate", "lContentDate", "lStudyTime",
+        "lContentTime", "lPatientBirthDate", "sPatientID", "sModality", "sSeriesNumber", "sInstanceNumber", "nRows",
+        "nColumns", "nBitsAllocated", "nBitsStored", "nHighBit", "dRowSpacing", "dColumnSpacing", "nWindowCenter",
+        "nWindowWidth"};
+    int count = 0;
+    const INFOFIELD* fields = DICOMINFO::GetFieldTable(count);
+    int compared = 0;
+    for (int i = 0; i < count; ++i) {
+        const INFOFIELD& f = fields[i];
+        if (!written.count(f.name))
+            continue;
+        ++compared;
+        const DICOMINFO& sent = *record;
+        if (f.kind == INFOFIELD::Int) {
+            EXPECT_EQ(back.*f.member.n, sent.*f.member.n) << f.name;
+        } else if (f.kind == INFOFIELD::Text) {
+            EXPECT_EQ(back.*f.member.s, sent.*f.member.s) << f.name;
+        } else {
+            EXPECT_DOUBLE_EQ(back.*f.member.d, sent.*f.member.d) << f.name;
+        }
+    }
+    EXPECT_EQ(compared, static_cast<int>(written.size()));
     EXPECT_EQ(back.sSOPClassUID, u"1.2.840.10008.5.1.4.1.1.7");
-    EXPECT_EQ(back.sSOPInstanceUID, record->sSOPInstanceUID);
-    EXPECT_EQ(back.sStudyInstanceUID, record->sStudyInstanceUID);
-    EXPECT_EQ(back.sSeriesInstanceUID, record->sSeriesInstanceUID);
-    EXPECT_EQ(back.lStudyDate, 20240105);
-    EXPECT_EQ(back.lContentDate, 20240229);
-    EXPECT_EQ(back.lStudyTime, 93000);
-    EXPECT_EQ(back.lContentTime, 235959);
-    EXPECT_EQ(back.lPatientBirthDate, 19700101);
     EXPECT_EQ(back.sDicomPatientName, u"Doe^Jane");
-    EXPECT_EQ(back.sPatientID, u"P-17");
     EXPECT_EQ(back.sPatientSex, u"F");
-    EXPECT_EQ(back.nRows, 3);
-    EXPECT_EQ(back.nColumns, 5);
-    EXPECT_EQ(back.nBitsStored, 12);
-    EXPECT_EQ(back.nHighBit, 11);
-    EXPECT_DOUBLE_EQ(back.dRowSpacing, 0.5);
-    EXPECT_DOUBLE_EQ(back.dColumnSpacing, 0.25);
-    EXPECT_EQ(back.nWindowCenter, 100);
-    EXPECT_EQ(back.nWindowWidth, 300);
     ASSERT_TRUE(back.ModalityLut.IsDataPresent());
-    EXPECT_EQ(back.ModalityLut.GetSize(), 4u);
-    EXPECT_EQ(back.ModalityLut.GetFirstEntry(), 10u);
-    EXPECT_EQ(back.ModalityLut.GetBitsNumber(), 16u);
-    EXPECT_EQ(back.ModalityLut.GetData()[2], 900);
+    EXPECT_EQ(std::vector<uint32_t>({back.ModalityLut.GetSize(), back.ModalityLut.GetFirstEntry(),
+                                     back.ModalityLut.GetBitsNumber(), back.ModalityLut.GetData()[2]}),
+              std::vector<uint32_t>({4, 10, 16, 900}));
+    const DICOM_LUT* palettes[3] = {&back.RedPaletteLut, &back.GreenPaletteLut, &back.BluePaletteLut};
+    for (const DICOM_LUT* lut : palettes) {
+        ASSERT_NE(lut->pData, nullptr);
+        EXPECT_EQ(lut->nEntries, 3u);
+    }
+    EXPECT_EQ(std::vector<int>({palettes[0]->pData[0], palettes[1]->pData[1], palettes[2]->pData[2]}),
+              std::vector<int>({1, 50, 65535}));
     ASSERT_EQ(back.aOverlays.size(), 1u);
-    EXPECT_EQ(back.aOverlays[0]->nIndex, 2);  // group 6002
-    EXPECT_EQ(back.aOverlays[0]->nOriginRow, 2);
-    EXPECT_EQ(back.aOverlays[0]->nOriginColumn, -3);
-    ASSERT_GE(back.aOverlays[0]->nDataSize, 2);
-    EXPECT_EQ(back.aOverlays[0]->pData[0], 0x5A);
+    const DICOM_OVERLAY& overlay = *back.aOverlays[0];
+    EXPECT_EQ(std::vector<int>({overlay.nIndex, overlay.nOriginRow, overlay.nOriginColumn, overlay.pData[0]}),
+              std::vector<int>({2, 2, -3, 0x5A}));  // group 6002, row first
 
-    // What the record does not show: a modality LUT replaces the rescale
-    // intercept, elements stand in tag order, the item is delimited.
+    // Without spacing and LUT: no (0028,0030), and the rescale intercept
+    // that a modality LUT replaces.
     CDicomItem root(u"Object");
     ASSERT_TRUE(root.LoadObject(file.data(), static_cast<int>(file.size())));
-    auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(Text(*data, 0x0028, 0x1052), "<absent>");
-    EXPECT_EQ(Text(*data, 0x0008, 0x0008), "DERIVED\\SECONDARY");
-    EXPECT_EQ(Text(*data, 0x0008, 0x0005), "ISO_IR 100");
-    EXPECT_EQ(Text(*data, 0x0028, 0x0030), "0.500000\\0.250000");
-    CDicomItem* lutItem = data->GetSequenceItem(0x0028, 0x3000);
-    ASSERT_NE(lutItem, nullptr);
-    EXPECT_EQ(Text(*lutItem, 0x0028, 0x3004), "US");
-    int previous = -1;
-    for (int i = 0; i < data->GetChildCount(); ++i) {
-        int group = CDicomItem::ParseGroupName(data->GetChildItem(i)->m_sName);
-        EXPECT_GT(group, previous);
-        previous = group;
-    }
-
-    // Without spacing and LUT: no (0028,0030), and the intercept instead.
+    EXPECT_EQ(Text(*static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data"))), 0x0028, 0x1052),
+              "<absent>");
     record->dRowSpacing = 0.0;
     record->ModalityLut = CModalityLutDesc();
     record->nRescaleIntercept = -1024;
