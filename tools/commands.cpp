@@ -14,6 +14,8 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
+        {"find", "query a C-FIND SCP (-k KEY[=VALUE]... HOST PORT; --json)", RunFind},
+        {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
     };
     return commands;
 }
