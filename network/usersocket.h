@@ -32,6 +32,19 @@ struct QueryKey {
     std::string value;
 };
 
+// What a storage commitment request asked and what the peer reported.
+struct COMMIT_RESULT {
+    struct Instance {
+        std::string sopClass, sopInstance;
+        uint16_t failureReason = 0;  // (0008,1197) of a failed instance
+    };
+    std::string transactionUid;          // sent in the N-ACTION
+    std::string reportedTransactionUid;  // received in the N-EVENT-REPORT
+    uint16_t actionStatus = 0xFFFF;
+    uint16_t eventType = 0;              // 1 all committed, 2 failures exist
+    std::vector<Instance> committed, failed;
+};
+
 // A complete query or retrieval, for Do_CFIND_Request and Do_CMOVE_Request.
 struct QR_REQUEST {
     enum Model { kPatientRoot, kStudyRoot };
@@ -174,6 +187,24 @@ public:
     bool SendStorageCommitmentEventReportMsg(CDicomItem* item, bool lastFragment, bool command);
     // Words for a DIMSE-N status (PS3.7 C).
     static std::string GetNStatusText(uint16_t status);
+
+    // --- storage commitment push (usersocket_commit.cpp)
+    // A whole commitment: listens on listenPort, sends the N-ACTION over an
+    // association to host, then accepts the peer's association and answers
+    // its N-EVENT-REPORT (within the time-out). 0 when the report came.
+    int Do_StorageCommitment(const HOST_INFO& host, const std::vector<COMMIT_RESULT::Instance>& instances,
+                             unsigned listenPort, COMMIT_RESULT& result);
+    // The accepting side on a socket that took a caller: reads its
+    // A-ASSOCIATE-RQ and answers it, accepting the listed abstract syntaxes
+    // and the roles as proposed.
+    int AcceptAssociation(const std::vector<std::string>& abstractSyntaxes);
+    // Receives an N-EVENT-REPORT-RQ of storage commitment, answers it and
+    // adds its instances to result.
+    int ReceiveCommitmentReport(COMMIT_RESULT& result);
+    // The N-ACTION's Transaction UID and Referenced SOP Sequence.
+    bool EncodeCommitmentRequest(const std::string& transactionUid,
+                                 const std::vector<COMMIT_RESULT::Instance>& instances, CDynBuffer& out);
+    int SendReleaseRsp();
 
     // --- verification (usersocket_echo.cpp)
     // 0 on success, else the local error (or the system error when there is none).

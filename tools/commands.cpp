@@ -16,6 +16,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
         {"find", "query a C-FIND SCP (-k KEY[=VALUE]... HOST PORT; --json)", RunFind},
         {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
+        {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
     };
     return commands;
 }

@@ -23,3 +23,4 @@ int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
 int RunStore(int argc, char** argv);    // tools/cmd_store.cpp
 int RunFind(int argc, char** argv);     // tools/cmd_find.cpp
 int RunMove(int argc, char** argv);     // tools/cmd_move.cpp
+int RunCommit(int argc, char** argv);   // tools/cmd_commit.cpp
