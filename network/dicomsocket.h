@@ -57,6 +57,9 @@ enum DicomSocketError : uint32_t {
     kErrorNotAssociateAnswer = 720,     // neither A-ASSOCIATE-AC nor -RJ answered the request
     kErrorMalformedPdu = 721,           // an item, sub-item or PDV runs past its PDU
     kErrorPduTooLarge = 722,            // the peer announced a PDU larger than this side accepts
+    kErrorNoContext = 723,              // the peer accepted no presentation context for the service
+    kErrorMalformedDataSet = 724,       // a received data set (identifier, event information) is malformed
+    kErrorBadArgument = 725,            // a request the library cannot encode (unknown key tag, bad value)
     kErrorUnexpectedPdu = 745,          // not a P-DATA-TF where PDVs were expected
     kErrorPdvKind = 746,                // data PDV in a command, or command PDV in data
     kErrorUnexpectedCommand = 747,      // a response to another command than the one sent

@@ -3,14 +3,59 @@
 //
 // Files: usersocket_associate.cpp (connect, A-ASSOCIATE-RQ and its answer,
 // release, close), usersocket_dimse.cpp (command sets out, responses in),
-// usersocket_echo.cpp (the verification exchange and its failure words).
+// usersocket_codec.cpp (data-set elements in the negotiated transfer
+// syntax), usersocket_store.cpp, usersocket_query.cpp (C-FIND, C-MOVE),
+// usersocket_nservice.cpp (DIMSE-N requests, event reports, storage
+// commitment), usersocket_echo.cpp (the verification exchange and its
+// failure words).
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "network/dicomsocket.h"
+#include "network/queryrecords.h"
 
+class CDicomItem;
 class CDynBuffer;
+
+// A callback of ReadTags: one element, its value copied (and swapped to
+// this machine's byte order for big endian); the copy lives for the call.
+typedef void (*DICOM_READ_TAG_PROC)(uint16_t group, uint16_t element, uint32_t length, const unsigned char* value,
+                                    void* parameter);
+
+// One key of a query identifier: a tag and its value as text (numbers for
+// binary VRs; empty asks for the attribute to be returned).
+struct QueryKey {
+    uint16_t group = 0, element = 0;
+    std::string value;
+};
+
+// What a storage commitment request asked and what the peer reported.
+struct COMMIT_RESULT {
+    struct Instance {
+        std::string sopClass, sopInstance;
+        uint16_t failureReason = 0;  // (0008,1197) of a failed instance
+    };
+    std::string transactionUid;          // sent in the N-ACTION
+    std::string reportedTransactionUid;  // received in the N-EVENT-REPORT
+    uint16_t actionStatus = 0xFFFF;
+    uint16_t eventType = 0;              // 1 all committed, 2 failures exist
+    std::vector<Instance> committed, failed;
+};
+
+// A complete query or retrieval, for Do_CFIND_Request and Do_CMOVE_Request.
+struct QR_REQUEST {
+    enum Model { kPatientRoot, kStudyRoot };
+    Model model = kStudyRoot;
+    std::string level = "STUDY";             // Query/Retrieve Level (0008,0052)
+    std::vector<QueryKey> keys;              // (0008,0052) is added from level
+    std::string moveDestination;             // C-MOVE only
+    // Transfer syntaxes proposed for the identifier, preferred first.
+    std::vector<std::string> transferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2", "1.2.840.10008.1.2"};
+    uint16_t priority = 0x0000;
+};
 
 // The requesting side of the association: no members of its own.
 class CDicomCommonSocket : public CDicomSocket {
@@ -23,7 +68,7 @@ protected:
 
 // One element of a request command set (PS3.7 E.1).
 struct CommandElement {
-    enum Kind { kUid, kAe, kUs, kNextMessageId };
+    enum Kind { kUid, kAe, kUs, kAt, kNextMessageId };
     uint16_t element;
     Kind kind;
     std::string text = "";
@@ -62,6 +107,32 @@ public:
     // when a message came and answers that command.
     int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
 
+    // --- data-set elements in the negotiated transfer syntax (usersocket_codec.cpp)
+    // Appends one element, its VR from the data dictionary: 0 (nothing
+    // appended) for a tag the dictionary does not know, else 1.
+    int AddTag(CDynBuffer& buffer, uint16_t group, uint16_t element, const void* value, uint32_t length);
+    int AddTag(CDynBuffer& buffer, uint16_t group, uint16_t element, uint16_t value);
+    int AddTag(CDynBuffer& buffer, uint16_t group, uint16_t element, uint32_t value);
+    // Walks an encoded data set: true when every element was handed to the
+    // callback, false when one runs past the end or is malformed. A value
+    // of undefined length is handed over whole, through its delimiter.
+    virtual bool ReadTags(const unsigned char* buffer, int size, DICOM_READ_TAG_PROC callback, void* parameter);
+    // A ReadTags callback that fills the DICOM_CMND_MSG given as parameter
+    // (as CommandMessageProc, without the Move Destination).
+    static void CommandTagProc(uint16_t group, uint16_t element, uint32_t length, const unsigned char* value,
+                               void* message);
+    // At most size - 1 bytes of the value, terminated, trailing blanks removed.
+    static void GetTagString(const unsigned char* value, int length, char* destination, int size);
+    // The writer callback for the element tree's save operations.
+    static int WriteProc(const void* data, int length, CDynBuffer* buffer);
+    // The negotiated encoding of the outgoing context, as flags.
+    bool IsExplicitVR() const { return m_bExplicitVR != 0; }
+    bool IsBigEndian() const { return m_bBigEndian != 0; }
+    // Loads a received data set (in the outgoing context's encoding) into
+    // an element tree node; the tree keeps pointing into keep, which must
+    // outlive it. False when the data set is malformed.
+    bool LoadDataSet(const unsigned char* bytes, uint32_t size, CDynBuffer& keep, CDicomItem& dataSet) const;
+
     // --- storage (usersocket_store.cpp)
     // The C-STORE-RQ command set (medium priority, a data set follows).
     int SendStoreReqCmnd(const std::string& sopClass, const std::string& sopInstance);
@@ -76,13 +147,84 @@ public:
     // Words for a C-STORE response status (PS3.4 B.2.3).
     static std::string GetStoreStatusText(uint16_t status);
 
+    // --- query and retrieval (usersocket_query.cpp)
+    int SendFindReqCmnd(const std::string& sopClass, uint16_t priority, uint16_t dataSetType);
+    int SendMoveReqCmnd(const std::string& sopClass, uint16_t priority, const std::string& destination);
+    // PS3.4 C.4.1.1.4: words for a C-FIND status, good (not a failure) and
+    // final (no further response follows).
+    static void AnalysFindResponseStatus(uint16_t status, std::string& text, int& good, int& final);
+    // Words for a C-MOVE status (PS3.4 C.4.2.1.5).
+    static std::string GetMoveStatusText(uint16_t status);
+    // The identifier of request in the negotiated encoding: Query/Retrieve
+    // Level and the keys in ascending tag order. False when a key's tag is
+    // not in the dictionary (named in the error detail).
+    bool EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identifier);
+    // Called for each match with its identifier as an element tree data set.
+    using FindMatchCallback = std::function<void(const CDicomItem& identifier)>;
+    // Called for each C-MOVE response with its sub-operation counts.
+    using MoveProgressCallback = std::function<void(const DICOM_CMND_MSG& response)>;
+    // A whole C-FIND: association, request, every response, release. 0 when
+    // the exchange completed (the final status, success or not, is in
+    // finalStatus), else the local or system error (GetErrorText words it).
+    int Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& request, const FindMatchCallback& onMatch,
+                         uint16_t& finalStatus);
+    // A whole C-MOVE; the last response (final status and counts) in finalResponse.
+    int Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& request, const MoveProgressCallback& onProgress,
+                         DICOM_CMND_MSG& finalResponse);
+
+    // --- DIMSE-N and storage commitment (usersocket_nservice.cpp)
+    int SendCreateReqCmnd(const std::string& sopClass, const std::string& sopInstance);
+    int SendSetReqCmnd(const std::string& sopClass, const std::string& sopInstance);
+    // tags: group in the low 16 bits, element in the high 16 bits.
+    int SendGetReq(const std::string& sopClass, const std::string& sopInstance, int count, const uint32_t* tags);
+    int SendActionReqCmnd(const std::string& sopClass, const std::string& sopInstance, uint16_t dataSetType,
+                          uint16_t actionTypeId);
+    int SendDeleteReq(const std::string& sopClass, const std::string& sopInstance);
+    // The counter is not advanced: this answers the peer's message.
+    int SendEventReportRspCmnd(const std::string& sopClass, const std::string& sopInstance, uint16_t messageId,
+                               uint16_t dataSetType, uint16_t eventTypeId);
+    // The whole tree as one PDV, implicit VR, never split.
+    bool SendStorageCommitmentEventReportMsg(CDicomItem* item, bool lastFragment, bool command);
+    // Words for a DIMSE-N status (PS3.7 C).
+    static std::string GetNStatusText(uint16_t status);
+
+    // --- storage commitment push (usersocket_commit.cpp)
+    // A whole commitment: listens on listenPort, sends the N-ACTION over an
+    // association to host, then accepts the peer's association and answers
+    // its N-EVENT-REPORT (within the time-out). 0 when the report came.
+    int Do_StorageCommitment(const HOST_INFO& host, const std::vector<COMMIT_RESULT::Instance>& instances,
+                             unsigned listenPort, COMMIT_RESULT& result);
+    // The accepting side on a socket that took a caller: reads its
+    // A-ASSOCIATE-RQ and answers it, accepting the listed abstract syntaxes
+    // and the roles as proposed.
+    int AcceptAssociation(const std::vector<std::string>& abstractSyntaxes);
+    // Receives an N-EVENT-REPORT-RQ of storage commitment, answers it and
+    // adds its instances to result.
+    int ReceiveCommitmentReport(COMMIT_RESULT& result);
+    // The N-ACTION's Transaction UID and Referenced SOP Sequence.
+    bool EncodeCommitmentRequest(const std::string& transactionUid,
+                                 const std::vector<COMMIT_RESULT::Instance>& instances, CDynBuffer& out);
+    int SendReleaseRsp();
+
     // --- verification (usersocket_echo.cpp)
     // 0 on success, else the local error (or the system error when there is none).
     int Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,
                          const std::string& callingTitle);
     // One line of words for the last failure: the step it happened in and what went wrong.
     std::string GetErrorText() const;
+    // Records a failure found above the transport (local error and its words).
+    void SetErrorText(uint32_t local, const std::string& detail);
 
+protected:
+    // Sends the group of a loaded tree as it lies in its source buffer.
+    bool SendGroup(CDicomItem* item, int group);
+    // Puts the P-DATA-TF header in front of a prebuilt body and sends it.
+    int SendPdu(CDynBuffer& body);
+    // Connects, proposes the contexts already added and negotiates; the
+    // step that failed is left in m_sFailedStep.
+    int OpenAssociation(const HOST_INFO& host, bool storageCommitmentRole);
+
+public:
     uint32_t m_nMessageID = 0;
     std::u16string m_sHost;
     unsigned m_nPort = 104;

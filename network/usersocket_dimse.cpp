@@ -30,6 +30,10 @@ int CUserSocket::SendCommand(std::initializer_list<CommandElement> elements)
             DICOMINFO::AddTagByVR(command, u"AE", 0x0000, element.element, element.text.data(),
                                   static_cast<uint32_t>(element.text.size()));
             break;
+        case CommandElement::kAt:
+            DICOMINFO::AddTagByVR(command, u"AT", 0x0000, element.element, element.text.data(),
+                                  static_cast<uint32_t>(element.text.size()));
+            break;
         case CommandElement::kUs: DICOMINFO::AddTag(command, 0x0000, element.element, element.number); break;
         case CommandElement::kNextMessageId:
             ++m_nMessageID;

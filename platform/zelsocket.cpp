@@ -159,8 +159,29 @@ void CZelSocket::Close()
     m_nHandle = -1;
 }
 
+bool CZelSocket::Listen(unsigned port)
+{
+    if (m_nHandle < 0 && !Create(0, 1, u""))
+        return false;
+    int on = 1;
+    setsockopt(m_nHandle, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (::bind(m_nHandle, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(m_nHandle, 4) != 0)
+        return Fail(FromErrno(errno));
+    return true;
+}
+
 bool CZelSocket::Accept(CZelSocket& peer, void* address, int* addressLength)
 {
+    // A listener waits for a caller no longer than a receive would wait for data.
+    int ready = WaitFor(m_nHandle, POLLIN, m_nReceiveTimeout);
+    if (ready == 0)
+        return Fail(kTimedOut);
+    if (ready < 0)
+        return Fail(FromErrno(errno));
     socklen_t length = addressLength ? static_cast<socklen_t>(*addressLength) : 0;
     int fd = ::accept4(m_nHandle, static_cast<sockaddr*>(address), addressLength ? &length : nullptr, SOCK_CLOEXEC);
     if (fd < 0)

@@ -26,7 +26,11 @@ public:
     // A TCP stream socket (type 1); port and address are not used by a client.
     virtual bool Create(unsigned port = 0, int type = 1, const std::u16string& address = u"");
     virtual void Close();
+    // Waits up to the receive time-out for a caller (kTimedOut when none came).
     virtual bool Accept(CZelSocket& peer, void* address, int* addressLength);
+    // Binds the socket (created when needed) to the port on every local
+    // address and listens; Accept takes the callers.
+    bool Listen(unsigned port);
     // Sends what the connection takes: a count (possibly fewer bytes than
     // asked), or -1.
     virtual int Send(const void* buffer, int length, int flags = 0);

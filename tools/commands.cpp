@@ -16,6 +16,9 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
+        {"find", "query a C-FIND SCP (-k KEY[=VALUE]... HOST PORT; --json)", RunFind},
+        {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
+        {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
         {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},
         {"edit", "change elements of a DICOM file (--set KEY=VALUE), or make it a new instance", RunEdit},
     };

@@ -21,6 +21,9 @@ int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
 int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
 int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
 int RunStore(int argc, char** argv);    // tools/cmd_store.cpp
+int RunFind(int argc, char** argv);     // tools/cmd_find.cpp
+int RunMove(int argc, char** argv);     // tools/cmd_move.cpp
+int RunCommit(int argc, char** argv);   // tools/cmd_commit.cpp
 int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
 int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
 

@@ -372,3 +372,8 @@ void WriteTextDump(const CDicomItem& root, DumpOutput& out)
         dumper.DataSet(*data, 0);
     }
 }
+
+void WriteTextDataSet(const CDicomItem& dataSet, DumpOutput& out, int level)
+{
+    TextDumper(out).DataSet(dataSet, level);
+}

@@ -7,5 +7,8 @@
 // indented by nesting, with items, delimiters and fragments shown.
 void WriteTextDump(const CDicomItem& root, DumpOutput& out);
 
+// A data set node alone (a query match, an event report), one line per element.
+void WriteTextDataSet(const CDicomItem& dataSet, DumpOutput& out, int level);
+
 // The data set node as a DICOM JSON Model object (PS3.18 F.2), UTF-8.
 void WriteJsonDataSet(const CDicomItem& dataSet, DumpOutput& out, int level);

@@ -127,6 +127,73 @@ bool ReadAssociateAc(const unsigned char* pdu, size_t size, AssociateAc& out, st
     return true;
 }
 
+bool ReadAssociateRq(const unsigned char* pdu, size_t size, AssociateRq& out, std::string* problem)
+{
+    out = AssociateRq{};
+    Header header;
+    if (!ReadHeader(pdu, size, header) || header.type != kAssociateRq)
+        return Refuse(problem, "not an A-ASSOCIATE-RQ");
+    if (header.length > size - kHeaderSize)
+        return Refuse(problem, "PDU length runs past the bytes received");
+    if (header.length < kAssociateFixedSize)
+        return Refuse(problem, "A-ASSOCIATE-RQ shorter than its fixed fields");
+    ByteCursor cursor(pdu + kHeaderSize, header.length);
+    cursor.skip(4);
+    out.calledTitle = Text(cursor.here(), 16);
+    cursor.skip(16);
+    out.callingTitle = Text(cursor.here(), 16);
+    cursor.skip(16 + 32);
+    ItemWalker items(cursor.here(), cursor.remaining());
+    Item item;
+    while (items.Next(item)) {
+        if (item.type == kPresentationContextRqItem) {
+            // Context ID, three reserved bytes, the abstract syntax, the transfer syntaxes.
+            ProposedContext context;
+            ByteCursor value(item.value, item.length);
+            if (!value.readUint8(context.id) || !value.skip(3))
+                return Refuse(problem, "presentation context item shorter than 4 bytes");
+            ItemWalker subItems(value.here(), value.remaining());
+            Item sub;
+            while (subItems.Next(sub)) {
+                std::string uid = Text(sub.value, sub.length);
+                while (!uid.empty() && (uid.back() == '\0' || uid.back() == ' '))
+                    uid.pop_back();
+                if (sub.type == kAbstractSyntaxSubItem)
+                    context.abstractSyntax = uid;
+                else if (sub.type == kTransferSyntaxSubItem && context.transferSyntaxes.size() < 64)
+                    context.transferSyntaxes.push_back(uid);
+            }
+            if (subItems.Malformed())
+                return Refuse(problem, "sub-item runs past its presentation context item");
+            if (out.contexts.size() < 128)
+                out.contexts.push_back(std::move(context));
+        } else if (item.type == kUserInfoItem) {
+            ItemWalker subItems(item.value, item.length);
+            Item sub;
+            while (subItems.Next(sub)) {
+                ByteCursor value(sub.value, sub.length);
+                uint16_t uidLength = 0;
+                if (sub.type == kMaxLengthSubItem)
+                    value.readUint32BE(out.maxLength);
+                else if (sub.type == kRoleSelectionSubItem && value.readUint16BE(uidLength) && value.has(uidLength + 2u)) {
+                    RoleSelection role;
+                    role.sopClass = Text(value.here(), uidLength);
+                    value.skip(uidLength);
+                    value.readUint8(role.scu);
+                    value.readUint8(role.scp);
+                    if (out.roles.size() < 128)
+                        out.roles.push_back(role);
+                }
+            }
+            if (subItems.Malformed())
+                return Refuse(problem, "sub-item runs past the user information item");
+        }
+    }
+    if (items.Malformed())
+        return Refuse(problem, "item length runs past the end of the A-ASSOCIATE-RQ");
+    return true;
+}
+
 bool ReadAssociateRj(const unsigned char* pdu, size_t size, AssociateRj& out)
 {
     Header header;

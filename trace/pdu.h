@@ -117,6 +117,24 @@ struct AssociateAc {
 // container; `problem` then names what was wrong.
 bool ReadAssociateAc(const unsigned char* pdu, size_t size, AssociateAc& out, std::string* problem = nullptr);
 
+// What an A-ASSOCIATE-RQ proposes (PS3.8 9.3.2), for the accepting side.
+struct ProposedContext {
+    uint8_t id = 0;
+    std::string abstractSyntax;
+    std::vector<std::string> transferSyntaxes;
+};
+struct RoleSelection {
+    std::string sopClass;
+    uint8_t scu = 0, scp = 0;
+};
+struct AssociateRq {
+    std::string calledTitle, callingTitle;
+    std::vector<ProposedContext> contexts;  // at most 128
+    std::vector<RoleSelection> roles;
+    uint32_t maxLength = 0;
+};
+bool ReadAssociateRq(const unsigned char* pdu, size_t size, AssociateRq& out, std::string* problem = nullptr);
+
 struct AssociateRj {
     uint8_t result = 0;  // 1 permanent, 2 transient
     uint8_t source = 0;  // 1 service user, 2 provider (ACSE), 3 provider (presentation)

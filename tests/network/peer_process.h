@@ -31,13 +31,17 @@ uint16_t FreePort()
     return ntohs(address.sin_port);
 }
 
-// A peer process started in its own folder, killed and reaped on destruction.
+// A peer process started in its own folder, killed (with the processes it
+// forked) and reaped on destruction.
 class PeerProcess {
 public:
     PeerProcess(const std::vector<std::string>& argv, const std::string& folder) : m_folder(folder)
     {
         m_pid = fork();
         if (m_pid == 0) {
+            // Its own process group: peers that fork per association
+            // (dcmqrscp) are stopped with their children.
+            setpgid(0, 0);
             std::vector<char*> args;
             for (const std::string& arg : argv)
                 args.push_back(const_cast<char*>(arg.c_str()));
@@ -53,7 +57,7 @@ public:
     ~PeerProcess()
     {
         if (m_pid > 0) {
-            kill(m_pid, SIGTERM);
+            kill(-m_pid, SIGTERM);
             waitpid(m_pid, nullptr, 0);
         }
         std::filesystem::remove_all(m_folder);

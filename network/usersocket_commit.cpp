@@ -1,0 +1,271 @@
+// Storage commitment push as the requesting side (PS3.4 J): the N-ACTION
+// with the instances to commit, then the N-EVENT-REPORT with the outcome,
+// which a peer such as Orthanc sends on a new association that it opens to
+// this side: so the accepting half of an association lives here too.
+#include <cstring>
+
+#include "dicomdata/dicomitem.h"
+#include "imageinfo/dicominfo.h"
+#include "network/dataset_codec.h"
+#include "network/usersocket.h"
+#include "platform/dynbuffer.h"
+#include "platform/text.h"
+#include "trace/pdu.h"
+#include "trace/vocabulary.h"
+
+using namespace zeldicom;
+
+namespace {
+constexpr char kCommitmentSopClass[] = "1.2.840.10008.1.20.1";
+constexpr char kCommitmentSopInstance[] = "1.2.840.10008.1.20.1.1";  // PS3.4 J.3.5: well-known instance
+constexpr uint16_t kActionRq = 0x0130;
+constexpr uint16_t kEventReportRq = 0x0100;
+constexpr uint16_t kRequestCommitment = 1;
+
+std::string UidOf(const CDicomItem* item, int group, int element)
+{
+    const CDicomItem* node = item ? item->GetTagItem(group, element) : nullptr;
+    if (!node || !node->GetData() || node->GetDataSize() <= 0)
+        return "";
+    std::string text(reinterpret_cast<const char*>(node->GetData()), static_cast<size_t>(node->GetDataSize()));
+    while (!text.empty() && (text.back() == '\0' || text.back() == ' '))
+        text.pop_back();
+    return text;
+}
+
+// The items of a sequence element of a loaded tree.
+std::vector<const CDicomItem*> ItemsOf(const CDicomItem& dataSet, int group, int element)
+{
+    std::vector<const CDicomItem*> items;
+    const CDicomItem* sequence = dataSet.GetTagItem(group, element);
+    const CDicomItem* itemGroup = sequence ? sequence->GetGroupItem(0xFFFE) : nullptr;
+    if (!itemGroup)
+        return items;
+    for (const CXmlItem* child : itemGroup->m_children)
+        if (CDicomItem::ParseElementName(child->m_sName) == 0xE000)
+            items.push_back(static_cast<const CDicomItem*>(child));
+    return items;
+}
+
+}
+
+int CUserSocket::SendReleaseRsp()
+{
+    static const unsigned char kReleaseRp[10] = {pdu::kReleaseRp, 0, 0, 0, 0, 4, 0, 0, 0, 0};
+    if (Send(kReleaseRp, sizeof kReleaseRp) == -1) {
+        SetError(0, GetLastError());
+        return 0;
+    }
+    return 1;
+}
+
+int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSyntaxes)
+{
+    if (!ReceivePdu())
+        return 0;
+    size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
+    SetPduEmpty();
+    pdu::AssociateRq request;
+    std::string problem;
+    if (!pdu::ReadAssociateRq(PduBytes(), size, request, &problem)) {
+        SetError(kErrorMalformedPdu, 0, "the caller's association request: " + problem);
+        return 0;
+    }
+    std::memcpy(m_AssociateData.m_szCalledAETitle, request.calledTitle.data(), std::min<size_t>(request.calledTitle.size(), 16));
+    std::memcpy(m_AssociateData.m_szCallingAETitle, request.callingTitle.data(), std::min<size_t>(request.callingTitle.size(), 16));
+    if (request.maxLength != 0)
+        m_nMaxSendFragment = request.maxLength - 12u;
+
+    pdu::Bytes items;
+    pdu::PutItem(items, pdu::kApplicationContextItem, pdu::kApplicationContextName);
+    for (const pdu::ProposedContext& proposed : request.contexts) {
+        auto* context = new CPresentationContext;
+        context->m_ucPresContextID = proposed.id;
+        context->m_sAbstractSyntax = proposed.abstractSyntax;
+        for (const std::string& uid : proposed.transferSyntaxes)
+            context->AddTransferSyntax(uid);
+        bool wanted = false;
+        for (const std::string& uid : abstractSyntaxes)
+            wanted = wanted || uid == proposed.abstractSyntax;
+        if (!wanted)
+            context->m_ucResult = 3;  // abstract syntax not supported
+        else
+            context->SelectValidTransferSyntax();
+        m_AssociateData.AddPresContext(context);
+        pdu::Bytes value{proposed.id, 0, context->m_ucResult, 0};
+        pdu::PutItem(value, pdu::kTransferSyntaxSubItem,
+                     context->m_ucResult == 0 ? context->m_sAcceptedTransferSyntax : std::string("1.2.840.10008.1.2"));
+        pdu::PutItem(items, pdu::kPresentationContextAcItem, value.data(), value.size());
+    }
+    pdu::Bytes user, maximum;
+    pdu::PutUint32(maximum, static_cast<uint32_t>(m_nReceiveBufferSize));
+    pdu::PutItem(user, pdu::kMaxLengthSubItem, maximum.data(), maximum.size());
+    pdu::PutItem(user, pdu::kImplementationClassSubItem, WideToAscii(DICOMINFO::GetDicomRoot()));
+    // PS3.7 D.3.3.4: each proposed role is answered as proposed.
+    for (const pdu::RoleSelection& role : request.roles) {
+        pdu::Bytes value;
+        pdu::PutUint16(value, static_cast<uint16_t>(role.sopClass.size()));
+        value.insert(value.end(), role.sopClass.begin(), role.sopClass.end());
+        value.push_back(role.scu);
+        value.push_back(role.scp);
+        pdu::PutItem(user, pdu::kRoleSelectionSubItem, value.data(), value.size());
+    }
+    pdu::PutItem(user, pdu::kImplementationVersionSubItem,
+                 FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
+                            DICOMINFO::GetVersionRev()));
+    pdu::PutItem(items, pdu::kUserInfoItem, user.data(), user.size());
+
+    pdu::Bytes body{0x00, 0x01, 0x00, 0x00};
+    pdu::PutTitle(body, request.calledTitle, ' ');
+    pdu::PutTitle(body, request.callingTitle, ' ');
+    body.insert(body.end(), 32, 0);
+    body.insert(body.end(), items.begin(), items.end());
+    pdu::Bytes answer = pdu::MakePdu(pdu::kAssociateAc, body);
+    if (Send(answer.data(), static_cast<int>(answer.size())) == -1) {
+        SetError(0, GetLastError());
+        return 0;
+    }
+    return 1;
+}
+
+bool CUserSocket::EncodeCommitmentRequest(const std::string& transactionUid,
+                                          const std::vector<COMMIT_RESULT::Instance>& instances, CDynBuffer& out)
+{
+    const dataset::Encoding encoding{IsExplicitVR(), IsBigEndian()};
+    CDynBuffer items;
+    for (const COMMIT_RESULT::Instance& instance : instances) {
+        CDynBuffer item;
+        AddTag(item, 0x0008, 0x1150, instance.sopClass.data(), static_cast<uint32_t>(instance.sopClass.size()));
+        AddTag(item, 0x0008, 0x1155, instance.sopInstance.data(), static_cast<uint32_t>(instance.sopInstance.size()));
+        // An item header has no VR in any encoding: tag and 32-bit length.
+        dataset::WriteHeader(items, dataset::Encoding{false, encoding.bigEndian}, 0xFFFE, 0xE000, "", item.m_nSize);
+        items.Add(item.GetData(), item.m_nSize);
+    }
+    out.m_nSize = 0;
+    return AddTag(out, 0x0008, 0x1195, transactionUid.data(), static_cast<uint32_t>(transactionUid.size())) &&
+           AddTag(out, 0x0008, 0x1199, items.GetData(), items.m_nSize);
+}
+
+int CUserSocket::ReceiveCommitmentReport(COMMIT_RESULT& result)
+{
+    DICOM_CMND_MSG request;
+    CDynBuffer data;
+    if (!ReceiveMessage(request, data))
+        return 0;
+    if (request.wCommandField != kEventReportRq) {
+        SetError(kErrorUnexpectedCommand, 0,
+                 FormatText("the caller sent command 0x%04X (%s) instead of N-EVENT-REPORT-RQ", request.wCommandField,
+                            GetClearMessage(request.wCommandField).c_str()));
+        return 0;
+    }
+    CDynBuffer keep;
+    CDicomItem report(u"Data");
+    if (request.wDataSetType == 0x0101 || !LoadDataSet(data.GetData(), data.m_nSize, keep, report)) {
+        SetError(kErrorMalformedDataSet, 0, "the N-EVENT-REPORT carries no readable event information");
+        return 0;
+    }
+    // Answer first: the peer waits for the response whatever the report says.
+    if (!SendEventReportRspCmnd(request.szAffectedSOPClassUID, request.szAffectedSOPInstanceUID, request.wMessageID,
+                                0x0101, request.wEventTypeID))
+        return 0;
+    result.eventType = request.wEventTypeID;
+    result.reportedTransactionUid = UidOf(&report, 0x0008, 0x1195);
+    for (const CDicomItem* item : ItemsOf(report, 0x0008, 0x1199))
+        result.committed.push_back({UidOf(item, 0x0008, 0x1150), UidOf(item, 0x0008, 0x1155), 0});
+    for (const CDicomItem* item : ItemsOf(report, 0x0008, 0x1198)) {
+        const CDicomItem* reason = item->GetTagItem(0x0008, 0x1197);
+        uint16_t code = reason && reason->GetData() && reason->GetDataSize() >= 2 ? ByteCursor::loadUint16LE(reason->GetData()) : 0;
+        result.failed.push_back({UidOf(item, 0x0008, 0x1150), UidOf(item, 0x0008, 0x1155), code});
+    }
+    return 1;
+}
+
+int CUserSocket::Do_StorageCommitment(const HOST_INFO& host, const std::vector<COMMIT_RESULT::Instance>& instances,
+                                      unsigned listenPort, COMMIT_RESULT& result)
+{
+    result = COMMIT_RESULT{};
+    // Listen before asking, so that a quick report finds the port open.
+    CUserSocket listener;
+    int32_t timeout = m_nTimeout;
+    listener.SetSockOpt(kReceiveTimeoutOption, &timeout, 4, kSocketLevel);
+    if (!listener.Listen(listenPort)) {
+        SetError(0, GetLastError());
+        m_sFailedStep = FormatText("listen on port %u", listenPort);
+        return static_cast<int>(m_nSystemError);
+    }
+    std::vector<std::string> syntaxes{"1.2.840.10008.1.2.1", "1.2.840.10008.1.2"};
+    auto* context = new CPresentationContext;
+    context->m_sAbstractSyntax = kCommitmentSopClass;
+    for (const std::string& uid : syntaxes)
+        context->AddTransferSyntax(uid);
+    context->m_ucPresContextID = static_cast<unsigned char>(2 * m_AssociateData.GetPresContextCount() + 1);
+    m_AssociateData.AddPresContext(context);
+    if (!OpenAssociation(host, false))
+        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
+    auto fail = [&](const char* step) {
+        m_sFailedStep = step;
+        Close();
+        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : (m_nSystemError != 0 ? m_nSystemError : 1));
+    };
+    if (context->m_ucResult != 0) {
+        SetError(kErrorNoContext, 0,
+                 "the peer refused the presentation context for Storage Commitment Push Model: " +
+                     GetClearContextAck(context->m_ucResult));
+        return fail("association");
+    }
+    SetPresentationContext(context->m_ucPresContextID);
+    result.transactionUid = WideToAscii(CDicomItem::GetUID());
+    CDynBuffer request;
+    if (!EncodeCommitmentRequest(result.transactionUid, instances, request))
+        return fail("N-ACTION request");
+    if (!SendActionReqCmnd(kCommitmentSopClass, kCommitmentSopInstance, 0x0000, kRequestCommitment) ||
+        !SendData(request.GetData(), static_cast<int>(request.m_nSize)))
+        return fail("N-ACTION request");
+    DICOM_CMND_MSG response;
+    CDynBuffer data;
+    if (!AwaitResponse(kActionRq, response, data))
+        return fail("N-ACTION response");
+    if (response.wMessageIDBeingRespondedTo != (m_nMessageID & 0xFFFF)) {
+        SetError(kErrorUnexpectedCommand, 0,
+                 FormatText("the N-ACTION response answers message %u, not %u", response.wMessageIDBeingRespondedTo,
+                            m_nMessageID & 0xFFFF));
+        return fail("N-ACTION response");
+    }
+    result.actionStatus = response.wStatus;
+    if (response.wStatus != 0x0000) {
+        SetError(kErrorFailureStatus, 0,
+                 FormatText("the N-ACTION response carries status 0x%04X (%s)", response.wStatus,
+                            GetNStatusText(response.wStatus).c_str()));
+        return fail("N-ACTION response");
+    }
+    if (!SendReleaseReq() || !ReceiveReleaseRsp())
+        return fail("release");
+    Close();
+
+    // The report comes on an association the peer opens to the listener.
+    CUserSocket reporter;
+    reporter.m_sTraceName = m_sTraceName;
+    reporter.SetTimeout(m_nTimeout);
+    if (!listener.Accept(reporter, nullptr, nullptr)) {
+        SetError(kErrorReceive, GetLastError(),
+                 FormatText("no N-EVENT-REPORT association came to port %u", listenPort));
+        m_sFailedStep = "N-EVENT-REPORT";
+        return static_cast<int>(m_nLocalError);
+    }
+    bool reported = reporter.AcceptAssociation({kCommitmentSopClass, "1.2.840.10008.1.1"}) &&
+                    reporter.ReceiveCommitmentReport(result);
+    if (reported) {
+        // The caller ends its association; an abort or a close ends it too.
+        const unsigned char* pdv = nullptr;
+        if (reporter.GetPdv(pdv) < 0 && reporter.GetLocalError() == kErrorReleaseRequested)
+            reporter.SendReleaseRsp();
+        reporter.SetError(0);
+    }
+    if (!reported) {
+        SetError(reporter.GetLocalError(), reporter.GetSystemError(), reporter.GetErrorDetail());
+        m_sFailedStep = "N-EVENT-REPORT";
+    }
+    reporter.Close();
+    listener.CZelSocket::Close();
+    return reported ? 0 : static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
+}

@@ -1,0 +1,330 @@
+// Query and retrieval (C-FIND, C-MOVE; PS3.4 C.4, PS3.7 9.1.2, 9.1.4): the
+// request command sets, the identifier in the negotiated transfer syntax,
+// the statuses in words, and the whole exchanges from connect to close.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/dictionary.h"
+#include "network/dataset_codec.h"
+#include "network/usersocket.h"
+#include "platform/dynbuffer.h"
+#include "platform/text.h"
+#include "trace/vocabulary.h"
+
+using namespace zeldicom;
+
+namespace {
+constexpr uint16_t kFindRq = 0x0020;
+constexpr uint16_t kMoveRq = 0x0021;
+constexpr uint16_t kDataSetPresent = 0x0000;
+constexpr uint16_t kNoDataSet = 0x0101;
+
+const char* FindSopClass(QR_REQUEST::Model model)
+{
+    return model == QR_REQUEST::kPatientRoot ? "1.2.840.10008.5.1.4.1.2.1.1" : "1.2.840.10008.5.1.4.1.2.2.1";
+}
+const char* MoveSopClass(QR_REQUEST::Model model)
+{
+    return model == QR_REQUEST::kPatientRoot ? "1.2.840.10008.5.1.4.1.2.1.2" : "1.2.840.10008.5.1.4.1.2.2.2";
+}
+
+// A key's text as the value bytes of its VR: numbers for the binary VRs,
+// the characters for the rest. False when a number does not read.
+bool KeyValueBytes(const char* vr, const std::string& text, std::string& out)
+{
+    out.clear();
+    int width = dataset::SwapWidth(vr);
+    if (width == 0 || text.empty() || std::strncmp(vr, "AT", 2) == 0 || std::strncmp(vr, "O", 1) == 0) {
+        out = text;
+        return true;
+    }
+    // Several values separated by backslashes.
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t end = text.find('\\', start);
+        std::string part = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        char* stop = nullptr;
+        unsigned char bytes[8] = {};
+        if (vr[0] == 'F') {
+            double number = std::strtod(part.c_str(), &stop);
+            if (width == 4) {
+                float single = static_cast<float>(number);
+                std::memcpy(bytes, &single, 4);
+            } else {
+                std::memcpy(bytes, &number, 8);
+            }
+        } else {
+            long long number = std::strtoll(part.c_str(), &stop, 10);
+            for (int i = 0; i < width; ++i)
+                bytes[i] = static_cast<unsigned char>(static_cast<unsigned long long>(number) >> (8 * i));
+        }
+        if (part.empty() || !stop || *stop != '\0')
+            return false;
+        out.append(reinterpret_cast<const char*>(bytes), static_cast<size_t>(width));
+        if (end == std::string::npos)
+            break;
+        start = end + 1;
+    }
+    return true;
+}
+
+void AddContext(CAssociateData& data, const std::string& abstractSyntax, const std::vector<std::string>& syntaxes)
+{
+    auto* context = new CPresentationContext;
+    context->m_sAbstractSyntax = abstractSyntax;
+    for (const std::string& uid : syntaxes)
+        context->AddTransferSyntax(uid);
+    context->m_ucPresContextID = static_cast<unsigned char>(2 * data.GetPresContextCount() + 1);
+    data.AddPresContext(context);
+}
+
+}
+
+int CUserSocket::SendFindReqCmnd(const std::string& sopClass, uint16_t priority, uint16_t dataSetType)
+{
+    return SendCommand({{0x0002, CommandElement::kUid, sopClass},
+                        {0x0100, CommandElement::kUs, "", kFindRq},
+                        {0x0110, CommandElement::kNextMessageId},
+                        {0x0700, CommandElement::kUs, "", priority},
+                        {0x0800, CommandElement::kUs, "", dataSetType}});
+}
+
+int CUserSocket::SendMoveReqCmnd(const std::string& sopClass, uint16_t priority, const std::string& destination)
+{
+    return SendCommand({{0x0002, CommandElement::kUid, sopClass},
+                        {0x0100, CommandElement::kUs, "", kMoveRq},
+                        {0x0110, CommandElement::kNextMessageId},
+                        {0x0600, CommandElement::kAe, destination},
+                        {0x0700, CommandElement::kUs, "", priority},
+                        {0x0800, CommandElement::kUs, "", 0x0102}});
+}
+
+void CUserSocket::AnalysFindResponseStatus(uint16_t status, std::string& text, int& good, int& final)
+{
+    good = 0;
+    final = 1;
+    switch (status) {
+    case 0x0000: text = "Success"; good = 1; return;
+    case 0xFF00: case 0xFF01: text = "Pending: Matches are continuing"; good = 1; final = 0; return;
+    case 0xFE00: text = "Cancel: Matching terminated due to Cancel request"; return;
+    case 0xA700: text = "Refused: Out of Resources"; return;
+    case 0xA900: text = "Failed: Identifier does not match SOP Class"; return;
+    default: text = (status & 0xF000) == 0xC000 ? "Failed: Unable to Process" : "Unknown status"; return;
+    }
+}
+
+std::string CUserSocket::GetMoveStatusText(uint16_t status)
+{
+    switch (status) {
+    case 0x0000: return "Success: sub-operations complete, no failures";
+    case 0xFF00: return "Pending: sub-operations are continuing";
+    case 0xFE00: return "Cancel: sub-operations terminated due to Cancel indication";
+    case 0xB000: return "Warning: sub-operations complete, one or more failures";
+    case 0xA701: return "Refused: Out of Resources, unable to calculate number of matches";
+    case 0xA702: return "Refused: Out of Resources, unable to perform sub-operations";
+    case 0xA801: return "Refused: Move Destination unknown";
+    case 0xA900: return "Failed: Identifier does not match SOP Class";
+    case 0x0122: return "Refused: SOP Class not supported";
+    case 0x0124: return "Refused: Not authorized";
+    default:
+        if ((status & 0xF000) == 0xC000)
+            return "Failed: Unable to Process";
+        return "Unknown status (" + GetClearStatus(status) + ")";
+    }
+}
+
+bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identifier)
+{
+    std::vector<QueryKey> keys = request.keys;
+    keys.erase(std::remove_if(keys.begin(), keys.end(),
+                              [](const QueryKey& key) { return key.group == 0x0008 && key.element == 0x0052; }),
+               keys.end());
+    keys.push_back({0x0008, 0x0052, request.level});
+    // PS3.5 7.1: elements in ascending tag order; a later key for the same tag wins.
+    std::stable_sort(keys.begin(), keys.end(), [](const QueryKey& a, const QueryKey& b) {
+        return (static_cast<uint32_t>(a.group) << 16 | a.element) < (static_cast<uint32_t>(b.group) << 16 | b.element);
+    });
+    identifier.m_nSize = 0;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        const QueryKey& key = keys[i];
+        if (i + 1 < keys.size() && keys[i + 1].group == key.group && keys[i + 1].element == key.element)
+            continue;
+        const char* vr = ElementVR(key.group, key.element, nullptr, !IsExplicitVR());
+        std::string bytes;
+        if (vr && std::strncmp(vr, "SQ", 2) == 0 && !key.value.empty()) {
+            SetError(kErrorBadArgument, 0,
+                     FormatText("(%04X,%04X) is a sequence: only an empty value (return it) can be asked", key.group,
+                                key.element));
+            return false;
+        }
+        if (vr && !KeyValueBytes(vr, key.value, bytes)) {
+            SetError(kErrorBadArgument, 0,
+                     FormatText("'%s' is not a value of (%04X,%04X) (VR %.2s)", key.value.c_str(), key.group,
+                                key.element, vr));
+            return false;
+        }
+        if (!AddTag(identifier, key.group, key.element, bytes.data(), static_cast<uint32_t>(bytes.size()))) {
+            SetError(kErrorBadArgument, 0,
+                     FormatText("(%04X,%04X) is not in the data dictionary, so its VR is unknown", key.group,
+                                key.element));
+            return false;
+        }
+    }
+    return true;
+}
+
+int CUserSocket::OpenAssociation(const HOST_INFO& host, bool storageCommitmentRole)
+{
+    SetConnectionData(std::string(host.szHost, strnlen(host.szHost, sizeof host.szHost)), host.nPort,
+                      std::string(host.szCalledAETitle, strnlen(host.szCalledAETitle, 16)),
+                      std::string(host.szCallingAETitle, strnlen(host.szCallingAETitle, 16)));
+    m_sFailedStep.clear();
+    if (!Connect()) {
+        m_sFailedStep = "connect";
+        return 0;
+    }
+    if (!SendAssociateReq(storageCommitmentRole) || !ReceiveAssociateRsp()) {
+        m_sFailedStep = "association";
+        Close();
+        return 0;
+    }
+    return 1;
+}
+
+namespace {
+
+// The exchange of one C-FIND or C-MOVE after the association stands.
+struct QueryExchange {
+    CUserSocket& socket;
+    const char* name;  // "C-FIND", "C-MOVE"
+    uint16_t request;
+
+    int Fail(const char* step)
+    {
+        socket.m_sFailedStep = step;
+        socket.Close();
+        uint32_t local = socket.GetLocalError();
+        return static_cast<int>(local != 0 ? local : (socket.GetSystemError() != 0 ? socket.GetSystemError() : 1));
+    }
+    // The accepted context of the SOP class, made the outgoing one; 0 when none.
+    bool UseContext(const std::string& sopClass)
+    {
+        const CAssociateData& data = socket.m_AssociateData;
+        for (int i = 0; i < data.GetPresContextCount(); ++i) {
+            const CPresentationContext* context = data.GetPresContext(i);
+            if (context->m_sAbstractSyntax == sopClass && context->m_ucResult == 0) {
+                socket.SetPresentationContext(context->m_ucPresContextID);
+                return true;
+            }
+        }
+        const CPresentationContext* refused = data.GetPresContextCount() > 0 ? data.GetPresContext(0) : nullptr;
+        socket.SetErrorText(kErrorNoContext,
+                            FormatText("the peer refused the presentation context for %s (%s): %s",
+                                       GetClearUID(sopClass).c_str(), sopClass.c_str(),
+                                       refused ? GetClearContextAck(refused->m_ucResult).c_str() : "not proposed"));
+        return false;
+    }
+    // The next response, checked to answer the request sent last.
+    bool Next(DICOM_CMND_MSG& response, CDynBuffer& data)
+    {
+        if (!socket.AwaitResponse(request, response, data))
+            return false;
+        uint16_t expected = static_cast<uint16_t>(socket.m_nMessageID & 0xFFFF);
+        if (response.wMessageIDBeingRespondedTo != expected) {
+            socket.SetErrorText(kErrorUnexpectedCommand,
+                                FormatText("a %s response answers message %u, not %u", name,
+                                           response.wMessageIDBeingRespondedTo, expected));
+            return false;
+        }
+        return true;
+    }
+    int Release()
+    {
+        if (!socket.SendReleaseReq() || !socket.ReceiveReleaseRsp())
+            return Fail("release");
+        socket.Close();
+        return 0;
+    }
+};
+
+}
+
+void CUserSocket::SetErrorText(uint32_t local, const std::string& detail) { SetError(local, 0, detail); }
+
+int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& request, const FindMatchCallback& onMatch,
+                                  uint16_t& finalStatus)
+{
+    finalStatus = 0xFFFF;
+    const std::string sopClass = FindSopClass(request.model);
+    AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
+    if (!OpenAssociation(host, false))
+        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
+    QueryExchange exchange{*this, "C-FIND", kFindRq};
+    if (!exchange.UseContext(sopClass))
+        return exchange.Fail("association");
+    CDynBuffer identifier;
+    if (!EncodeIdentifier(request, identifier))
+        return exchange.Fail("C-FIND request");
+    if (!SendFindReqCmnd(sopClass, request.priority, kDataSetPresent) ||
+        !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
+        return exchange.Fail("C-FIND request");
+    for (;;) {
+        DICOM_CMND_MSG response;
+        CDynBuffer data;
+        if (!exchange.Next(response, data))
+            return exchange.Fail("C-FIND response");
+        std::string text;
+        int good = 0, final = 1;
+        AnalysFindResponseStatus(response.wStatus, text, good, final);
+        if (!final && response.wDataSetType != kNoDataSet) {
+            CDynBuffer keep;
+            CDicomItem match(u"Data");
+            if (!LoadDataSet(data.GetData(), data.m_nSize, keep, match)) {
+                SetError(kErrorMalformedDataSet, 0, "a C-FIND response carries a malformed identifier");
+                return exchange.Fail("C-FIND response");
+            }
+            if (onMatch)
+                onMatch(match);
+        }
+        if (final) {
+            finalStatus = response.wStatus;
+            break;
+        }
+    }
+    return exchange.Release();
+}
+
+int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& request,
+                                  const MoveProgressCallback& onProgress, DICOM_CMND_MSG& finalResponse)
+{
+    std::memset(&finalResponse, 0, sizeof finalResponse);
+    finalResponse.wStatus = 0xFFFF;
+    const std::string sopClass = MoveSopClass(request.model);
+    AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
+    if (!OpenAssociation(host, false))
+        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
+    QueryExchange exchange{*this, "C-MOVE", kMoveRq};
+    if (!exchange.UseContext(sopClass))
+        return exchange.Fail("association");
+    CDynBuffer identifier;
+    if (!EncodeIdentifier(request, identifier))
+        return exchange.Fail("C-MOVE request");
+    if (!SendMoveReqCmnd(sopClass, request.priority, request.moveDestination) ||
+        !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
+        return exchange.Fail("C-MOVE request");
+    for (;;) {
+        DICOM_CMND_MSG response;
+        CDynBuffer data;
+        if (!exchange.Next(response, data))
+            return exchange.Fail("C-MOVE response");
+        if (response.wStatus != 0xFF00) {
+            finalResponse = response;
+            break;
+        }
+        if (onProgress)
+            onProgress(response);
+    }
+    return exchange.Release();
+}

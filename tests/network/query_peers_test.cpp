@@ -1,0 +1,177 @@
+// `zeldicom find` and `zeldicom move` against DCMTK's dcmqrscp holding a
+// small database of pydicom's samples, with a storescp as move destination,
+// all on free loopback ports in a temporary folder: every query gives the
+// same matches as findscu in each of the three uncompressed transfer
+// syntaxes, a move delivers the study's instances, and failures are worded.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "dicomdata/parse_fixtures.h"
+#include "network/peer_process.h"
+#include "support/cli.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char kCtStudy[] = "1.3.6.1.4.1.5962.1.2.1.20040119072730.12322";
+
+bool WaitForEcho(const PeerProcess& peer, const std::string& aet, uint16_t port)
+{
+    for (int attempt = 0; attempt < 200 && peer.Running(); ++attempt) {
+        if (RunCli({"echo", "-aec", aet, "--timeout", "5", "127.0.0.1", std::to_string(port)}).status == 0)
+            return true;
+        usleep(100000);
+    }
+    return false;
+}
+
+// dcmqrscp over a database of three samples, and a storescp "MOVEDEST".
+struct QueryPeers {
+    QueryPeers()
+        : folder(parsefix::ScratchPath("qr")), port(FreePort()), movePort(FreePort()),
+          qr((Prepare(), std::vector<std::string>{"dcmqrscp", "-c", folder + "/qr.cfg"}), folder + "/qrrun"),
+          dest({"storescp", "-aet", "MOVEDEST", "+xa", "-od", folder + "/moved", std::to_string(movePort)},
+               folder + "/destrun")
+    {
+        up = WaitForEcho(qr, "QRSCP", port) && WaitForEcho(dest, "MOVEDEST", movePort);
+    }
+    ~QueryPeers() { fs::remove_all(folder); }
+    void Prepare()
+    {
+        fs::create_directories(folder + "/db");
+        fs::create_directories(folder + "/moved");
+        fs::create_directories(folder + "/qrrun");
+        fs::create_directories(folder + "/destrun");
+        std::string index = "dcmqridx " + folder + "/db";
+        for (const char* name : {"CT_small.dcm", "MR_small.dcm", "rtplan.dcm"}) {
+            fs::copy_file(testsupport::PydicomDataDir() + "/test_files/" + name, folder + "/db/" + name);
+            index += " " + folder + "/db/" + name;
+        }
+        testsupport::RunShell(index);
+        std::ofstream(folder + "/qr.cfg") << "NetworkTCPPort = " << port << "\nMaxPDUSize = 16384\nMaxAssociations = 4\n"
+                                          << "HostTable BEGIN\nmovedest = (MOVEDEST, 127.0.0.1, " << movePort
+                                          << ")\nHostTable END\nVendorTable BEGIN\nVendorTable END\nAETable BEGIN\n"
+                                          << "QRSCP " << folder << "/db RW (200, 1024mb) ANY\nAETable END\n";
+    }
+    std::string folder;
+    uint16_t port, movePort;
+    PeerProcess qr, dest;
+    bool up = false;
+};
+
+// The matches of a text listing as sorted sets of "(gggg,eeee) VR [value]"
+// lines (upper-case tags, values without trailing blanks or the zero byte
+// that findscu shows of a UID's padding); a match starts at each line that holds `separator`.
+std::vector<std::vector<std::string>> Matches(const std::string& listing, const std::string& separator)
+{
+    static const std::regex element(R"(\(([0-9A-Fa-f]{4},[0-9A-Fa-f]{4})\) ([A-Z]{2}) \[([^\]]*?)( )*\])");
+    std::vector<std::vector<std::string>> matches;
+    std::istringstream lines(listing);
+    for (std::string line; std::getline(lines, line);) {
+        line.erase(std::remove(line.begin(), line.end(), '\0'), line.end());
+        std::smatch m;
+        if (line.find(separator) != std::string::npos)
+            matches.emplace_back();
+        else if (!matches.empty() && std::regex_search(line, m, element))
+        {
+            std::string tag = m[1].str();
+            std::transform(tag.begin(), tag.end(), tag.begin(), ::toupper);
+            matches.back().push_back(tag + " " + m[2].str() + " [" + m[3].str() + "]");
+        }
+    }
+    for (auto& match : matches)
+        std::sort(match.begin(), match.end());
+    std::sort(matches.begin(), matches.end());
+    return matches;
+}
+
+}
+
+TEST(QueryPeers, FindGivesFindscusMatchesAndMoveDeliversTheStudy)
+{
+    QueryPeers peers;
+    ASSERT_TRUE(peers.up) << "dcmqrscp or storescp did not answer C-ECHO";
+    const std::string port = std::to_string(peers.port);
+    const struct {
+        const char* model;  // find's --model; findscu's -P / -S
+        const char* level;
+        std::vector<std::string> keys;
+        size_t expected;
+    } queries[] = {
+        {"patient", "PATIENT", {"PatientName", "PatientID", "PatientBirthDate"}, 3},
+        {"patient", "PATIENT", {"PatientName=Compressed*", "PatientID"}, 2},
+        {"study", "STUDY", {"PatientName", "StudyInstanceUID", "StudyDate", "AccessionNumber", "StudyID"}, 3},
+        {"study", "STUDY", {"StudyDate=20040101-20041231", "StudyInstanceUID"}, 2},
+        {"study", "SERIES", {std::string("StudyInstanceUID=") + kCtStudy, "SeriesInstanceUID", "Modality", "0020,0011"}, 1},
+    };
+    for (const auto& query : queries) {
+        std::vector<std::string> findscu{"findscu", "-aec", "QRSCP", query.model[0] == 'p' ? "-P" : "-S", "-k",
+                                         std::string("QueryRetrieveLevel=") + query.level};
+        for (const std::string& key : query.keys)
+            findscu.insert(findscu.end(), {"-k", key});
+        std::string command;
+        for (const std::string& arg : findscu)
+            command += "'" + arg + "' ";
+        auto [status, reference] = testsupport::RunShell(command + "127.0.0.1 " + port);
+        ASSERT_EQ(status, 0) << reference;
+        auto expected = Matches(reference, "Find Response:");
+        ASSERT_EQ(expected.size(), query.expected) << reference;
+        for (const char* syntax : {"-xi", "-xe", "-xb"}) {
+            SCOPED_TRACE(command + syntax);
+            std::vector<std::string> args{"find", "-aec", "QRSCP", "--model", query.model, "--level", query.level, syntax};
+            for (const std::string& key : query.keys)
+                args.insert(args.end(), {"-k", key});
+            args.insert(args.end(), {"127.0.0.1", port});
+            CliResult run = RunCli(args);
+            EXPECT_EQ(run.status, 0) << run.err;
+            EXPECT_EQ(Matches(run.out, "# match"), expected) << run.out;
+            EXPECT_NE(run.out.find(std::to_string(query.expected) + " match"), std::string::npos);
+            EXPECT_NE(run.out.find("final status 0x0000: Success"), std::string::npos) << run.out;
+        }
+    }
+
+    // The same matches as DICOM JSON: one object per match, the values as findscu shows them.
+    CliResult json = RunCli({"find", "-aec", "QRSCP", "--json", "-k", "PatientName", "-k", "StudyInstanceUID",
+                             "127.0.0.1", port});
+    EXPECT_EQ(json.status, 0) << json.err;
+    std::ofstream(peers.folder + "/matches.json") << json.out;
+    auto [parsed, count] = testsupport::RunShell("/usr/bin/python3 -c \"import json; print(len(json.load(open('" +
+                                                 peers.folder + "/matches.json'))))\"");
+    EXPECT_EQ(parsed, 0) << count;
+    EXPECT_EQ(count, "3\n") << json.out;
+    EXPECT_NE(json.out.find(std::string("\"0020000D\": {\"vr\": \"UI\", \"Value\": [\"") + kCtStudy + "\"]}"),
+              std::string::npos)
+        << json.out;
+    EXPECT_NE(json.err.find("3 matches, final status 0x0000: Success"), std::string::npos) << json.err;
+
+    // C-MOVE of the CT study: its one instance reaches the destination.
+    CliResult move = RunCli({"move", "-aec", "QRSCP", "--dest", "MOVEDEST", "-k",
+                             std::string("StudyInstanceUID=") + kCtStudy, "127.0.0.1", port});
+    EXPECT_EQ(move.status, 0) << move.err;
+    EXPECT_NE(move.out.find("final: 0 remaining, 1 completed, 0 failed, 0 warning"), std::string::npos) << move.out;
+    std::vector<std::string> moved;
+    for (const auto& entry : fs::directory_iterator(peers.folder + "/moved"))
+        moved.push_back(entry.path().filename().string());
+    ASSERT_EQ(moved.size(), 1u);
+    EXPECT_EQ(moved[0], "CT.1.3.6.1.4.1.5962.1.1.1.1.1.20040119072730.12322");
+
+    // Failures in words: an unknown destination, an unknown called AE, a refused model.
+    CliResult unknownDest = RunCli({"move", "-aec", "QRSCP", "--dest", "NOWHERE", "-k",
+                                    std::string("StudyInstanceUID=") + kCtStudy, "127.0.0.1", port});
+    EXPECT_EQ(unknownDest.status, 1);
+    EXPECT_NE(unknownDest.out.find("final status 0xA801: Refused: Move Destination unknown"), std::string::npos)
+        << unknownDest.out;
+    CliResult unknownAe = RunCli({"find", "-aec", "NOBODY", "-k", "PatientName", "127.0.0.1", port});
+    EXPECT_EQ(unknownAe.status, 1);
+    EXPECT_NE(unknownAe.err.find("association: association rejected"), std::string::npos) << unknownAe.err;
+    EXPECT_NE(unknownAe.err.find("called AE title not recognised"), std::string::npos) << unknownAe.err;
+    CliResult badKey = RunCli({"find", "-aec", "QRSCP", "-k", "NoSuchKeyword", "127.0.0.1", port});
+    EXPECT_EQ(badKey.status, 2);
+    EXPECT_NE(badKey.err.find("'NoSuchKeyword' is neither a keyword nor a tag"), std::string::npos) << badKey.err;
+}
