@@ -14,6 +14,8 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
+        {"dicomdir", "create, extend or list a DICOMDIR (create DIR | add DICOMDIR FILE... | list [--json] DICOMDIR)",
+         RunDicomDir},
     };
     return commands;
 }

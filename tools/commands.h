@@ -10,6 +10,10 @@ struct ToolCommand {
 
 const std::vector<ToolCommand>& ToolCommands();
 
+// The tool's Implementation Class UID, for the files and associations it
+// makes when the host has set no UID root.
+inline constexpr char16_t kToolImplementationClassUid[] = u"2.25.135358127703870177945697021926943424524";
+
 // Flushes standard output; false, with one line on standard error, when
 // what the command printed could not all be written (a full disk, a closed pipe).
 bool FinishOutput(const char* command);
@@ -21,3 +25,4 @@ int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
 int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
 int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
 int RunStore(int argc, char** argv);    // tools/cmd_store.cpp
+int RunDicomDir(int argc, char** argv);  // tools/cmd_dicomdir.cpp
