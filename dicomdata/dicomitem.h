@@ -131,6 +131,10 @@ public:
     // Whether a LoadObject that fails inside the data set keeps what it could
     // read ("Header" and the "Data" read so far) below this node, for display.
     void SetKeepPartialLoad(bool keep) { m_bKeepPartialLoad = keep; }
+    // Whether LoadObject leaves a DICOMDIR's records in stored order (for
+    // display) rather than in the order their links describe, parent first,
+    // which is what saving the object again needs.
+    void SetKeepStoredRecordOrder(bool keep) { m_bKeepStoredRecordOrder = keep; }
 
     // --- encoding (dicomitem_encode.cpp)
     uint32_t RecalcTags(bool explicitVR, uint32_t offset);
@@ -194,9 +198,12 @@ private:
                      std::u16string transferSyntax, bool bare);
     bool EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const;
     bool LoadFailed(int code, const std::string& text);
+    // DICOMDIR records in the order their links describe (dicomitem_dicomdir.cpp).
+    void OrderDicomDirRecords(const unsigned char* image, size_t size);
     void RemoveLoadedObject();
     mutable CLastError m_LastError;
     bool m_bKeepPartialLoad = false;
+    bool m_bKeepStoredRecordOrder = false;
 };
 
 // Group/element pair used as a map key.

@@ -1,7 +1,8 @@
 // Data set encoding in two passes: recalculation (defined sequence and item
 // lengths, group lengths, the "Offset" of every element) and saving (headers
 // and values handed to a writer callback in tree order). Also the whole
-// object (preamble, meta information, data set) and the DICOMDIR offsets.
+// object (preamble, meta information, data set); the DICOMDIR offsets are in
+// dicomitem_dicomdir.cpp.
 #include <cstring>
 
 #include "dicomdata/deflate.h"
@@ -67,27 +68,6 @@ void AddWriteSize(CDicomItem& item, int size)
     item.InsertItem(index, attribute);
 }
 
-// PS3.3 F.5: the record levels that the directory offsets link; -1 for a
-// record type outside the patient/study/series/instance hierarchy.
-int DirectoryRecordLevel(const std::u16string& type)
-{
-    if (type == u"PATIENT")
-        return 0;
-    if (type == u"STUDY")
-        return 1;
-    if (type == u"SERIES")
-        return 2;
-    if (type == u"IMAGE" || type == u"KEY OBJECT DOC" || type == u"SR DOCUMENT")
-        return 3;
-    return -1;
-}
-
-void StoreOffset(CDicomItem* node, int element, uint32_t offset)
-{
-    unsigned char bytes[4];
-    PutUint32(bytes, offset);
-    node->CopyData(0x0004, element, bytes, 4);
-}
 }
 
 // --- recalculation
@@ -327,48 +307,4 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
                compressor.Finish();
     }
     return data->SaveTags(explicitVR, writer, context) != kFailed;
-}
-
-// --- DICOMDIR
-
-void CDicomItem::RecalcDicomDirOffsets()
-{
-    CDicomItem* sequence = GetTagItem(0x0004, 0x1220);
-    if (!sequence)
-        return;
-    CDicomItem* items = sequence->GetGroupItem(0xFFFE);
-    if (!items)
-        return;
-    // The last record seen at each level: patient, study, series, instance.
-    CDicomItem* lastAtLevel[4] = {nullptr, nullptr, nullptr, nullptr};
-    bool first = true;
-    for (CXmlItem* child : items->m_children) {
-        if (child->m_sName != u"eE000")
-            continue;
-        auto* record = static_cast<CDicomItem*>(child);
-        long value = 0;
-        if (!record->GetItemValue(u"Offset", value))
-            return;
-        uint32_t offset = static_cast<uint32_t>(value);
-        if (first) {
-            StoreOffset(this, 0x1200, offset);
-            first = false;
-        }
-        std::u16string type;
-        record->GetTagValue(0x0004, 0x1430, type);
-        int level = DirectoryRecordLevel(Trim(type));
-        // A record outside the four linked levels (private, hanging protocol,
-        // ...) is left out of the chains.
-        if (level < 0)
-            continue;
-        if (lastAtLevel[level])
-            StoreOffset(lastAtLevel[level], 0x1400, offset);
-        else if (level >= 1 && lastAtLevel[level - 1])
-            StoreOffset(lastAtLevel[level - 1], 0x1420, offset);
-        lastAtLevel[level] = record;
-        for (int deeper = level + 1; deeper < 4; ++deeper)
-            lastAtLevel[deeper] = nullptr;
-        if (level == 0)
-            StoreOffset(this, 0x1202, offset);
-    }
 }

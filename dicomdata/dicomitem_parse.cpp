@@ -397,6 +397,8 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
     AddItem(header.release());
     CDicomItem* dataSet = data.release();
     AddItem(dataSet);
+    if (!m_bKeepStoredRecordOrder)
+        dataSet->OrderDicomDirRecords(bytes, size);
     // LoadTags has labelled the data set already; the root and the rest of
     // the tree (the meta information) take the same label.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(dataSet);

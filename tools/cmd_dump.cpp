@@ -60,6 +60,7 @@ int RunDump(int argc, char** argv)
         // A damaged file is shown up to where reading stopped (text only:
         // JSON is written whole or not at all).
         root.SetKeepPartialLoad(!json);
+        root.SetKeepStoredRecordOrder(true);  // a dump shows the file as it is
         if (!root.LoadObject(Utf8ToUtf16(files[i]))) {
             if (!json && root.GetChildItem(std::u16string(u"Data"))) {
                 if (files.size() > 1)

@@ -21,6 +21,8 @@ const std::vector<ToolCommand>& ToolCommands()
         {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
         {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},
         {"edit", "change elements of a DICOM file (--set KEY=VALUE), or make it a new instance", RunEdit},
+        {"dicomdir", "create, extend or list a DICOMDIR (create DIR | add DICOMDIR FILE... | list [--json] DICOMDIR)",
+         RunDicomDir},
     };
     return commands;
 }

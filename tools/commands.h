@@ -10,6 +10,10 @@ struct ToolCommand {
 
 const std::vector<ToolCommand>& ToolCommands();
 
+// The tool's Implementation Class UID, for the files and associations it
+// makes when the host has set no UID root.
+inline constexpr char16_t kToolImplementationClassUid[] = u"2.25.135358127703870177945697021926943424524";
+
 // Flushes standard output; false, with one line on standard error, when
 // what the command printed could not all be written (a full disk, a closed pipe).
 bool FinishOutput(const char* command);
@@ -30,3 +34,4 @@ int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
 // Gives the process the tool's UID root (new UIDs, Implementation Class UID)
 // unless the host part has set one.
 void UseToolIdentity();
+int RunDicomDir(int argc, char** argv);  // tools/cmd_dicomdir.cpp

@@ -235,6 +235,8 @@ int AddSamples(const std::string& folder, const std::string& samples)
         if (name[0] == '.' || !ReadFile(samples + "/" + name, bytes))
             continue;
         std::string seedName = "sample-" + name;
+        if (name.find("DICOMDIR") != std::string::npos)
+            WriteSeed(folder, "fuzz_dicomdir", seedName, bytes);
         WriteSeed(folder, "fuzz_loadobject", seedName, bytes);
         WriteSeed(folder, "fuzz_readinfo", seedName, bytes);
         WriteScanSeeds(folder, seedName, bytes);
@@ -351,8 +353,12 @@ int main(int argc, char** argv)
         return 1;
     }
     int samples = 0;
-    for (int i = 2; i < argc; ++i)
+    for (int i = 2; i < argc; ++i) {
         samples += AddSamples(folder, argv[i]);
+        // pydicom keeps its directory samples one folder down.
+        samples += AddSamples(folder, std::string(argv[i]) + "/dicomdirtests");
+        samples += AddSamples(folder, std::string(argv[i]) + "/dicomdirtests/TINY_ALPHA");
+    }
     std::printf("seeds written to %s (%d sample files)\n", folder.c_str(), samples);
     return 0;
 }

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "support/dicomwriter.h"
+#include "fuzz/dicomdir_targets.h"
 #include "fuzz/network_targets.h"
 #include "fuzz/targets.h"
 
@@ -23,6 +24,7 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
     {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
+    {"fuzz_dicomdir", zelfuzz::DicomDirTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)

@@ -1,0 +1,415 @@
+// zeldicom dicomdir create|add|list: DICOMDIR files of a folder of DICOM
+// files (a file-set, PS3.10 8), built and read through CDicomDirEx.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/dicomsettings.h"
+#include "dicomdata/directoryrecords.h"
+#include "dicomdir/dicomdirex.h"
+#include "dicomdir/dicomdirindex.h"
+#include "dicomdir/fileid.h"
+#include "platform/text.h"
+#include "tools/commands.h"
+
+using namespace zeldicom;
+namespace fs = std::filesystem;
+
+namespace {
+constexpr char kMediaStorageDirectory[] = "1.2.840.10008.1.3.10";
+
+void PrintUsage(FILE* out)
+{
+    std::fprintf(out,
+                 "Usage: zeldicom dicomdir create [--copy OUTDIR] DIR\n"
+                 "       zeldicom dicomdir add DIR/DICOMDIR FILE...\n"
+                 "       zeldicom dicomdir list [--json] DIR/DICOMDIR\n"
+                 "\n"
+                 "  create  scans DIR for DICOM files and writes DIR/DICOMDIR. A file whose\n"
+                 "          path is not a DICOM file ID (at most 8 components of 1 to 8\n"
+                 "          characters A-Z, 0-9, _) is skipped, or with --copy the file-set is\n"
+                 "          written to OUTDIR under generated names with its DICOMDIR.\n"
+                 "  add     adds the files (inside the DICOMDIR's folder) and rewrites it safely.\n"
+                 "  list    shows the patient/study/series/instance hierarchy; --json prints\n"
+                 "          an array of the root records, each with \"type\", its keys,\n"
+                 "          \"file\" and \"children\".\n");
+}
+
+int Fail(const std::string& message)
+{
+    std::fprintf(stderr, "zeldicom dicomdir: %s\n", message.c_str());
+    return 1;
+}
+
+void Note(const std::string& message)
+{
+    std::fprintf(stderr, "zeldicom dicomdir: %s\n", message.c_str());
+}
+
+// One instance to add: its file ID and what Add reads from it.
+struct Entry {
+    std::u16string fileId;
+    std::unique_ptr<CDicomItem> source;
+    std::u16string patient, study, series;
+};
+
+// Reads a file for the directory; null (with a note) when it is not a DICOM
+// instance that a directory can reference.
+std::unique_ptr<CDicomItem> ReadInstance(const std::string& path, const std::string& shown)
+{
+    CDicomItem root(u"Root");
+    if (!root.LoadObject(Utf8ToUtf16(path), true)) {
+        Note(shown + ": skipped, not a DICOM file (" + root.GetLastError().GetText() + ")");
+        return nullptr;
+    }
+    auto* header = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Header")));
+    std::u16string sopClass, sopInstance;
+    if (header) {
+        header->GetTagValue(0x0002, 0x0002, sopClass);
+        header->GetTagValue(0x0002, 0x0003, sopInstance);
+    }
+    if (Trim(sopClass) == AsciiToWide(kMediaStorageDirectory)) {
+        Note(shown + ": skipped, a directory file itself");
+        return nullptr;
+    }
+    if (Trim(sopInstance).empty()) {
+        Note(shown + ": skipped, no SOP Instance UID in its meta information");
+        return nullptr;
+    }
+    return std::unique_ptr<CDicomItem>(CDicomDirEx::CreateRecordSource(&root));
+}
+
+bool MakeEntry(Entry& entry, std::unique_ptr<CDicomItem> source, const std::u16string& fileId)
+{
+    if (!source)
+        return false;
+    auto* data = static_cast<CDicomItem*>(source->GetChildItem(std::u16string(u"Data")));
+    entry.fileId = fileId;
+    entry.patient = DirIndex::PatientKey(data);
+    entry.study = DirIndex::TextKey(data, 0x0020, 0x000D);
+    entry.series = DirIndex::TextKey(data, 0x0020, 0x000E);
+    entry.source = std::move(source);
+    return true;
+}
+
+// Instances of one patient, study and series together (in the order each
+// was first met, files in path order within), so that each record added to
+// the end of the directory follows its own parent.
+void GroupByHierarchy(std::vector<Entry>& entries)
+{
+    std::map<std::u16string, size_t> patients, studies, series;
+    struct Rank {
+        size_t patient, study, series, index;
+    };
+    std::vector<Rank> ranks;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const Entry& e = entries[i];
+        size_t p = patients.emplace(e.patient, patients.size()).first->second;
+        size_t s = studies.emplace(e.patient + u'\n' + e.study, studies.size()).first->second;
+        size_t r = series.emplace(e.patient + u'\n' + e.study + u'\n' + e.series, series.size()).first->second;
+        ranks.push_back({p, s, r, i});
+    }
+    std::stable_sort(ranks.begin(), ranks.end(), [](const Rank& a, const Rank& b) {
+        return std::tie(a.patient, a.study, a.series) < std::tie(b.patient, b.study, b.series);
+    });
+    std::vector<Entry> sorted;
+    sorted.reserve(entries.size());
+    for (const Rank& rank : ranks)
+        sorted.push_back(std::move(entries[rank.index]));
+    entries.swap(sorted);
+}
+
+// Writes the directory beside its final path, then renames it into place:
+// an existing DICOMDIR is replaced only by a complete one.
+bool SaveDirectory(CDicomDirEx& dir, const std::string& path)
+{
+    std::string temporary = path + ".tmp";
+    if (!dir.m_pRoot->SaveToFile(Utf8ToUtf16(temporary))) {
+        std::remove(temporary.c_str());
+        return false;
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        std::remove(temporary.c_str());
+        return false;
+    }
+    return true;
+}
+
+int RunCreate(int argc, char** argv)
+{
+    std::string folder, copyTo;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--copy") == 0 && i + 1 < argc)
+            copyTo = argv[++i];
+        else if (argv[i][0] == '-' || !folder.empty())
+            return PrintUsage(stderr), 2;
+        else
+            folder = argv[i];
+    }
+    if (folder.empty())
+        return PrintUsage(stderr), 2;
+    std::error_code error;
+    if (!fs::is_directory(folder, error))
+        return Fail(folder + ": not a folder");
+    std::vector<fs::path> files;
+    for (auto it = fs::recursive_directory_iterator(folder, error); !error && it != fs::recursive_directory_iterator();
+         it.increment(error))
+        if (it->is_regular_file(error))
+            files.push_back(it->path());
+    if (error)
+        return Fail(folder + ": " + error.message());
+    std::sort(files.begin(), files.end());
+
+    fs::path base(folder);
+    if (!copyTo.empty()) {
+        fs::create_directories(fs::path(copyTo) / "DICOM", error);
+        if (error)
+            return Fail(copyTo + ": " + error.message());
+    }
+    std::vector<Entry> entries;
+    size_t skipped = 0;
+    for (const fs::path& file : files) {
+        std::string relative = file.lexically_relative(base).generic_string();
+        if (relative == "DICOMDIR" || relative == "DICOMDIR.tmp")
+            continue;
+        Entry entry;
+        std::unique_ptr<CDicomItem> source = ReadInstance(file.string(), relative);
+        if (!source) {
+            ++skipped;
+            continue;
+        }
+        if (!copyTo.empty()) {
+            char name[16];
+            std::snprintf(name, sizeof name, "I%07zu", entries.size() + 1);
+            fs::copy_file(file, fs::path(copyTo) / "DICOM" / name, fs::copy_options::overwrite_existing, error);
+            if (error)
+                return Fail(relative + ": not copied to " + copyTo + ": " + error.message());
+            relative = std::string("DICOM/") + name;
+        } else if (!IsConformantFileId(relative)) {
+            Note(relative + ": skipped, its path is not a DICOM file ID (at most 8 components of 1 to 8 "
+                            "characters A-Z, 0-9, _; --copy writes the file-set under conformant names)");
+            ++skipped;
+            continue;
+        }
+        MakeEntry(entry, std::move(source), RelativePathToFileId(relative));
+        entries.push_back(std::move(entry));
+    }
+    GroupByHierarchy(entries);
+    CDicomDirEx dir;
+    if (!dir.Init())
+        return Fail("cannot build a directory");
+    for (Entry& entry : entries)
+        dir.Add(entry.fileId, entry.source.get());
+    std::string target = ((copyTo.empty() ? base : fs::path(copyTo)) / "DICOMDIR").string();
+    if (!SaveDirectory(dir, target))
+        return Fail(target + ": cannot be written");
+    std::fprintf(stdout, "%s: %zu instances, %zu files skipped\n", target.c_str(), entries.size(), skipped);
+    return FinishOutput("dicomdir") ? 0 : 1;
+}
+
+int RunAdd(int argc, char** argv)
+{
+    if (argc < 2)
+        return PrintUsage(stderr), 2;
+    std::string path = argv[0];
+    CDicomDirEx dir;
+    if (!dir.Load(Utf8ToUtf16(path)) || !dir.m_pRecords)
+        return Fail(path + ": not a DICOMDIR that can be read");
+    fs::path base = fs::absolute(fs::path(path)).parent_path();
+    std::vector<Entry> entries;
+    int failures = 0;
+    for (int i = 1; i < argc; ++i) {
+        std::string relative = fs::absolute(argv[i]).lexically_normal().lexically_relative(base).generic_string();
+        if (!IsConformantFileId(relative)) {
+            Note(std::string(argv[i]) + ": not added, not a DICOM file ID below " + base.string() +
+                 " (at most 8 components of 1 to 8 characters A-Z, 0-9, _)");
+            ++failures;
+            continue;
+        }
+        Entry entry;
+        if (!MakeEntry(entry, ReadInstance(argv[i], argv[i]), RelativePathToFileId(relative))) {
+            ++failures;
+            continue;
+        }
+        entries.push_back(std::move(entry));
+    }
+    GroupByHierarchy(entries);
+    for (Entry& entry : entries)
+        dir.Add(entry.fileId, entry.source.get());
+    if (!SaveDirectory(dir, path))
+        return Fail(path + ": cannot be rewritten (left as it was)");
+    std::fprintf(stdout, "%s: %zu instances added\n", path.c_str(), entries.size());
+    return FinishOutput("dicomdir") && failures == 0 ? 0 : 1;
+}
+
+// --- list
+
+std::string Text(const CDicomItem* record, int group, int element)
+{
+    return Utf16ToUtf8(DirIndex::TextKey(record, group, element));
+}
+
+void AppendJsonString(std::string& out, const std::string& text)
+{
+    out += '"';
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    out += '"';
+}
+
+struct Listing {
+    std::vector<CDicomItem*> records;
+    std::vector<std::vector<size_t>> children;  // by record; the roots are the last entry
+};
+
+const struct {
+    int element;
+    int group;
+    const char* keyword;
+} kKeys[] = {{0x0020, 0x0010, "PatientID"},
+             {0x000D, 0x0020, "StudyInstanceUID"},
+             {0x000E, 0x0020, "SeriesInstanceUID"},
+             {0x1511, 0x0004, "ReferencedSOPInstanceUIDInFile"}};
+
+std::string FileOf(const CDicomItem* record, bool& present)
+{
+    present = record->GetTagItem(0x0004, 0x1500) != nullptr;
+    std::u16string value;
+    record->GetTagValue(0x0004, 0x1500, value);
+    std::string file = Utf16ToUtf8(Trim(value));
+    std::replace(file.begin(), file.end(), '\\', '/');
+    return file;
+}
+
+void ListJson(const Listing& listing, size_t node, std::string& out)
+{
+    bool first = true;
+    out += '[';
+    for (size_t child : listing.children[node]) {
+        if (!first)
+            out += ',';
+        first = false;
+        const CDicomItem* record = listing.records[child];
+        out += "{\"type\":";
+        AppendJsonString(out, Text(record, 0x0004, 0x1430));
+        for (const auto& key : kKeys) {
+            if (!record->GetTagItem(key.group, key.element))
+                continue;
+            out += ",\"";
+            out += key.keyword;
+            out += "\":";
+            AppendJsonString(out, Text(record, key.group, key.element));
+        }
+        bool hasFile = false;
+        std::string file = FileOf(record, hasFile);
+        if (hasFile) {
+            out += ",\"file\":";
+            AppendJsonString(out, file);
+        }
+        out += ",\"children\":";
+        ListJson(listing, child, out);
+        out += '}';
+    }
+    out += ']';
+}
+
+void ListText(const Listing& listing, size_t node, int depth, std::string& out)
+{
+    for (size_t child : listing.children[node]) {
+        const CDicomItem* record = listing.records[child];
+        out.append(static_cast<size_t>(depth) * 2, ' ');
+        out += Text(record, 0x0004, 0x1430);
+        for (const auto& key : kKeys)
+            if (record->GetTagItem(key.group, key.element))
+                out += " " + std::string(key.keyword) + "=" + Text(record, key.group, key.element);
+        bool hasFile = false;
+        std::string file = FileOf(record, hasFile);
+        if (hasFile)
+            out += " file=" + file;
+        out += '\n';
+        ListText(listing, child, depth + 1, out);
+    }
+}
+
+int RunList(int argc, char** argv)
+{
+    bool json = false;
+    const char* path = nullptr;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--json") == 0)
+            json = true;
+        else if (argv[i][0] == '-' || path)
+            return PrintUsage(stderr), 2;
+        else
+            path = argv[i];
+    }
+    if (!path)
+        return PrintUsage(stderr), 2;
+    CDicomDirEx dir;
+    if (!dir.Load(Utf8ToUtf16(path)) || !dir.m_pData)
+        return Fail(std::string(path) + ": cannot be read as a DICOM file");
+    if (!dir.m_pRecords)
+        return Fail(std::string(path) + ": no Directory Record Sequence (0004,1220): not a DICOMDIR");
+    Listing listing;
+    listing.records = DirectoryRecords(*dir.m_pData);
+    std::vector<int> parents = DirectoryRecordParents(listing.records);
+    size_t roots = listing.records.size();
+    listing.children.resize(roots + 1);
+    size_t outside = 0;
+    for (size_t i = 0; i < roots; ++i) {
+        if (parents[i] == kUnlinkedRecord)
+            ++outside;
+        else
+            listing.children[parents[i] == kRootRecord ? roots : static_cast<size_t>(parents[i])].push_back(i);
+    }
+    std::string out;
+    if (json) {
+        ListJson(listing, roots, out);
+        out += '\n';
+    } else {
+        ListText(listing, roots, 0, out);
+    }
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    if (outside)
+        Note(std::string(path) + ": " + std::to_string(outside) + " records outside the hierarchy (no link reaches them)");
+    return FinishOutput("dicomdir") ? 0 : 1;
+}
+}
+
+int RunDicomDir(int argc, char** argv)
+{
+    if (CDicomInfoStatics::GetDicomRoot().empty())
+        CDicomInfoStatics::SetDicomRoot(kToolImplementationClassUid);
+    if (argc < 1)
+        return PrintUsage(stderr), 2;
+    std::string command = argv[0];
+    if (command == "--help" || command == "-h")
+        return PrintUsage(stdout), 0;
+    if (command == "create")
+        return RunCreate(argc - 1, argv + 1);
+    if (command == "add")
+        return RunAdd(argc - 1, argv + 1);
+    if (command == "list")
+        return RunList(argc - 1, argv + 1);
+    PrintUsage(stderr);
+    return 2;
+}
