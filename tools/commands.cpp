@@ -14,6 +14,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
+        {"sr", "structured reports: render FILE as text, resave IN OUT through the report writer", RunSr},
     };
     return commands;
 }

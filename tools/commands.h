@@ -21,3 +21,4 @@ int RunProbe(int argc, char** argv);    // tools/cmd_probe.cpp
 int RunInfo(int argc, char** argv);     // tools/cmd_info.cpp
 int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
 int RunStore(int argc, char** argv);    // tools/cmd_store.cpp
+int RunSr(int argc, char** argv);       // tools/cmd_sr.cpp

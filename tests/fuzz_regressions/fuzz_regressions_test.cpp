@@ -8,6 +8,7 @@
 
 #include "dicomdata/parse_fixtures.h"
 #include "fuzz/network_targets.h"
+#include "fuzz/sr_targets.h"
 #include "fuzz/targets.h"
 
 using namespace parsefix;
@@ -23,6 +24,7 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
     {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
+    {"fuzz_srload", zelfuzz::SrLoadTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)
