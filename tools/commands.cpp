@@ -23,6 +23,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"edit", "change elements of a DICOM file (--set KEY=VALUE), or make it a new instance", RunEdit},
         {"dicomdir", "create, extend or list a DICOMDIR (create DIR | add DICOMDIR FILE... | list [--json] DICOMDIR)",
          RunDicomDir},
+        {"sr", "structured reports: render FILE as text, resave IN OUT through the report writer", RunSr},
     };
     return commands;
 }

@@ -35,3 +35,4 @@ int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
 // unless the host part has set one.
 void UseToolIdentity();
 int RunDicomDir(int argc, char** argv);  // tools/cmd_dicomdir.cpp
+int RunSr(int argc, char** argv);       // tools/cmd_sr.cpp

@@ -239,6 +239,8 @@ int AddSamples(const std::string& folder, const std::string& samples)
             WriteSeed(folder, "fuzz_dicomdir", seedName, bytes);
         WriteSeed(folder, "fuzz_loadobject", seedName, bytes);
         WriteSeed(folder, "fuzz_readinfo", seedName, bytes);
+        if (name.find("SR") != std::string::npos || name.find("report") != std::string::npos)
+            WriteSeed(folder, "fuzz_srload", seedName, bytes);
         WriteScanSeeds(folder, seedName, bytes);
         ++added;
         CDicomItem root(u"Object");

@@ -9,6 +9,7 @@
 #include "support/dicomwriter.h"
 #include "fuzz/dicomdir_targets.h"
 #include "fuzz/network_targets.h"
+#include "fuzz/sr_targets.h"
 #include "fuzz/targets.h"
 
 using namespace testsupport;
@@ -25,6 +26,7 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
     {"fuzz_dicomdir", zelfuzz::DicomDirTarget},
+    {"fuzz_srload", zelfuzz::SrLoadTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)
