@@ -81,14 +81,14 @@ void WalkFile(const std::u16string& folder, const std::u16string& fileName, Walk
 void CDicomFSR::FindImages(const std::u16string& folder, const std::u16string& fileName,
                            std::vector<std::u16string>& images)
 {
-    Walk walk{Search::kImages, &images};
+    Walk walk{Search::kImages, &images, nullptr, nullptr, nullptr, {}};
     WalkFile(WithSlash(folder), fileName, walk);
 }
 
 void CDicomFSR::FindObjects(const std::u16string& folder, const std::u16string& fileName,
                             std::vector<std::u16string>& objects, std::vector<std::u16string>& keyObjects)
 {
-    Walk walk{Search::kObjects, &objects, &keyObjects};
+    Walk walk{Search::kObjects, &objects, &keyObjects, nullptr, nullptr, {}};
     WalkFile(WithSlash(folder), fileName, walk);
 }
 
@@ -97,7 +97,7 @@ void CDicomFSR::FindRecords(const std::u16string& folder, const std::u16string& 
 {
     if (!callback)
         return;
-    Walk walk{Search::kRecords, nullptr, nullptr, callback, context};
+    Walk walk{Search::kRecords, nullptr, nullptr, callback, context, {}};
     WalkFile(WithSlash(folder), fileName, walk);
 }
 

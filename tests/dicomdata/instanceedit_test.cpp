@@ -13,11 +13,11 @@
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/dicomtools.h"
 #include "dicomdata/elementedit.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
-using namespace parsefix;
+using namespace testsupport;
 
 namespace {
 

@@ -11,13 +11,13 @@
 #include <string>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 #include "support/cli.h"
 
-using namespace parsefix;
+using namespace testsupport;
 using namespace zeldicom;
 
 namespace {

@@ -127,7 +127,7 @@ for path in sys.argv[2:]:
                 const auto& [tag, value] = walked[0].elements[i];
                 EXPECT_EQ(walked[encoding].elements[i].first, tag);
                 const zeldicom::AttributeEntry* entry = zeldicom::FindAttribute(uint16_t(tag >> 16), uint16_t(tag));
-                if (!entry || std::string(entry->vr) != "SQ") {
+                if (!entry || std::string(entry->vr()) != "SQ") {
                     EXPECT_EQ(walked[encoding].elements[i].second, value) << std::hex << tag;
                 }
             }

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "network/peer_process.h"
 #include "support/cli.h"
 
@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 TEST(OrthancDimse, StoreFindMoveAndCommit)
 {
-    const std::string folder = parsefix::ScratchPath("orthanc-dimse");
+    const std::string folder = testsupport::ScratchPath("orthanc-dimse");
     const uint16_t port = FreePort(), listen = FreePort(), movePort = FreePort();
     fs::create_directories(folder + "/moved");
     fs::create_directories(folder + "/destrun");

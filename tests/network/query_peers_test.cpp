@@ -11,7 +11,7 @@
 #include <regex>
 #include <sstream>
 
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "network/peer_process.h"
 #include "support/cli.h"
 
@@ -34,7 +34,7 @@ bool WaitForEcho(const PeerProcess& peer, const std::string& aet, uint16_t port)
 // dcmqrscp over a database of three samples, and a storescp "MOVEDEST".
 struct QueryPeers {
     QueryPeers()
-        : folder(parsefix::ScratchPath("qr")), port(FreePort()), movePort(FreePort()),
+        : folder(testsupport::ScratchPath("qr")), port(FreePort()), movePort(FreePort()),
           qr((Prepare(), std::vector<std::string>{"dcmqrscp", "-c", folder + "/qr.cfg"}), folder + "/qrrun"),
           dest({"storescp", "-aet", "MOVEDEST", "+xa", "-od", folder + "/moved", std::to_string(movePort)},
                folder + "/destrun")

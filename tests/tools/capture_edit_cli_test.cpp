@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "dicomdata/dicomitem.h"
-#include "dicomdata/parse_fixtures.h"
+#include "support/dicomwriter.h"
 #include "platform/text.h"
 #include "support/cli.h"
 
-using namespace parsefix;
+using namespace testsupport;
 using namespace zeldicom;
 
 namespace {
