@@ -6,9 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <regex>
+#include <optional>
 #include <sstream>
 
 #include "support/dicomwriter.h"
@@ -68,22 +69,38 @@ struct QueryPeers {
 // The matches of a text listing as sorted sets of "(gggg,eeee) VR [value]"
 // lines (upper-case tags, values without trailing blanks or the zero byte
 // that findscu shows of a UID's padding); a match starts at each line that holds `separator`.
+// "(gggg,eeee) VR [value]" somewhere in a line, as "GGGG,EEEE VR [value]".
+std::optional<std::string> ElementLine(const std::string& line)
+{
+    for (size_t at = line.find('('); at != std::string::npos; at = line.find('(', at + 1)) {
+        if (line.size() < at + 16 || line[at + 5] != ',' || line[at + 10] != ')' || line[at + 11] != ' ' ||
+            !std::isupper(uint8_t(line[at + 12])) || !std::isupper(uint8_t(line[at + 13])) ||
+            line.compare(at + 14, 2, " [") != 0)
+            continue;
+        std::string tag = line.substr(at + 1, 9);
+        if (!std::all_of(tag.begin(), tag.end(), [](char c) { return c == ',' || std::isxdigit(uint8_t(c)); }))
+            continue;
+        const size_t close = line.find(']', at + 16);
+        if (close == std::string::npos)
+            continue;
+        std::string value = line.substr(at + 16, close - at - 16);
+        value.erase(value.find_last_not_of(' ') + 1);
+        std::transform(tag.begin(), tag.end(), tag.begin(), ::toupper);
+        return tag + " " + line.substr(at + 12, 2) + " [" + value + "]";
+    }
+    return std::nullopt;
+}
+
 std::vector<std::vector<std::string>> Matches(const std::string& listing, const std::string& separator)
 {
-    static const std::regex element(R"(\(([0-9A-Fa-f]{4},[0-9A-Fa-f]{4})\) ([A-Z]{2}) \[([^\]]*?)( )*\])");
     std::vector<std::vector<std::string>> matches;
     std::istringstream lines(listing);
     for (std::string line; std::getline(lines, line);) {
         line.erase(std::remove(line.begin(), line.end(), '\0'), line.end());
-        std::smatch m;
         if (line.find(separator) != std::string::npos)
             matches.emplace_back();
-        else if (!matches.empty() && std::regex_search(line, m, element))
-        {
-            std::string tag = m[1].str();
-            std::transform(tag.begin(), tag.end(), tag.begin(), ::toupper);
-            matches.back().push_back(tag + " " + m[2].str() + " [" + m[3].str() + "]");
-        }
+        else if (auto element = ElementLine(line); element && !matches.empty())
+            matches.back().push_back(*element);
     }
     for (auto& match : matches)
         std::sort(match.begin(), match.end());
@@ -122,6 +139,8 @@ TEST(QueryPeers, FindGivesFindscusMatchesAndMoveDeliversTheStudy)
         ASSERT_EQ(status, 0) << reference;
         auto expected = Matches(reference, "Find Response:");
         ASSERT_EQ(expected.size(), query.expected) << reference;
+        for (const auto& match : expected)
+            ASSERT_FALSE(match.empty()) << "no element line read from findscu's listing:\n" << reference;
         for (const char* syntax : {"-xi", "-xe", "-xb"}) {
             SCOPED_TRACE(command + syntax);
             std::vector<std::string> args{"find", "-aec", "QRSCP", "--model", query.model, "--level", query.level, syntax};
