@@ -1,5 +1,6 @@
 // Sending: whole blocks, P-DATA-TF PDUs, and data sets split to the peer's
 // maximum PDU length.
+#include <algorithm>
 #include <cstring>
 
 #include "network/dicomsocket.h"
@@ -33,6 +34,27 @@ int CDicomSocket::Send(const void* buffer, int length, int)
     return sent;
 }
 
+namespace {
+// The P-DATA-TF header with the header of its one PDV (PS3.8 9.3.5).
+void DataPduHead(unsigned char (&head)[12], uint32_t length, unsigned char context, bool last, bool command)
+{
+    const uint32_t pduLength = length + 6;
+    head[0] = zeldicom::pdu::kDataTf;
+    head[1] = 0;
+    for (int i = 0; i < 4; ++i) {
+        head[2 + i] = static_cast<unsigned char>(pduLength >> (24 - 8 * i));
+        head[6 + i] = static_cast<unsigned char>((pduLength - 4) >> (24 - 8 * i));
+    }
+    head[10] = context;
+    head[11] = static_cast<unsigned char>((command ? zeldicom::pdu::kCommandBit : 0) |
+                                          (last ? zeldicom::pdu::kLastFragmentBit : 0));
+}
+
+// PDUs gathered into one system call: with 16 KiB PDUs, 64 of them make
+// 1 MiB a call instead of one call (and one wake-up of the peer) a PDU.
+constexpr int kPdusPerCall = 64;
+}  // namespace
+
 int CDicomSocket::SendDataPdu(const void* data, int length, int last, int command)
 {
     if (length < 0)
@@ -41,17 +63,10 @@ int CDicomSocket::SendDataPdu(const void* data, int length, int last, int comman
         DicomTraceAnalyzeBlock(m_sTraceName, static_cast<const unsigned char*>(data), static_cast<uint32_t>(length), 0);
     // Header, PDV item header and fragment in one block, so that the PDU
     // leaves in one write.
-    uint32_t pduLength = static_cast<uint32_t>(length) + 6;
-    unsigned char head[12] = {zeldicom::pdu::kDataTf, 0};
-    for (int i = 0; i < 4; ++i) {
-        head[2 + i] = static_cast<unsigned char>(pduLength >> (24 - 8 * i));
-        head[6 + i] = static_cast<unsigned char>((pduLength - 4) >> (24 - 8 * i));
-    }
-    head[10] = m_ucPresContextID;
-    head[11] = static_cast<unsigned char>((command ? zeldicom::pdu::kCommandBit : 0) |
-                                          (last ? zeldicom::pdu::kLastFragmentBit : 0));
+    unsigned char head[12];
+    DataPduHead(head, static_cast<uint32_t>(length), m_ucPresContextID, last != 0, command != 0);
     CDynBuffer block;
-    if (!block.Reserve(pduLength + 6) || !block.Add(head, 12) ||
+    if (!block.Reserve(static_cast<uint32_t>(length) + 12) || !block.Add(head, 12) ||
         (length > 0 && !block.Add(data, static_cast<uint32_t>(length)))) {
         SetError(kErrorNoMemory);
         return 0;
@@ -65,22 +80,48 @@ int CDicomSocket::SendDataPdu(const void* data, int length, int last, int comman
 
 int CDicomSocket::SendData(const void* data, int length)
 {
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    uint32_t remaining = length > 0 ? static_cast<uint32_t>(length) : 0;
-    int result;
-    do {
-        uint32_t fragment = remaining < m_nMaxSendFragment ? remaining : m_nMaxSendFragment;
-        bool last = fragment == remaining;
-        result = SendDataPdu(bytes, static_cast<int>(fragment), last ? 1 : 0, 0);
-        if (result != 1)
-            break;
-        UpdateCommInfo(fragment);
-        bytes += fragment;
-        remaining -= fragment;
-        if (last)
-            break;
-    } while (true);
-    return result;
+    if (length <= 0)
+        return SendDataPdu("", 0, 1, 0);
+    return SendDataPdus(static_cast<const unsigned char*>(data), length, true);
+}
+
+int CDicomSocket::SendDataPdus(const unsigned char* data, int64_t length, bool endsMessage)
+{
+    const int64_t fragmentSize = m_nMaxSendFragment > 0 ? m_nMaxSendFragment : 1;
+    if (Trace()) {
+        // The trace analyses and logs every PDU on its own.
+        for (int64_t position = 0; position < length;) {
+            const int64_t fragment = std::min(length - position, fragmentSize);
+            const bool last = endsMessage && position + fragment == length;
+            if (SendDataPdu(data + position, static_cast<int>(fragment), last ? 1 : 0, 0) != 1)
+                return 0;
+            UpdateCommInfo(static_cast<unsigned long>(fragment));
+            position += fragment;
+        }
+        return 1;
+    }
+    unsigned char heads[kPdusPerCall][12];
+    iovec parts[2 * kPdusPerCall];
+    for (int64_t position = 0; position < length;) {
+        int pdus = 0;
+        int64_t batch = 0;
+        while (pdus < kPdusPerCall && position + batch < length) {
+            const int64_t fragment = std::min(length - position - batch, fragmentSize);
+            const bool last = endsMessage && position + batch + fragment == length;
+            DataPduHead(heads[pdus], static_cast<uint32_t>(fragment), m_ucPresContextID, last, false);
+            parts[2 * pdus] = {heads[pdus], 12};
+            parts[2 * pdus + 1] = {const_cast<unsigned char*>(data + position + batch), static_cast<size_t>(fragment)};
+            batch += fragment;
+            ++pdus;
+        }
+        if (SendAll(parts, 2 * pdus) < 0) {
+            m_nSystemError = GetLastError();
+            return 0;
+        }
+        UpdateCommInfo(static_cast<unsigned long>(batch));
+        position += batch;
+    }
+    return 1;
 }
 
 void CDicomSocket::UpdateCommInfo(unsigned long) {}

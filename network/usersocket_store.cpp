@@ -66,15 +66,8 @@ int CUserSocket::SendDataFromFile(const std::u16string& path, int64_t length, in
         }
         madvise(view, viewSize, MADV_SEQUENTIAL);
         const auto* bytes = static_cast<const unsigned char*>(view);
-        while (position < viewEnd) {
-            int64_t fragment = std::min<int64_t>(viewEnd - position, m_nMaxSendFragment);
-            bool last = position + fragment == end;
-            result = SendDataPdu(bytes + (position - base), static_cast<int>(fragment), last ? 1 : 0, 0);
-            if (result != 1)
-                break;
-            UpdateCommInfo(static_cast<unsigned long>(fragment));
-            position += fragment;
-        }
+        result = SendDataPdus(bytes + (position - base), viewEnd - position, viewEnd == end);
+        position = viewEnd;
         munmap(view, viewSize);
     }
     close(fd);

@@ -1,6 +1,8 @@
 #include "platform/zelsocket.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -257,6 +259,40 @@ int CZelSocket::Send(const void* buffer, int length, int)
         return -1;
     }
     return static_cast<int>(sent);
+}
+
+int64_t CZelSocket::SendAll(iovec* parts, int count)
+{
+    int64_t total = 0;
+    while (count > 0) {
+        if (parts->iov_len == 0) {
+            ++parts;
+            --count;
+            continue;
+        }
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = static_cast<size_t>(std::min(count, IOV_MAX));
+        ssize_t sent = ::sendmsg(m_nHandle, &message, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR)
+            continue;
+        if (sent < 0) {
+            Fail(FromErrno(errno));
+            return -1;
+        }
+        total += sent;
+        for (auto left = static_cast<size_t>(sent); left > 0;) {
+            size_t taken = std::min(left, parts->iov_len);
+            parts->iov_base = static_cast<char*>(parts->iov_base) + taken;
+            parts->iov_len -= taken;
+            left -= taken;
+            if (parts->iov_len == 0) {
+                ++parts;
+                --count;
+            }
+        }
+    }
+    return total;
 }
 
 int CZelSocket::Receive(void* buffer, int length, int)

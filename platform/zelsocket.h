@@ -4,6 +4,8 @@
 // system errors become the Windows Sockets numbers that callers compare
 // (10035 would block, 10060 timed out, ...). Receives wait in poll() for at
 // most the receive time-out; nothing here spins.
+#include <sys/uio.h>
+
 #include <cstdint>
 #include <string>
 
@@ -34,6 +36,10 @@ public:
     // Sends what the connection takes: a count (possibly fewer bytes than
     // asked), or -1.
     virtual int Send(const void* buffer, int length, int flags = 0);
+    // Sends every byte of the parts, in order, gathered into as few system
+    // calls as the connection takes (the parts are advanced as they go):
+    // the number of bytes, or -1.
+    int64_t SendAll(iovec* parts, int count);
     // Waits up to the receive time-out for data: a positive count, or -1
     // (kTimedOut when nothing came; kConnectionReset when the peer closed).
     virtual int Receive(void* buffer, int length, int flags = 0);

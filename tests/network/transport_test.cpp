@@ -19,6 +19,7 @@ struct TestSocket : CUserSocket {
     using CDicomSocket::ReceivePdu;
     int BufferSize() const { return m_nReceiveBufferSize; }
     uint32_t MaxFragment() const { return m_nMaxSendFragment; }
+    void SetMaxFragment(uint32_t bytes) { m_nMaxSendFragment = bytes; }
 };
 
 class Transport : public ::testing::Test {
@@ -174,4 +175,23 @@ TEST_F(Transport, AssociatesSendsCommandsAndSplitsData)
         EXPECT_EQ(sent.size(), 12u + 16372u);
         EXPECT_EQ(sent[11], control);
     }
+
+    // Many PDUs gathered into few system calls: 131 PDUs of 100 bytes and a
+    // short last one, each whole, in order, only the last marked last.
+    client.SetMaxFragment(100);
+    Bytes many(13037);
+    for (size_t i = 0; i < many.size(); ++i)
+        many[i] = static_cast<uint8_t>(i * 7 + i / 251);
+    ASSERT_EQ(client.SendData(many.data(), static_cast<int>(many.size())), 1);
+    Bytes received;
+    for (size_t pdus = 0; received.size() < many.size(); ++pdus) {
+        SCOPED_TRACE(pdus);
+        Bytes sent = PeerReads();
+        ASSERT_GT(sent.size(), 12u);
+        const bool last = received.size() + (sent.size() - 12) == many.size();
+        EXPECT_EQ(sent.size(), 12u + (last ? 37u : 100u));
+        EXPECT_EQ(sent[11], last ? 0x02 : 0x00);
+        received.insert(received.end(), sent.begin() + 12, sent.end());
+    }
+    EXPECT_EQ(received, many);
 }
