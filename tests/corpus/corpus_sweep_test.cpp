@@ -235,18 +235,13 @@ void CheckText(const std::string& path, const std::vector<std::string>& expected
     }
 }
 
-uint32_t Checksum(const uint16_t* values, uint32_t count)
+// The oracle's checksum of words or bytes: the sum of (position + 1) x value, mod 2^32.
+template <typename Value, typename Count>
+uint32_t Checksum(const Value* values, Count count)
 {
     uint64_t sum = 0;
-    for (uint32_t i = 0; i < count; ++i)
+    for (Count i = 0; i < count; ++i)
         sum += static_cast<uint64_t>(i + 1) * values[i];
-    return static_cast<uint32_t>(sum);
-}
-uint32_t Checksum(const unsigned char* bytes, int count)
-{
-    uint64_t sum = 0;
-    for (int i = 0; i < count; ++i)
-        sum += static_cast<uint64_t>(i + 1) * bytes[i];
     return static_cast<uint32_t>(sum);
 }
 std::string LutData(const uint16_t* data, uint32_t entries)
@@ -357,9 +352,8 @@ TEST(CorpusSweep, EveryFileMeetsEveryOracle)
 {
     const std::string data = PydicomDataDir();
     ASSERT_FALSE(data.empty()) << "pydicom's sample data is not installed (scripts/setup installs it)";
-    char pattern[] = "/tmp/zeldicom-sweep-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    const std::string scratch = pattern;
+    ScratchFolder folder("sweep");
+    const std::string scratch = folder.path;
     std::vector<std::string> files = CorpusFiles(data);
     ASSERT_GT(files.size(), 100u);
     // DCMTK's re-encodings of samples whose attributes lie mostly outside the
@@ -518,5 +512,4 @@ TEST(CorpusSweep, EveryFileMeetsEveryOracle)
              {"pFrameOffsets.table multi-frame", 1}, {"pFrameOffsets.fragments multi-frame", 1}, {"meta", 40},
              {"no meta", 2}, {"big endian", 5}, {"not DICOM", 5}})
         EXPECT_GE(seen[kind], least) << "the sweep checked too few: " << kind;
-    std::filesystem::remove_all(scratch);
 }

@@ -79,12 +79,13 @@ def frame_offsets(ds, raw, frames, syntax):
     return [sum(n + 8 for n in lengths[:i]) for i in range(frames)] + [0], "fragments"
 
 
-def describe_palette(path):
-    ds = pydicom.dcmread(path)
-    out = []
+def palettes(out, ds):
     for name, colour in (("RedPaletteLut", "Red"), ("GreenPaletteLut", "Green"), ("BluePaletteLut", "Blue")):
         lut(out, name, ds, colour + "PaletteColorLookupTableDescriptor", colour + "PaletteColorLookupTableData",
             "Segmented" + colour + "PaletteColorLookupTableData")
+def describe_palette(path):
+    out = []
+    palettes(out, pydicom.dcmread(path))
     emit(out)
 
 
@@ -150,9 +151,7 @@ def describe(path):
         offsets, kind = offsets
     if offsets is not None:
         out.append("pFrameOffsets.%s %s" % (kind, " ".join(map(str, offsets))))
-    for name, colour in (("RedPaletteLut", "Red"), ("GreenPaletteLut", "Green"), ("BluePaletteLut", "Blue")):
-        lut(out, name, ds, colour + "PaletteColorLookupTableDescriptor", colour + "PaletteColorLookupTableData",
-            "Segmented" + colour + "PaletteColorLookupTableData")
+    palettes(out, ds)
     if "ModalityLUTSequence" in ds and len(ds.ModalityLUTSequence):
         lut(out, "ModalityLut", ds.ModalityLUTSequence[0], "LUTDescriptor", "LUTData")
     for group in range(0x6000, 0x6020, 2):

@@ -39,38 +39,43 @@ CDicomItem* LoadAndEdit(const std::string& path)
 const std::string& LastError() { return CAuditManager::GetUniqueInstance().GetLastError(); }
 }
 
-TEST(EncodeFiles, LargeValuesComeFromTheSourceFileOrItsMapping)
+// Every test works in a scratch folder of its own, with the audit log quiet
+// (the write failures provoked here would fill it).
+class ObjectFiles : public ::testing::Test {
+protected:
+    void SetUp() override { CAuditManager::GetUniqueInstance().SetQuiet(true); }
+    void TearDown() override { CAuditManager::GetUniqueInstance().SetQuiet(false); }
+    std::string Path(const std::string& name) const { return scratch.path + "/" + name; }
+    ScratchFolder scratch{"object-files"};
+};
+
+TEST_F(ObjectFiles, LargeValuesComeFromTheSourceFileOrItsMapping)
 {
-    std::string source = ScratchPath("source.dcm"), copy = ScratchPath("copy.dcm");
+    std::string source = Path("source.dcm"), copy = Path("copy.dcm");
     WriteFile(source, SampleFile("DOE^JOHN"));
     std::unique_ptr<CDicomItem> root(LoadAndEdit(source));
     EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
     EXPECT_EQ(ReadFile(copy), SampleFile("ROE^JANE"));
     // The pixel value is copied from the source file by the kernel; once
     // another file has taken the source's name, it comes from the mapping.
-    std::string other = ScratchPath("other.dcm");
+    std::string other = Path("other.dcm");
     WriteFile(other, Bytes(SampleFile("DOE^JOHN").size(), 0x44));
     ASSERT_EQ(rename(other.c_str(), source.c_str()), 0);
     EXPECT_TRUE(root->SaveToFile(Utf8ToUtf16(copy)));
     EXPECT_EQ(ReadFile(copy), SampleFile("ROE^JANE"));
-    unlink(source.c_str());
-    unlink(copy.c_str());
 }
 
-TEST(EncodeFiles, RefusesItsOwnSourceAndSaysWhyASaveFailed)
+TEST_F(ObjectFiles, RefusesItsOwnSourceAndSaysWhyASaveFailed)
 {
-    CAuditManager::GetUniqueInstance().SetQuiet(true);
-    std::string source = ScratchPath("own.dcm");
+    std::string source = Path("own.dcm");
     WriteFile(source, SampleFile("DOE^JOHN"));
     std::unique_ptr<CDicomItem> root(LoadAndEdit(source));
     // Truncating its own mapped source would pull the values from under it.
     EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(source)));
     EXPECT_EQ(root->GetLastError().GetCode(), CLastError::kRefused);
     EXPECT_EQ(ReadFile(source), SampleFile("DOE^JOHN"));
-    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(ScratchPath("no-such-dir/x.dcm"))));
+    EXPECT_FALSE(root->SaveToFile(Utf8ToUtf16(Path("no-such-dir/x.dcm"))));
     EXPECT_EQ(root->GetLastError().GetText(), "No such file or directory");
-    unlink(source.c_str());
-    CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 
 // Runs save with the file size limited to 256 KiB, as a full disk would stop it.
@@ -103,9 +108,9 @@ int FilesBeside(const std::string& path)
     return count;
 }
 
-TEST(ObjectFiles, ASecondLoadReplacesTheFirstAndAFailedOneKeepsIt)
+TEST_F(ObjectFiles, ASecondLoadReplacesTheFirstAndAFailedOneKeepsIt)
 {
-    std::string first = ScratchPath("first.dcm"), second = ScratchPath("second.dcm");
+    std::string first = Path("first.dcm"), second = Path("second.dcm");
     WriteFile(first, SampleFile("DOE^JOHN"));
     WriteFile(second, fileImage("1.2.840.10008.1.2", ielem(0x0010, 0x0010, text("ROE^JANE"))));
     CDicomItem root(u"Object");
@@ -131,13 +136,11 @@ TEST(ObjectFiles, ASecondLoadReplacesTheFirstAndAFailedOneKeepsIt)
     EXPECT_EQ(name, u"ROE^JANE");
     EXPECT_TRUE(root.GetItemValue(u"File", file));
     EXPECT_EQ(file, Utf8ToUtf16(second));
-    unlink(second.c_str());
 }
 
-TEST(EncodeFiles, AFailedSaveLeavesAnExistingFileByteIdentical)
+TEST_F(ObjectFiles, AFailedSaveLeavesAnExistingFileByteIdentical)
 {
-    CAuditManager::GetUniqueInstance().SetQuiet(true);
-    std::string source = ScratchPath("over-source.dcm"), out = ScratchPath("over-out.dcm");
+    std::string source = Path("over-source.dcm"), out = Path("over-out.dcm");
     WriteFile(source, SampleFile("DOE^JOHN"));
     const Bytes previous(1000, 0x55);
     WriteFile(out, previous);
@@ -155,22 +158,17 @@ TEST(EncodeFiles, AFailedSaveLeavesAnExistingFileByteIdentical)
     stat(out.c_str(), &info);
     EXPECT_EQ(info.st_mode & 0777, 0604u);
     EXPECT_EQ(FilesBeside(out), 0);
-    unlink(source.c_str());
-    unlink(out.c_str());
-    CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 
-TEST(EncodeFiles, WriteErrorsAreLoggedByTheFileWriterWithTheirCount)
+TEST_F(ObjectFiles, WriteErrorsAreLoggedByTheFileWriterWithTheirCount)
 {
-    CAuditManager::GetUniqueInstance().SetQuiet(true);
     // A large value goes out in chunks of 1 MiB: the first one fails.
-    std::string source = ScratchPath("large.dcm");
+    std::string source = Path("large.dcm");
     WriteFile(source, SampleFile("DOE^JOHN"));
     std::unique_ptr<CDicomItem> large(LoadAndEdit(source));
     EXPECT_FALSE(large->SaveToFile(u"/dev/full"));
     EXPECT_EQ(LastError(), "CDicomFileWriter::WriteProc: System Error : No space left on device System Error Code : 28 "
                            "Params : lSize=1048576, pDstFile=/dev/full");
-    unlink(source.c_str());
 
     // A small object is buffered whole; its failure shows when the buffer is written.
     CDicomItem root(u"Object");
@@ -182,13 +180,11 @@ TEST(EncodeFiles, WriteErrorsAreLoggedByTheFileWriterWithTheirCount)
     // The data set's one element: an 8-byte header and 8 value bytes.
     EXPECT_EQ(LastError(), "CDicomFileWriter::WriteProc: System Error : No space left on device System Error Code : 28 "
                            "Params : lSize=16, pDstFile=/dev/full");
-    CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 
-TEST(EncodeInPlace, FailedRewritesLeaveTheOriginalByteIdenticalAndGoodOnesReplaceIt)
+TEST_F(ObjectFiles, FailedRewritesLeaveTheOriginalByteIdenticalAndGoodOnesReplaceIt)
 {
-    CAuditManager::GetUniqueInstance().SetQuiet(true);
-    std::string path = ScratchPath("keep.dcm"), users = path + ".tmp";
+    std::string path = Path("keep.dcm"), users = path + ".tmp";
     const Bytes original = SampleFile("DOE^JOHN");
     WriteFile(path, original);
     chmod(path.c_str(), 0640);
@@ -231,7 +227,4 @@ TEST(EncodeInPlace, FailedRewritesLeaveTheOriginalByteIdenticalAndGoodOnesReplac
     EXPECT_EQ(ReadFile(users), (Bytes{1, 2, 3}));
     EXPECT_EQ(FilesBeside(path), 1);
     EXPECT_FALSE(CDicomItem::SaveModificationToExistingFile(root, Utf8ToUtf16(path)));
-    unlink(path.c_str());
-    unlink(users.c_str());
-    CAuditManager::GetUniqueInstance().SetQuiet(false);
 }

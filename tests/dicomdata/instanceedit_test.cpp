@@ -2,8 +2,6 @@
 // instances, the referenced SOP sequence, availability, tag tables, and
 // elements set from typed text.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
@@ -197,8 +195,8 @@ TEST(InstanceEditing, ReferencedSopSequenceStandsInTagOrderOnce)
 
 TEST(InstanceEditing, AvailabilityAndTagTables)
 {
-    std::string folder = ScratchPath("avail");
-    ::mkdir(folder.c_str(), 0700);
+    ScratchFolder scratch("avail");
+    const std::string folder = scratch.path;
     ASSERT_TRUE(WriteFile(folder + "/present.dcm", text("x")));
     std::u16string dir = Utf8ToUtf16(folder), missing = Utf8ToUtf16(folder + "-missing");
     EXPECT_EQ(CDicomTools::GetInstanceAvailability(true, dir, u""), u"ONLINE");
@@ -207,8 +205,6 @@ TEST(InstanceEditing, AvailabilityAndTagTables)
     EXPECT_EQ(CDicomTools::GetInstanceAvailability(true, missing, u"present.dcm"), u"OFFLINE");
     EXPECT_EQ(CDicomTools::GetInstanceAvailability(false, missing, u"present.dcm"), u"UNAVAILABLE");
     EXPECT_EQ(CDicomTools::GetInstanceAvailability(false, dir, u"present.dcm"), u"ONLINE");
-    unlink((folder + "/present.dcm").c_str());
-    rmdir(folder.c_str());
 
     // Keys are objects: equal numbers are two entries; a copy shares them.
     CDicomTagTable source, copy;

@@ -18,22 +18,19 @@ int LinearFind(int group, int element)
 }
 }
 
-TEST(TagTable, HoldsNineHundredNinetySortedUniqueEntries)
+// 990 entries in strictly ascending tag order, ending at (FFFF,FFFF); the
+// binary lookup finds each one where a linear scan does.
+TEST(TagTable, NineHundredNinetySortedUniqueEntriesAndLookupAgreesWithLinearScan)
 {
     CTagTable table;
     ASSERT_EQ(table.GetTagCount(), 990);
-    for (int i = 1; i < table.GetTagCount(); ++i)
-        EXPECT_LT(std::make_pair(table.GetTagGroup(i - 1), table.GetTagField(i - 1)),
-                  std::make_pair(table.GetTagGroup(i), table.GetTagField(i)))
-            << "order or duplicate at " << i;
     EXPECT_EQ(std::make_pair(table.GetTagGroup(989), table.GetTagField(989)), std::make_pair(0xFFFF, 0xFFFF));
-}
-
-TEST(TagTable, LookupAgreesWithLinearScanForEveryEntryAndForAbsentTags)
-{
-    CTagTable table;
     for (int i = 0; i < table.GetTagCount(); ++i) {
         int group = table.GetTagGroup(i), element = table.GetTagField(i);
+        if (i > 0) {
+            EXPECT_LT(std::make_pair(table.GetTagGroup(i - 1), table.GetTagField(i - 1)), std::make_pair(group, element))
+                << "order or duplicate at " << i;
+        }
         std::u16string vr;
         ASSERT_EQ(CTagTable::GetVR(group, element, vr), 1);
         EXPECT_EQ(vr, table.GetTagVRString(i));

@@ -33,13 +33,6 @@ CliResult Oracle(const std::vector<std::string>& args)
     return RunCli(all, "/usr/bin/python3");
 }
 
-// A scratch folder removed with everything in it when the test ends.
-struct ScratchFolder {
-    explicit ScratchFolder(const std::string& name) : path(ScratchPath(name)) { fs::create_directories(path); }
-    ~ScratchFolder() { fs::remove_all(path); }
-    std::string path;
-};
-
 std::vector<std::string> Types(const CDicomDirEx& dir)
 {
     std::vector<std::string> types;

@@ -221,9 +221,8 @@ TEST(MetaInformation, FileTests)
 // with a CreateMetaHeader "Header"; dcmdump and pydicom read them cleanly.
 TEST(MetaInformation, NewFilesReadByPeers)
 {
-    bool dcmdump = RunShell("command -v dcmdump").first == 0;
-    bool pydicom = RunShell("/usr/bin/python3 -c 'import pydicom'").first == 0;
-    ASSERT_TRUE(dcmdump && pydicom) << "dcmdump and pydicom are needed (scripts/setup installs them)";
+    ASSERT_EQ(RunShell("command -v dcmdump && /usr/bin/python3 -c 'import pydicom'").first, 0)
+        << "dcmdump and pydicom are needed (scripts/setup installs them)";
     CDicomItem data(u"Data");
     FillDataSet(data);
     CDynBuffer fromTree, fromWriters, wholeObject;
@@ -258,25 +257,21 @@ TEST(MetaInformation, NewFilesReadByPeers)
     for (CDynBuffer* buffer : {&fromTree, &fromWriters, &wholeObject}) {
         std::string path = TempFile("new.dcm", Contents(*buffer));
         std::string syntax = buffer == &fromWriters ? "1.2.840.10008.1.2" : "1.2.840.10008.1.2.1";
-        if (dcmdump) {
-            auto [status, out] = RunShell("dcmdump " + path);
-            EXPECT_EQ(status, 0) << out;
-            EXPECT_EQ(out.find("W: "), std::string::npos) << out;
-            EXPECT_EQ(out.find("E: "), std::string::npos) << out;
-            EXPECT_NE(out.find("(0008,1155) UI [1.2.3.4.5]"), std::string::npos) << out;
-            EXPECT_NE(out.find(buffer == &wholeObject ? "(0002,0012) UI [1.2.826.0.1.3680043.2.1125]"
-                                                      : "(0002,0016) AE [ZELTEST]"),
-                      std::string::npos)
-                << out;
-        }
-        if (pydicom) {
-            auto [status, out] = RunShell(
-                "/usr/bin/python3 -W error -c \"import pydicom; from pydicom import config; "
-                "config.settings.reading_validation_mode = config.RAISE; d = pydicom.dcmread('" + path + "'); "
-                "print(d.file_meta.TransferSyntaxUID, d.PatientName, d.ReferencedImageSequence[0].ReferencedSOPInstanceUID)\"");
-            EXPECT_EQ(status, 0) << out;
-            EXPECT_EQ(out, syntax + " Doe^John 1.2.3.4.5\n");
-        }
+        auto [status, out] = RunShell("dcmdump " + path);
+        EXPECT_EQ(status, 0) << out;
+        EXPECT_EQ(out.find("W: "), std::string::npos) << out;
+        EXPECT_EQ(out.find("E: "), std::string::npos) << out;
+        EXPECT_NE(out.find("(0008,1155) UI [1.2.3.4.5]"), std::string::npos) << out;
+        EXPECT_NE(out.find(buffer == &wholeObject ? "(0002,0012) UI [1.2.826.0.1.3680043.2.1125]"
+                                                  : "(0002,0016) AE [ZELTEST]"),
+                  std::string::npos)
+            << out;
+        auto [pyStatus, pyOut] = RunShell(
+            "/usr/bin/python3 -W error -c \"import pydicom; from pydicom import config; "
+            "config.settings.reading_validation_mode = config.RAISE; d = pydicom.dcmread('" + path + "'); "
+            "print(d.file_meta.TransferSyntaxUID, d.PatientName, d.ReferencedImageSequence[0].ReferencedSOPInstanceUID)\"");
+        EXPECT_EQ(pyStatus, 0) << pyOut;
+        EXPECT_EQ(pyOut, syntax + " Doe^John 1.2.3.4.5\n");
         std::remove(path.c_str());
     }
 }

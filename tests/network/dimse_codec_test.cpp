@@ -73,8 +73,8 @@ TEST(DimseCodec, AddTagWritesEachEncoding)
 
 TEST(DimseCodec, SampleDataSetsReadAlikeInEveryEncoding)
 {
-    const std::string folder = testsupport::ScratchPath("encodings");
-    std::filesystem::create_directories(folder);
+    testsupport::ScratchFolder scratch("encodings");
+    const std::string folder = scratch.path;
     const char* const samples[] = {"rtplan.dcm", "rtstruct.dcm", "test-SR.dcm", "rtdose.dcm", "CT_small.dcm",
                                    "MR_small.dcm", "reportsi.dcm"};
     std::ofstream(folder + "/write.py") << R"(import sys, pydicom
@@ -133,7 +133,6 @@ for path in sys.argv[2:]:
             }
         }
     }
-    std::filesystem::remove_all(folder);
 }
 
 TEST(DimseCodec, RefusesMalformedDataSets)

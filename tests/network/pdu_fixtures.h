@@ -5,19 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "support/dicomwriter.h"
+
 namespace pdufix {
 
-using Bytes = std::vector<uint8_t>;
+using testsupport::Bytes;
+using testsupport::cat;
 
 inline void be16(Bytes& out, uint32_t v) { out.insert(out.end(), {uint8_t(v >> 8), uint8_t(v)}); }
 inline void be32(Bytes& out, uint32_t v) { be16(out, v >> 16); be16(out, v & 0xFFFF); }
-inline Bytes cat(std::initializer_list<Bytes> parts)
-{
-    Bytes out;
-    for (const Bytes& part : parts)
-        out.insert(out.end(), part.begin(), part.end());
-    return out;
-}
 // An item or sub-item; length overrides the true value length when given.
 inline Bytes item(uint8_t type, const Bytes& value, long length = -1)
 {

@@ -14,15 +14,10 @@
 #include "platform/profile.h"
 #include "platform/text.h"
 #include "platform/xmlitem.h"
+#include "support/files.h"
 
 using namespace zeldicom;
-
-namespace {
-std::string TempPath(const char* name)
-{
-    return std::string(::testing::TempDir()) + "zeldicom_platform_" + std::to_string(::getpid()) + "_" + name;
-}
-}
+using testsupport::ScratchFolder;
 
 TEST(XmlItem, ChildrenByNameAndOccurrenceFollowChildOrder)
 {
@@ -95,11 +90,9 @@ TEST(DynBuffer, AppendsInsertsAndServesAsWriter)
 
 TEST(DataInMemory, MapsFilesAndRefusesEmptyMissingAndDirectories)
 {
-    std::string path = TempPath("mapped");
-    {
-        std::ofstream out(path, std::ios::binary);
-        out << "DICOM bytes";
-    }
+    ScratchFolder folder("mapping");
+    std::string path = folder.path + "/mapped";
+    std::ofstream(path, std::ios::binary) << "DICOM bytes";
     {
         CDataInMemory image(Utf8ToUtf16(path));
         ASSERT_TRUE(image.IsValid());
@@ -108,48 +101,39 @@ TEST(DataInMemory, MapsFilesAndRefusesEmptyMissingAndDirectories)
     }
     // Files above the read limit are mapped; both kinds reopen as the same
     // file until another file takes the name.
-    std::string large = TempPath("large");
-    {
-        std::ofstream out(large, std::ios::binary);
-        out << std::string(CDataInMemory::kReadLimit, 'x') << "end";
-    }
+    std::string large = folder.path + "/large";
+    std::ofstream(large, std::ios::binary) << std::string(CDataInMemory::kReadLimit, 'x') << "end";
     for (const std::string& name : {path, large}) {
         CDataInMemory image(Utf8ToUtf16(name));
         ASSERT_TRUE(image.IsValid());
         EXPECT_EQ(image.IsMapped(), name == large);
-        std::ifstream in(name, std::ios::binary);
-        std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        testsupport::Bytes content = testsupport::ReadFile(name);
         ASSERT_EQ(image.GetSize(), content.size());
         EXPECT_EQ(std::memcmp(image.GetData(), content.data(), content.size()), 0);
         int fd = image.OpenSameFile();
         EXPECT_GE(fd, 0);
         close(fd);
         std::string other = name + ".other";
-        { std::ofstream out(other, std::ios::binary); out << "x"; }
+        std::ofstream(other, std::ios::binary) << "x";
         std::rename(other.c_str(), name.c_str());
         EXPECT_EQ(image.OpenSameFile(), -1);
     }
-    std::remove(large.c_str());
-    std::string empty = TempPath("empty");
+    std::string empty = folder.path + "/empty";
     std::ofstream{empty};
     EXPECT_FALSE(CDataInMemory(Utf8ToUtf16(empty)).IsValid());
     EXPECT_FALSE(CDataInMemory(Utf8ToUtf16(path + ".missing")).IsValid());
     CDataInMemory directory(Utf8ToUtf16(::testing::TempDir()));
     EXPECT_FALSE(directory.IsValid());
     EXPECT_FALSE(directory.GetError().empty());
-    std::remove(path.c_str());
-    std::remove(empty.c_str());
 }
 
 TEST(HostProfile, IniFileAndDirectSettingsWithDefaults)
 {
     HostProfile::Clear();
     EXPECT_EQ(HostProfile::GetProfileInt("Receive", "FileCopyBufferSize", 32), 32);
-    std::string path = TempPath("profile.ini");
-    {
-        std::ofstream out(path);
-        out << "; host settings\n[Receive]\nFileCopyBufferSize = 8\nbad=\n[Worklist]\nTimeOut=-1\n";
-    }
+    ScratchFolder folder("profile");
+    std::string path = folder.path + "/profile.ini";
+    std::ofstream(path) << "; host settings\n[Receive]\nFileCopyBufferSize = 8\nbad=\n[Worklist]\nTimeOut=-1\n";
     ASSERT_TRUE(HostProfile::LoadIniFile(path));
     EXPECT_EQ(HostProfile::GetProfileInt("Receive", "FileCopyBufferSize", 32), 8);
     EXPECT_EQ(HostProfile::GetProfileInt("Worklist", "TimeOut", 30000), -1);
@@ -157,7 +141,6 @@ TEST(HostProfile, IniFileAndDirectSettingsWithDefaults)
     EXPECT_EQ(HostProfile::GetProfileInt("Worklist", "FileCopyBufferSize", 7), 7);
     EXPECT_FALSE(HostProfile::LoadIniFile(path + ".missing"));
     HostProfile::Clear();
-    std::remove(path.c_str());
 }
 
 TEST(Text, Utf16RoundTripsAndFieldHelpers)

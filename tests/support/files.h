@@ -48,6 +48,19 @@ inline std::string ScratchPath(const std::string& name)
 {
     return "/tmp/zeldicom-test-" + std::to_string(getpid()) + "-" + name;
 }
+// A scratch folder, created empty and removed with everything in it when it
+// goes out of scope (also when an assertion ends the test early).
+struct ScratchFolder {
+    explicit ScratchFolder(const std::string& name) : path(ScratchPath(name))
+    {
+        std::filesystem::remove_all(path);
+        std::filesystem::create_directories(path);
+    }
+    ~ScratchFolder() { std::filesystem::remove_all(path); }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    const std::string path;
+};
 
 inline std::string ToHex(const std::string& bytes)
 {

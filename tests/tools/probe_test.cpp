@@ -10,9 +10,13 @@
 
 using namespace testsupport;
 
-TEST(ProbeCommand, ArgumentsAndExitStatus)
+// Arguments, a line per file and the exit status; "DICM" without whole meta
+// information is not DICOM; compressed syntaxes without a type code are not
+// called uncompressed.
+TEST(ProbeCommand, LinesPerFileAndExitStatusByTheWorst)
 {
-    std::string dataSet = ScratchPath("probe.dcm"), notes = ScratchPath("probe.txt");
+    ScratchFolder folder("probe");
+    std::string dataSet = folder.path + "/probe.dcm", notes = folder.path + "/probe.txt";
     WriteFile(dataSet, cat({elem(0x0008, 0x0005, "CS", "ISO_IR 100"), elem(0x0010, 0x0010, "PN", "Doe^John")}));
     WriteFile(notes, text("no pixels here\n"));
     CliResult good = RunCli({"probe", dataSet});
@@ -29,13 +33,8 @@ TEST(ProbeCommand, ArgumentsAndExitStatus)
     CliResult none = RunCli({"probe"});
     EXPECT_EQ(none.status, 2);
     EXPECT_NE(none.err.find("Usage: zeldicom probe"), std::string::npos);
-    std::remove(dataSet.c_str());
-    std::remove(notes.c_str());
-}
 
-TEST(ProbeCommand, DicmWithoutWholeMetaInformationIsNotDicom)
-{
-    std::string preamble = ScratchPath("preamble.dcm"), cut = ScratchPath("cut.dcm");
+    std::string preamble = folder.path + "/preamble.dcm", cut = folder.path + "/cut.dcm";
     WriteFile(preamble, cat({Bytes(128, 0), text("DICM")}));
     Bytes whole = fileImage("1.2.840.10008.1.2", ielem(0x0010, 0x0010, text("DOE^JOHN")));
     // Cut inside the transfer syntax value of the meta information.
@@ -44,18 +43,12 @@ TEST(ProbeCommand, DicmWithoutWholeMetaInformationIsNotDicom)
     EXPECT_EQ(probe.status, 1);
     EXPECT_EQ(probe.out, preamble + ": not DICOM (file meta information missing or cut short)\n" + cut +
                              ": not DICOM (file meta information missing or cut short)\n");
-    std::remove(preamble.c_str());
-    std::remove(cut.c_str());
-}
 
-TEST(ProbeCommand, CompressedSyntaxesWithoutATypeCodeAreNotCalledUncompressed)
-{
-    std::string jpegLs = ScratchPath("jpegls.dcm");
+    std::string jpegLs = folder.path + "/jpegls.dcm";
     WriteFile(jpegLs, fileImage("1.2.840.10008.1.2.4.80", elem(0x0010, 0x0010, "PN", "DOE^JOHN")));
-    CliResult probe = RunCli({"probe", jpegLs});
-    EXPECT_EQ(probe.status, 0);
-    EXPECT_NE(probe.out.find("(JPEG-LS Lossless), compression other\n"), std::string::npos) << probe.out;
-    std::remove(jpegLs.c_str());
+    CliResult jpegLsProbe = RunCli({"probe", jpegLs});
+    EXPECT_EQ(jpegLsProbe.status, 0);
+    EXPECT_NE(jpegLsProbe.out.find("(JPEG-LS Lossless), compression other\n"), std::string::npos) << jpegLsProbe.out;
 }
 
 TEST(ProbeCommand, OutputThatCannotBeWrittenFailsTheCommand)
