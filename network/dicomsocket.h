@@ -100,8 +100,8 @@ public:
     // A data set split into PDVs of at most the maximum send fragment.
     int SendData(const void* data, int length);
     // Length bytes as consecutive P-DATA-TF PDUs of one data PDV each, of at
-    // most the maximum send fragment, several PDUs to a system call and the
-    // bytes never copied; the last PDV ends the message when endsMessage.
+    // most the maximum send fragment, sent from where they lie (never copied);
+    // the last PDV ends the message when endsMessage.
     int SendDataPdus(const unsigned char* data, int64_t length, bool endsMessage);
 
     // Makes id the outgoing context and takes the encoding of its accepted

@@ -36,9 +36,9 @@ public:
     // Sends what the connection takes: a count (possibly fewer bytes than
     // asked), or -1.
     virtual int Send(const void* buffer, int length, int flags = 0);
-    // Sends every byte of the parts, in order, gathered into as few system
-    // calls as the connection takes (the parts are advanced as they go):
-    // the number of bytes, or -1.
+    // Sends every byte of the parts, in order, gathered into one system call
+    // as far as the connection takes them (the parts are advanced as they
+    // go): the number of bytes, or -1.
     int64_t SendAll(iovec* parts, int count);
     // Waits up to the receive time-out for data: a positive count, or -1
     // (kTimedOut when nothing came; kConnectionReset when the peer closed).

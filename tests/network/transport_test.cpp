@@ -176,8 +176,8 @@ TEST_F(Transport, AssociatesSendsCommandsAndSplitsData)
         EXPECT_EQ(sent[11], control);
     }
 
-    // Many PDUs gathered into few system calls: 131 PDUs of 100 bytes and a
-    // short last one, each whole, in order, only the last marked last.
+    // A data set of many PDUs sent from the caller's bytes: 130 PDUs of 100
+    // bytes and a short last one, each whole, in order, only the last marked last.
     client.SetMaxFragment(100);
     Bytes many(13037);
     for (size_t i = 0; i < many.size(); ++i)
