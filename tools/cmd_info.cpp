@@ -261,6 +261,12 @@ std::string ToText(const char* path, const DICOMINFO& info)
     Line(out, "series number", U8(info.sSeriesNumber));
     Line(out, "instance number", U8(info.sInstanceNumber));
     out += "Pixels\n";
+    if (info.nRows <= 0 || info.nColumns <= 0) {
+        // A report, plan or other object without Rows and Columns: the
+        // record's pixel, display and orientation defaults describe nothing.
+        Line(out, "image", "none (the object has no Rows and Columns)");
+        return out;
+    }
     Line(out, "size", FormatText("%d columns x %d rows, %d frame(s)", info.nColumns, info.nRows,
                                  info.nNumberOfFrames));
     Line(out, "samples", FormatText("%u per pixel, planar configuration %u", info.wSamplesPerPixel,

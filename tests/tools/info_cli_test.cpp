@@ -20,6 +20,13 @@ TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
                                  "top A, left R, right L, bottom P", "1CT1"})
         EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
 
+    // An object without an image keeps its identification and says it has no image.
+    CliResult plan = RunCli({"info", data + "/test_files/rtplan.dcm"});
+    ASSERT_EQ(plan.status, 0) << plan.err;
+    EXPECT_NE(plan.out.find("RTPLAN"), std::string::npos) << plan.out;
+    EXPECT_NE(plan.out.find("none (the object has no Rows and Columns)"), std::string::npos) << plan.out;
+    EXPECT_EQ(plan.out.find("columns x"), std::string::npos) << plan.out;
+
     // One object per file and line; every scalar field is a key, lists are arrays.
     CliResult json = RunCli({"info", "--json", frames});
     ASSERT_EQ(json.status, 0) << json.err;
