@@ -66,9 +66,6 @@ struct QueryPeers {
     bool up = false;
 };
 
-// The matches of a text listing as sorted sets of "(gggg,eeee) VR [value]"
-// lines (upper-case tags, values without trailing blanks or the zero byte
-// that findscu shows of a UID's padding); a match starts at each line that holds `separator`.
 // "(gggg,eeee) VR [value]" somewhere in a line, as "GGGG,EEEE VR [value]".
 std::optional<std::string> ElementLine(const std::string& line)
 {
@@ -91,6 +88,9 @@ std::optional<std::string> ElementLine(const std::string& line)
     return std::nullopt;
 }
 
+// The matches of a text listing as sorted sets of "(gggg,eeee) VR [value]"
+// lines (upper-case tags, values without trailing blanks or the zero byte
+// that findscu shows of a UID's padding); a match starts at each line that holds `separator`.
 std::vector<std::vector<std::string>> Matches(const std::string& listing, const std::string& separator)
 {
     std::vector<std::vector<std::string>> matches;
