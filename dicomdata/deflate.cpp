@@ -116,6 +116,7 @@ bool DeflateWriter::Pump(const void* bytes, uint32_t count, int flush)
         uint32_t produced = static_cast<uint32_t>(kChunk - stream.avail_out);
         if (produced > 0 && m_next(m_state->buffer, produced, m_context) != produced)
             return false;
+        m_produced += produced;
         if (flush == Z_FINISH ? status == Z_STREAM_END : stream.avail_out != 0)
             return true;
     }
@@ -134,6 +135,11 @@ uint32_t DeflateWriter::WriteProc(const void* bytes, uint32_t count, void* conte
 bool DeflateWriter::Finish()
 {
     if (m_failed || !Pump(nullptr, 0, Z_FINISH))
+        m_failed = true;
+    // Values and data sets have even lengths in DICOM; readers that take
+    // the stream in fragments (a P-DATA-TF PDV among them) refuse an odd one.
+    static const unsigned char kPad = 0;
+    if (!m_failed && m_produced % 2 != 0 && m_next(&kPad, 1, m_context) != 1)
         m_failed = true;
     return !m_failed;
 }

@@ -23,7 +23,8 @@ unsigned char* InflateRaw(const unsigned char* bytes, size_t size, size_t limit,
 size_t InflateLimit(size_t compressedSize);
 
 // A writer callback that deflates what it is given and hands the compressed
-// bytes on to another writer. Finish() flushes the end of the stream.
+// bytes on to another writer. Finish() flushes the end of the stream and pads
+// it to even length (PS3.5 A.5: a trailing zero byte after an odd stream).
 class DeflateWriter {
 public:
     DeflateWriter(DICOM_WRITER_PROC next, void* context);
@@ -40,6 +41,7 @@ private:
     State* m_state;
     DICOM_WRITER_PROC m_next;
     void* m_context;
+    uint64_t m_produced = 0;
     bool m_failed = false;
 };
 

@@ -124,9 +124,11 @@ public:
     static bool IsExplicitVR(const std::u16string& transferSyntax);
     static bool IsBigEndian(const std::u16string& transferSyntax);
 
-    // Why the last LoadObject, SaveToFile or refused edit on this node
-    // failed; cleared when one of them starts. A damaged data set names the
-    // element and byte offset where reading stopped.
+    // Why the last LoadObject, SaveObject, SaveToFile, Recalc*/Save* or
+    // refused edit on this node failed; cleared when one of them starts. A
+    // damaged data set names the element and byte offset where reading
+    // stopped; a data set that cannot be encoded names the element (tag,
+    // keyword, VR, length) and why.
     const CLastError& GetLastError() const { return m_LastError; }
     // Whether a LoadObject that fails inside the data set keeps what it could
     // read ("Header" and the "Data" read so far) below this node, for display.
@@ -198,6 +200,9 @@ private:
                      std::u16string transferSyntax, bool bare);
     bool EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const;
     bool LoadFailed(int code, const std::string& text);
+    // Records why this element cannot be encoded (logged, and kept in
+    // GetLastError()); returns the failure count 0xFFFFFFFF.
+    uint32_t EncodingFailed(int group, int element, const char* why);
     // DICOMDIR records in the order their links describe (dicomitem_dicomdir.cpp).
     void OrderDicomDirRecords(const unsigned char* image, size_t size);
     void RemoveLoadedObject();

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "dicomdata/deflate.h"
+#include "dicomdata/dictionary.h"
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/vrtable.h"
 #include "platform/system.h"
@@ -17,19 +18,37 @@ namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
 constexpr uint64_t kMaxTotal = 0xFFFFFFFEu;  // the largest count that is not the failure value
 
-// The VR used in an explicit header: an element without "VR" goes out as UN.
+// The VR used in an explicit header: an element without "VR" goes out as
+// UN, and so does a value too long for its VR's 16-bit length field.
 std::string HeaderVR(const CDicomItem& item, int group, bool explicitVR)
 {
     if (!explicitVR || group == 0xFFFE)
         return {};
     std::string vr = item.GetVR();
-    return vr.empty() ? std::string("UN") : vr;
+    if (vr.empty())
+        return "UN";
+    int size = item.GetDataSize();
+    return size > 0 ? std::string(zeldicom::ExplicitHeaderVR(vr, static_cast<uint64_t>(size))) : vr;
 }
 
 int HeaderSize(const CDicomItem& item, int group, bool explicitVR)
 {
     return zeldicom::IsLongFormVR(HeaderVR(item, group, explicitVR)) ? 12 : 8;
 }
+
+// Names the element that cannot be encoded: tag, keyword, VR, length and why.
+std::string EncodingFailure(const CDicomItem& item, int group, int element, const char* why)
+{
+    const zeldicom::AttributeEntry* entry =
+        zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element));
+    std::string vr = item.GetVR();
+    std::string length = item.GetDataSize() < 0 ? std::string("undefined length")
+                                                : FormatText("%d bytes", item.GetDataSize());
+    return FormatText("(%04X,%04X)%s%s, VR %s, %s: %s", group, element, entry && *entry->keyword() ? " " : "",
+                      entry ? entry->keyword() : "", vr.empty() ? "UN" : vr.c_str(), length.c_str(), why);
+}
+
+constexpr char kPast4GiB[] = "the data set would pass the 4 GiB that 32-bit lengths and offsets describe";
 
 bool IsSequenceItem(const CDicomItem& item, int group, int element)
 {
@@ -71,16 +90,24 @@ void AddWriteSize(CDicomItem& item, int size)
 }
 
 // --- recalculation
+//
+// A node whose encoding fails carries the reason in its GetLastError(), and
+// so does every node above it up to the one the caller started from: the
+// innermost element names the fault.
 
 uint32_t CDicomItem::RecalcTags(bool explicitVR, uint32_t offset)
 {
+    m_LastError.Clear();
     uint64_t total = 0;
     for (CXmlItem* child : m_children) {
         if (ParseGroupName(child->m_sName) < 0)
             continue;
-        uint32_t bytes = static_cast<CDicomItem*>(child)->RecalcGroup(explicitVR, offset + static_cast<uint32_t>(total));
-        if (bytes == kFailed)
+        auto* group = static_cast<CDicomItem*>(child);
+        uint32_t bytes = group->RecalcGroup(explicitVR, offset + static_cast<uint32_t>(total));
+        if (bytes == kFailed) {
+            m_LastError = group->m_LastError;
             return kFailed;
+        }
         total += bytes;
         if (total + offset > kMaxTotal)
             return kFailed;
@@ -90,6 +117,7 @@ uint32_t CDicomItem::RecalcTags(bool explicitVR, uint32_t offset)
 
 uint32_t CDicomItem::RecalcGroup(bool explicitVR, uint32_t offset)
 {
+    m_LastError.Clear();
     int group = ParseGroupName(m_sName);
     if (group < 0)
         return kFailed;
@@ -111,10 +139,12 @@ uint32_t CDicomItem::RecalcGroup(bool explicitVR, uint32_t offset)
         int element = ParseElementName(child->m_sName);
         if (element < 0)
             continue;
-        uint32_t bytes = static_cast<CDicomItem*>(child)->RecalcTag(group, element, explicitVR,
-                                                                    offset + static_cast<uint32_t>(total));
-        if (bytes == kFailed)
+        auto* item = static_cast<CDicomItem*>(child);
+        uint32_t bytes = item->RecalcTag(group, element, explicitVR, offset + static_cast<uint32_t>(total));
+        if (bytes == kFailed) {
+            m_LastError = item->m_LastError;
             return kFailed;
+        }
         total += bytes;
         if (element != 0)
             lengthSum += bytes;
@@ -131,41 +161,58 @@ uint32_t CDicomItem::RecalcGroup(bool explicitVR, uint32_t offset)
 
 uint32_t CDicomItem::RecalcTag(int group, int element, bool explicitVR, uint32_t offset)
 {
+    m_LastError.Clear();
     SetAttribute(u"Offset", static_cast<long>(offset));
     uint32_t headerSize = static_cast<uint32_t>(HeaderSize(*this, group, explicitVR));
     if (offset > kMaxTotal - headerSize)
-        return kFailed;
+        return EncodingFailed(group, element, kPast4GiB);
     bool sequence = GetVR() == "SQ";
     if (sequence || IsSequenceItem(*this, group, element) || IsEncapsulatedPixelData(*this, group, element)) {
         uint32_t content = RecalcTags(explicitVR, offset + headerSize);
-        if (content == kFailed || static_cast<uint64_t>(content) + headerSize + offset > kMaxTotal)
-            return kFailed;
+        if (content == kFailed)
+            return m_LastError.IsSet() ? kFailed : EncodingFailed(group, element, kPast4GiB);
+        if (static_cast<uint64_t>(content) + headerSize + offset > kMaxTotal)
+            return EncodingFailed(group, element, kPast4GiB);
         // Defined lengths of sequences and items follow their content;
         // undefined ones stay undefined. Encapsulated pixel data keeps -1.
         if (m_nDataSize != -1 && !IsEncapsulatedPixelData(*this, group, element)) {
             if (content > INT32_MAX)
-                return kFailed;
+                return EncodingFailed(group, element, "its items take more than 2 GiB");
             m_nDataSize = static_cast<int>(content);
         }
         return content + headerSize;
     }
-    uint32_t valueSize = m_nDataSize > 0 ? static_cast<uint32_t>(m_nDataSize) : 0;
-    return headerSize + valueSize;
+    uint64_t valueSize = m_nDataSize > 0 ? static_cast<uint64_t>(m_nDataSize) : 0;
+    if (offset + headerSize + valueSize > kMaxTotal)
+        return EncodingFailed(group, element, kPast4GiB);
+    return headerSize + static_cast<uint32_t>(valueSize);
+}
+
+uint32_t CDicomItem::EncodingFailed(int group, int element, const char* why)
+{
+    std::string text = EncodingFailure(*this, group, element, why);
+    CAuditManager::GetUniqueInstance().LogError("CDicomItem::SaveTag", " " + text);
+    m_LastError.Set(CLastError::kUnsupported, text);
+    return kFailed;
 }
 
 // --- saving
 
 uint32_t CDicomItem::SaveTags(bool explicitVR, DICOM_WRITER_PROC writer, void* context)
 {
+    m_LastError.Clear();
     uint64_t total = 0;
     for (CXmlItem* child : m_children) {
         int group = ParseGroupName(child->m_sName);
         // Group 7FE1 is never written (private pixel-related data of one maker).
         if (group < 0 || group == 0x7FE1)
             continue;
-        uint32_t bytes = static_cast<CDicomItem*>(child)->SaveGroup(explicitVR, writer, context);
-        if (bytes == kFailed)
+        auto* groupItem = static_cast<CDicomItem*>(child);
+        uint32_t bytes = groupItem->SaveGroup(explicitVR, writer, context);
+        if (bytes == kFailed) {
+            m_LastError = groupItem->m_LastError;
             return kFailed;
+        }
         total += bytes;
         if (total > kMaxTotal)
             return kFailed;
@@ -175,6 +222,7 @@ uint32_t CDicomItem::SaveTags(bool explicitVR, DICOM_WRITER_PROC writer, void* c
 
 uint32_t CDicomItem::SaveGroup(bool explicitVR, DICOM_WRITER_PROC writer, void* context)
 {
+    m_LastError.Clear();
     int group = ParseGroupName(m_sName);
     if (group < 0)
         return kFailed;
@@ -183,9 +231,12 @@ uint32_t CDicomItem::SaveGroup(bool explicitVR, DICOM_WRITER_PROC writer, void* 
         int element = ParseElementName(child->m_sName);
         if (element < 0)
             continue;
-        uint32_t bytes = static_cast<CDicomItem*>(child)->SaveTag(group, element, explicitVR, writer, context);
-        if (bytes == kFailed)
+        auto* item = static_cast<CDicomItem*>(child);
+        uint32_t bytes = item->SaveTag(group, element, explicitVR, writer, context);
+        if (bytes == kFailed) {
+            m_LastError = item->m_LastError;
             return kFailed;
+        }
         total += bytes;
         if (total > kMaxTotal)
             return kFailed;
@@ -195,11 +246,16 @@ uint32_t CDicomItem::SaveGroup(bool explicitVR, DICOM_WRITER_PROC writer, void* 
 
 uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRITER_PROC writer, void* context)
 {
+    m_LastError.Clear();
     if (!writer)
         return kFailed;
     std::string vr = HeaderVR(*this, group, explicitVR);
     bool longForm = zeldicom::IsLongFormVR(vr);
     uint32_t size = static_cast<uint32_t>(m_nDataSize);  // -1 becomes 0xFFFFFFFF, undefined length
+    bool nested = GetVR() == "SQ" || IsSequenceItem(*this, group, element) ||
+                  IsEncapsulatedPixelData(*this, group, element);
+    if (m_nDataSize > 0 && !m_pData && !nested)
+        return EncodingFailed(group, element, "the value's bytes are missing");
 
     unsigned char header[12];
     PutUint16(header, static_cast<uint32_t>(group));
@@ -215,14 +271,10 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
             PutUint16(header + 6, 0);
             PutUint32(header + 8, size);
             headerSize = 12;
-        } else if (m_nDataSize < 0 || m_nDataSize > 0xFFFF) {
-            // A 16-bit length field cannot carry this size; writing its low
-            // half would corrupt every element behind it.
-            CAuditManager::GetUniqueInstance().LogError(
-                "CDicomItem::SaveTag",
-                FormatText(" (%04X,%04X) %s: a value of %d bytes does not fit the 16-bit length of explicit VR",
-                           group, element, vr.c_str(), m_nDataSize));
-            return kFailed;
+        } else if (m_nDataSize < 0) {
+            // Only sequences, items and encapsulated pixel data have an
+            // undefined length, and they carry a 32-bit length field.
+            return EncodingFailed(group, element, "an undefined length needs a VR with a 32-bit length field");
         } else {
             PutUint16(header + 6, size);
         }
@@ -230,7 +282,7 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
     if (writer(header, headerSize, context) == kFailed)
         return kFailed;
 
-    if (GetVR() == "SQ" || IsSequenceItem(*this, group, element) || IsEncapsulatedPixelData(*this, group, element)) {
+    if (nested) {
         uint32_t content = SaveTags(explicitVR, writer, context);
         if (content == kFailed || static_cast<uint64_t>(content) + headerSize > kMaxTotal)
             return kFailed;
@@ -238,8 +290,6 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
     }
 
     if (m_nDataSize > 0) {
-        if (!m_pData)
-            return kFailed;
         // Large values go out in pieces of the configured chunk size, so a
         // writer never has to take (or a file system call copy) more at once.
         uint64_t chunk = static_cast<uint64_t>(m_nCopyChunkSize > 0 ? m_nCopyChunkSize : 32) * 1048576u;
@@ -265,15 +315,30 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
 
 bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
 {
+    m_LastError.Clear();
     if (!writer)
         return false;
     bool explicitVR = false;
     bool deflated = false;
     uint32_t offset = 0;
-    if (auto* header = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Header")))) {
+    auto* header = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Header")));
+    auto* data = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Data")));
+    if (!data) {
+        m_LastError.Set(CLastError::kInvalidArgument, "the object has no data set");
+        return false;
+    }
+    // The encoder's reason, when a node has one; otherwise the writer refused the bytes.
+    auto failed = [this](const CDicomItem& node) {
+        if (node.m_LastError.IsSet())
+            m_LastError.Set(node.m_LastError.GetCode(), "cannot encode " + node.m_LastError.GetText());
+        else
+            m_LastError.Set(CLastError::kRefused, "the output did not take the bytes");
+        return false;
+    };
+    if (header) {
         if (header->m_nDataSize > 0) {
             if (!header->m_pData)
-                return false;
+                return failed(*header);
             std::u16string transferSyntax;
             if (header->GetTagValue(0x0002, 0x0010, transferSyntax))
                 transferSyntax = Trim(transferSyntax);
@@ -283,28 +348,26 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
             deflated = EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian));
             uint32_t size = static_cast<uint32_t>(header->m_nDataSize);
             if (writer(header->m_pData, size, context) == kFailed)
-                return false;
+                return failed(*header);
             offset = size;
         }
         // The file meta information is always explicit VR little endian.
         uint32_t metaSize = header->RecalcTags(true, offset);
         if (metaSize == kFailed)
-            return false;
+            return failed(*header);
         offset += metaSize;
         if (header->SaveTags(true, writer, context) == kFailed)
-            return false;
+            return failed(*header);
     }
-    auto* data = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Data")));
-    if (!data)
-        return false;
     if (data->RecalcTags(explicitVR, offset) == kFailed)
-        return false;
+        return failed(*data);
     data->RecalcDicomDirOffsets();
     if (deflated) {
         // PS3.5 A.5: the data set goes out as one raw deflate stream.
         zeldicom::DeflateWriter compressor(writer, context);
-        return data->SaveTags(true, zeldicom::DeflateWriter::WriteProc, &compressor) != kFailed &&
-               compressor.Finish();
+        if (data->SaveTags(true, zeldicom::DeflateWriter::WriteProc, &compressor) == kFailed || !compressor.Finish())
+            return failed(*data);
+        return true;
     }
-    return data->SaveTags(explicitVR, writer, context) != kFailed;
+    return data->SaveTags(explicitVR, writer, context) != kFailed || failed(*data);
 }

@@ -102,10 +102,12 @@ bool CDicomItem::SaveToFile(const std::u16string& path) const
     bool saved = SaveObject(CDicomFileWriter::WriteProc, &out);
     bool closed = out.Close();
     if (!saved || !closed) {
+        // A file error says more than "the output did not take the bytes";
+        // an encoding failure keeps SaveObject's reason.
         if (out.GetError() != 0)
             m_LastError.SetSystem(out.GetError());
-        else
-            m_LastError.Set(CLastError::kInvalidArgument, "the object has no data set");
+        else if (!m_LastError.IsSet())
+            m_LastError.Set(CLastError::kRefused, "the file could not be completed");
         if (!special)
             unlink(out.m_sPath.c_str());
         return false;
@@ -131,11 +133,11 @@ bool CDicomItem::SaveModificationToExistingFile(CDicomItem*& root, const std::u1
     if (saved) {
         out.SetSource(root->m_pFileImage);
         saved = root->SaveObject(CDicomFileWriter::WriteProc, &out);
+        if (!saved && out.GetError() == 0)
+            reason = root->GetLastError();
         // Only content that reached the disk may replace the original.
         saved = saved && out.Sync();
         saved = out.Close() && saved;
-        if (!saved && out.GetError() == 0)
-            reason.Set(CLastError::kInvalidArgument, "the object has no data set");
     }
     if (!saved && !reason.IsSet())
         reason.SetSystem(out.GetError());

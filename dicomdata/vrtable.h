@@ -108,6 +108,17 @@ constexpr bool IsLongFormVR(std::string_view vr)
     const VRFacts* facts = FindVRFacts(vr);
     return facts && facts->longForm;
 }
+// PS3.5 7.1.2: the short explicit VR header carries a 16-bit length and
+// values have even lengths, so 65,534 bytes is the most it can describe.
+inline constexpr uint64_t kMaxShortFormLength = 0xFFFE;
+// The VR written in an explicit VR header for a value of the given length:
+// a longer value of a short-form VR goes out as UN with a 32-bit length
+// (PS3.5 6.2.2, the note on values that do not fit their VR's length
+// field); readers give such a standard element back its dictionary VR.
+constexpr std::string_view ExplicitHeaderVR(std::string_view vr, uint64_t length)
+{
+    return length > kMaxShortFormLength && !IsLongFormVR(vr) ? std::string_view("UN") : vr;
+}
 // Zero for a VR the table does not know.
 constexpr unsigned char PaddingByteOf(std::string_view vr)
 {

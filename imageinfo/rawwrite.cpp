@@ -80,8 +80,9 @@ Bytes ImplicitElement(uint16_t group, uint16_t element, const void* bytes, uint3
     return out;
 }
 
-// An explicit VR element with the dictionary's VR; empty when the dictionary
-// does not know the tag or the value does not fit the VR's length field.
+// An explicit VR element with the dictionary's VR (UN for a value too long
+// for its VR's 16-bit length field); empty when the dictionary does not know
+// the tag.
 // undefined: a header with undefined length and no value.
 Bytes ExplicitElement(uint16_t group, uint16_t element, const void* bytes, uint32_t count, bool undefined)
 {
@@ -94,6 +95,8 @@ Bytes ExplicitElement(uint16_t group, uint16_t element, const void* bytes, uint3
     uint32_t padded = 0;
     if (!undefined && !PaddedLength(count, padded))
         return out;
+    if (!undefined)
+        vr = std::string(zeldicom::ExplicitHeaderVR(vr, padded));
     Put16(out, group);
     Put16(out, element);
     if (group == 0xFFFE) {
@@ -105,8 +108,6 @@ Bytes ExplicitElement(uint16_t group, uint16_t element, const void* bytes, uint3
         Put16(out, 0);
         Put32(out, undefined ? kUndefinedLength : padded);
     } else {
-        if (!undefined && padded > 0xFFFF)
-            return Bytes();  // a 16-bit length field cannot hold it
         out.push_back(static_cast<unsigned char>(vr[0]));
         out.push_back(static_cast<unsigned char>(vr[1]));
         Put16(out, undefined ? 0xFFFF : padded);

@@ -232,9 +232,9 @@ void WriteHeader(CDynBuffer& out, Encoding encoding, uint16_t group, uint16_t el
         Put32(out, length, big);
         return;
     }
-    const char* written = IsLongFormVR(std::string_view(vr, 2)) || length <= 0xFFFF ? vr : "UN";
-    out.Add(written, 2);
-    if (IsLongFormVR(std::string_view(written, 2))) {
+    const std::string_view written = ExplicitHeaderVR(std::string_view(vr, 2), length);
+    out.Add(written.data(), 2);
+    if (IsLongFormVR(written)) {
         Put16(out, 0, big);
         Put32(out, length, big);
     } else {

@@ -7,6 +7,7 @@ import json
 import math
 
 import pydicom
+from pydicom.dataelem import DataElement_from_raw, RawDataElement
 
 # Named differences, each with the reason it is accepted.
 ALLOWED = {
@@ -115,11 +116,32 @@ def compare_data_set(where, ours, theirs, charset):
             mismatches.append(f"{where} {tag}: missing in {'pydicom' if tag in ours else 'zeldicom'}")
 
 
+def restore_known_vr(data_set):
+    """PS3.5 6.2.2: explicit VR writes a value too long for its VR's 16-bit
+    length field as UN, and pydicom keeps such an element as UN; read it with
+    its dictionary VR, as the source holds it."""
+    for element in list(data_set):
+        if element.VR == "SQ":
+            for item in element.value:
+                restore_known_vr(item)
+        elif element.VR == "UN" and not element.tag.is_private and isinstance(element.value, bytes):
+            try:
+                vr = pydicom.datadict.dictionary_VR(element.tag)
+            except KeyError:
+                continue
+            if vr in ("UN", "SQ") or " or " in vr:
+                continue
+            raw = RawDataElement(element.tag, vr, len(element.value), element.value, 0, True, True)
+            data_set[element.tag] = DataElement_from_raw(raw, encoding=data_set._character_set)
+
+
 def compare_file(dicom_path, ours):
     counts.clear()
     mismatches.clear()
     try:
-        theirs = pydicom.dcmread(dicom_path, force=True).to_json_dict()
+        data_set = pydicom.dcmread(dicom_path, force=True)
+        restore_known_vr(data_set)
+        theirs = data_set.to_json_dict()
     except Exception:  # noqa: BLE001 - any failure of the peer
         return ["skipped"]
     compare_data_set("", ours, theirs, "")

@@ -262,6 +262,7 @@ def classify(path):
 
 def as_json(path):
     dataset = pydicom.dcmread(path, force=True)
+    json_compare.restore_known_vr(dataset)
     return dataset.to_json_dict(bulk_data_threshold=1 << 62)  # bulk values as they stand
 
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <list>
 #include <string>
@@ -8,8 +10,10 @@
 
 #include "dicomdata/dicomitem.h"
 #include "support/dicomwriter.h"
+#include "support/files.h"
 #include "platform/profile.h"
 #include "platform/system.h"
+#include "platform/text.h"
 
 using namespace zeldicom;
 
@@ -199,24 +203,65 @@ TEST(EncodeValues, Group7FE1IsCountedButNeverWritten)
     EXPECT_EQ(Save(withPrivate, true), cat({elem(8, 0x60, "CS", "CT"), elem(0xFFFC, 0xFFFC, "OB", "")}));
 }
 
-TEST(EncodeRefusals, OverlongShortFormValuesAndFailingWritersStopTheSave)
+TEST(EncodeLongValues, PastTheShortLengthFieldTheyGoOutAsUNAndReadBackWithTheirVR)
+{
+    // 65,534 bytes still fit a short explicit header; 65,536 do not.
+    Bytes fits(65534, '1'), over(65536, '2');
+    CDicomItem data(u"Data");
+    data.AddTag(0x0010, 0x0000, static_cast<uint32_t>(0));
+    data.AddTag(0x0010, 0x1000, over.data(), static_cast<int>(over.size()), u"LO");
+    data.AddTag(0x0008, 0x1030, fits.data(), static_cast<int>(fits.size()), u"LO");
+    CDicomItem* contour = data.AddSequence(0x3006, 0x0040)->InsertSequenceItem();
+    contour->AddTag(0x3006, 0x0050, over.data(), static_cast<int>(over.size()), u"DS");
+
+    uint32_t recalculated = data.RecalcTags(true, 0);
+    Bytes out = Save(data, true);
+    EXPECT_EQ(recalculated, out.size());
+    Bytes groups = cat({elem(0x0008, 0x1030, "LO", fits), elem(0x0010, 0x0000, "UL", Bytes{12, 0, 1, 0}),
+                        elem(0x0010, 0x1000, "UN", over)});
+    ASSERT_GT(out.size(), groups.size());
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + static_cast<long>(groups.size())), groups);
+    const Bytes contourData = elem(0x3006, 0x0050, "UN", over);
+    EXPECT_NE(std::search(out.begin(), out.end(), contourData.begin(), contourData.end()), out.end());
+
+    // Read back, the standard elements have their own VR again, and the
+    // bytes come out the same; implicit VR needs no UN.
+    CDicomItem back(u"Data");
+    Parsed(back, out, true);
+    EXPECT_EQ(back.GetTagItem(0x0010, 0x1000)->GetVR(), "LO");
+    const CDicomItem* contourBack = back.GetTagItem(0x3006, 0x0040)->GetSequenceChildItemOptional(0x3006, 0x0050, 0);
+    ASSERT_NE(contourBack, nullptr);
+    EXPECT_EQ(contourBack->GetVR(), "DS");
+    EXPECT_EQ(Save(back, true), out);
+    EXPECT_EQ(Save(back, false).size(), out.size() - 4 * 3);  // three 12-byte headers become 8-byte ones
+}
+
+TEST(EncodeRefusals, AnUnencodableElementIsNamedAndFailingWritersStopTheSave)
 {
     CAuditManager::GetUniqueInstance().SetQuiet(true);
+    ScratchFolder folder("encode");
+    CDicomItem object(u"Object");
+    object.AddItem(CDicomItem::CreateMetaHeader(u"1.2.840.10008.5.1.4.1.1.7", u"1.2.3", u"1.2.840.10008.1.2.1"));
+    auto* explicitData = new CDicomItem(u"Data");
+    object.AddItem(explicitData);
+    // Only sequences, items and encapsulated pixel data may be of undefined
+    // length in explicit VR.
+    CDicomItem* reference = explicitData->AddSequence(0x0008, 0x1140)->InsertSequenceItem();
+    reference->AddTag(0x0008, 0x1150, "1.2", 4, u"UI")->SetUndefinedSize();
+    const std::string out = folder.path + "/out.dcm";
+    EXPECT_FALSE(object.SaveToFile(Utf8ToUtf16(out)));
+    EXPECT_EQ(object.GetLastError().GetText(),
+              "cannot encode (0008,1150) ReferencedSOPClassUID, VR UI, undefined length: an undefined length needs a "
+              "VR with a 32-bit length field");
+    EXPECT_NE(CAuditManager::GetUniqueInstance().GetLastError().find("(0008,1150)"), std::string::npos);
+    EXPECT_NE(access(out.c_str(), F_OK), 0);
+
     CDicomItem root(u"Object");
     auto* data = new CDicomItem(u"Data");
     root.AddItem(data);
     data->AddTag(8, 0x0060, "CT", 2, u"CS");
-    std::vector<unsigned char> longText(70000, 'A');
-    data->AddTag(8, 0x1030, longText.data(), 70000, u"LO");
-    Recorder recorder;
-    data->RecalcTags(true, 0);
-    EXPECT_EQ(data->SaveTags(true, Recorder::Proc, &recorder), 0xFFFFFFFFu);
-    EXPECT_EQ(recorder.Join(), elem(8, 0x0060, "CS", "CT"));
-    EXPECT_NE(CAuditManager::GetUniqueInstance().GetLastError().find("(0008,1030)"), std::string::npos);
-    EXPECT_EQ(Save(*data, false).size(), 10u + 70008);
 
     // No "Header": implicit VR without preamble; a failing writer ends it.
-    data->RemoveTag(8, 0x1030);
     data->AddTag(0x10, 0x10, "DOE^JOHN", 8, u"PN");
     Recorder fine, failing;
     failing.failFrom = 2;
@@ -224,8 +269,10 @@ TEST(EncodeRefusals, OverlongShortFormValuesAndFailingWritersStopTheSave)
     EXPECT_EQ(fine.Join(), cat({ielem(8, 0x0060, text("CT")), ielem(0x10, 0x10, text("DOE^JOHN"))}));
     EXPECT_FALSE(root.SaveObject(Recorder::Proc, &failing));
     EXPECT_EQ(failing.attempts, 3u);
+    EXPECT_EQ(root.GetLastError().GetText(), "the output did not take the bytes");
     CDicomItem noData(u"Object");
     EXPECT_FALSE(noData.SaveObject(Recorder::Proc, &fine));
+    EXPECT_EQ(noData.GetLastError().GetText(), "the object has no data set");
     CAuditManager::GetUniqueInstance().SetQuiet(false);
 }
 

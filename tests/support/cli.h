@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -64,4 +65,21 @@ inline std::vector<std::string> Lines(const std::string& text)
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     return lines;
+}
+
+// dicom3tools' judgement of an object: its "Error" lines (dciodvfy reports
+// on standard error), without the file's path.
+inline std::set<std::string> IodErrorLines(const std::string& path)
+{
+    CliResult result = RunCli({path}, "/usr/bin/dciodvfy");
+    std::set<std::string> errors;
+    if (result.status == -1)
+        errors.insert("dciodvfy did not run on " + path);
+    for (std::string line : Lines(result.err + result.out))
+        if (line.rfind("Error", 0) == 0) {
+            if (size_t at = line.find(path); at != std::string::npos)
+                line.erase(at, path.size());
+            errors.insert(line);
+        }
+    return errors;
 }
