@@ -121,6 +121,8 @@ public:
 
     void SetTimeout(int milliseconds) { m_nTimeout = milliseconds; }
     int GetTimeout() const { return m_nTimeout; }
+    // The most data bytes one PDV carries to this peer.
+    uint32_t GetMaxSendFragment() const { return m_nMaxSendFragment; }
     void SetLargestPdu(uint32_t bytes) { m_nLargestPdu = bytes; }
     uint32_t GetLocalError() const { return m_nLocalError; }
     uint32_t GetSystemError() const { return m_nSystemError; }
