@@ -320,7 +320,6 @@ uint32_t CountProc(const void*, uint32_t count, void*) { return count; }
 // The sending of one batch over as many associations as it takes.
 struct StoreBatch {
     CUserSocket& socket;
-    const HOST_INFO& host;
     const CUserSocket::StoreOutcomeCallback& onOutcome;
     STORE_SUMMARY& summary;
 
@@ -495,7 +494,7 @@ int CUserSocket::Do_CSTORE_Request(const HOST_INFO& host, const std::vector<std:
                                    const StoreOutcomeCallback& onOutcome, STORE_SUMMARY& summary)
 {
     summary = STORE_SUMMARY{};
-    StoreBatch batch{*this, host, onOutcome, summary};
+    StoreBatch batch{*this, onOutcome, summary};
     std::vector<StoreFile> files;
     for (const std::u16string& path : paths) {
         StoreFile file;
