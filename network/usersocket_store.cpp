@@ -225,8 +225,8 @@ bool ReadStoreFile(const std::u16string& path, StoreFile& file, STORE_OUTCOME& o
         // The encoding the data set carries, which a few writers label wrongly.
         file.fileSyntax = explicitVR ? kExplicitLE : kImplicitLE;
         file.sendsAsItLies = !bare;
-        // A bare data set goes in implicit VR little endian, the default
-        // every SCP accepts (PS3.5 10.1), unless only explicit VR is left.
+        // Its own encoding first; a bare data set implicit VR little endian
+        // first, the default every SCP accepts (PS3.5 10.1).
         if (bare || !explicitVR)
             file.syntaxes = {kImplicitLE, kExplicitLE};
         else
@@ -407,6 +407,8 @@ struct StoreBatch {
         if (!data || data->RecalcTags(explicitVR, 0) == 0xFFFFFFFFu ||
             data->SaveTags(explicitVR, CountProc, nullptr) == 0xFFFFFFFFu) {
             outcome.reason = "the data set cannot be encoded in " + UidWords(syntax);
+            if (data && !data->GetLastError().GetText().empty())
+                outcome.reason += ": " + data->GetLastError().GetText();
             return false;
         }
         if (!socket.SendStoreReqCmnd(file.sopClass, file.sopInstance)) {
