@@ -2,7 +2,6 @@
 // data set sent straight from its file, the response, and whole batches of
 // files with their presentation contexts and on-the-fly conversion.
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,9 +24,6 @@ namespace {
 constexpr uint16_t kStoreRq = 0x0001;
 constexpr uint16_t kMediumPriority = 0x0000;
 constexpr uint16_t kDataSetPresent = 0x0000;
-// The part of the file mapped at once: big enough to send whole PDUs from
-// each view, small enough to keep the resident memory of a large file low.
-constexpr int64_t kWindow = 8 << 20;
 }
 
 int CUserSocket::SendStoreReqCmnd(const std::string& sopClass, const std::string& sopInstance)
@@ -59,26 +55,7 @@ int CUserSocket::SendDataFromFile(const std::u16string& path, int64_t length, in
         close(fd);
         return SendDataPdu("", 0, 1, 0);
     }
-    const int64_t page = sysconf(_SC_PAGESIZE);
-    int64_t position = offset, end = offset + length;
-    int result = 1;
-    while (result == 1 && position < end) {
-        int64_t base = position / page * page;
-        int64_t viewEnd = std::min(end, base + kWindow);
-        size_t viewSize = static_cast<size_t>(viewEnd - base);
-        void* view = mmap(nullptr, viewSize, PROT_READ, MAP_SHARED, fd, base);
-        if (view == MAP_FAILED) {
-            DicomTraceFormat("<%s> File '%s' mapping error", m_sTraceName.c_str(), name.c_str());
-            SetError(kErrorFileMap, 0, FormatText("cannot map '%s'", name.c_str()));
-            result = 0;
-            break;
-        }
-        madvise(view, viewSize, MADV_SEQUENTIAL);
-        const auto* bytes = static_cast<const unsigned char*>(view);
-        result = SendDataPdus(bytes + (position - base), viewEnd - position, viewEnd == end);
-        position = viewEnd;
-        munmap(view, viewSize);
-    }
+    int result = SendDataPdusFromFile(fd, offset, length, true);
     close(fd);
     return result;
 }
@@ -248,15 +225,23 @@ bool ReadStoreFile(const std::u16string& path, StoreFile& file, STORE_OUTCOME& o
 
 // A writer callback that sends what the encoder hands it as the data PDVs
 // of one message: small pieces are gathered into full fragments, large
-// values go out from where they lie (the mapped file), whose pages are given
-// back once sent. Finish() sends the rest as the last fragment.
+// values go out from where they lie (the mapped file's from the page cache).
+// Finish() sends the rest as the last fragment.
 class DataSetStream {
 public:
     DataSetStream(CUserSocket& socket, const CDataInMemory* image)
-        : m_socket(socket), m_image(image), m_fragment(std::max<uint32_t>(socket.GetMaxSendFragment(), 1))
+        : m_socket(socket), m_image(image && image->IsMapped() ? image : nullptr),
+          m_fragment(std::max<uint32_t>(socket.GetMaxSendFragment(), 1))
     {
         m_pending.reserve(m_fragment);
     }
+    ~DataSetStream()
+    {
+        if (m_file >= 0)
+            close(m_file);
+    }
+    DataSetStream(const DataSetStream&) = delete;
+    DataSetStream& operator=(const DataSetStream&) = delete;
     static uint32_t WriteProc(const void* bytes, uint32_t count, void* context)
     {
         auto* stream = static_cast<DataSetStream*>(context);
@@ -277,10 +262,8 @@ private:
                 return false;
             if (m_pending.empty() && count > m_fragment) {
                 uint64_t direct = (count - 1) / m_fragment * m_fragment;
-                if (m_socket.SendDataPdus(bytes, static_cast<int64_t>(direct), false) != 1)
+                if (!SendDirect(bytes, direct))
                     return Failed();
-                if (m_image)
-                    m_image->ReleasePages(bytes, direct);
                 bytes += direct;
                 count -= direct;
                 continue;
@@ -291,6 +274,21 @@ private:
             count -= take;
         }
         return true;
+    }
+    // Whole fragments from where they lie: a run inside the mapped file goes
+    // from the page cache (neither faulted in here nor copied), anything
+    // else from memory.
+    bool SendDirect(const unsigned char* bytes, uint64_t count)
+    {
+        const unsigned char* base = m_image ? m_image->GetData() : nullptr;
+        if (base && bytes >= base && count <= m_image->GetSize() &&
+            static_cast<uint64_t>(bytes - base) <= m_image->GetSize() - count) {
+            if (m_file < 0)
+                m_file = m_image->OpenSameFile();
+            if (m_file >= 0)
+                return m_socket.SendDataPdusFromFile(m_file, bytes - base, static_cast<int64_t>(count), false) == 1;
+        }
+        return m_socket.SendDataPdus(bytes, static_cast<int64_t>(count), false) == 1;
     }
     bool Flush()
     {
@@ -308,6 +306,7 @@ private:
     CUserSocket& m_socket;
     const CDataInMemory* m_image;
     const uint32_t m_fragment;
+    int m_file = -1;  // the mapped file, opened again for sendfile when first needed
     std::vector<unsigned char> m_pending;
     int64_t m_total = 0;
     bool m_sendFailed = false;

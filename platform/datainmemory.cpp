@@ -101,14 +101,3 @@ int CDataInMemory::OpenSameFile() const
     }
     return fd;
 }
-
-void CDataInMemory::ReleasePages(const unsigned char* bytes, uint64_t length) const
-{
-    if (!IsMapped() || bytes < m_pData || length > m_nSize || bytes - m_pData > static_cast<int64_t>(m_nSize - length))
-        return;
-    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    uintptr_t begin = (reinterpret_cast<uintptr_t>(bytes) + page - 1) / page * page;
-    uintptr_t end = (reinterpret_cast<uintptr_t>(bytes) + length) / page * page;
-    if (end > begin)
-        ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
-}

@@ -29,11 +29,6 @@ public:
     // Opens the mapped file again for reading (O_CLOEXEC): a descriptor of
     // the same file (device and inode) that the caller closes, or -1.
     int OpenSameFile() const;
-    // Gives back the resident pages of a mapped file that lie wholly inside
-    // [bytes, bytes + length): a reader that streams a large file through
-    // once keeps its memory low. The content stays readable (the pages come
-    // back from the page cache). Nothing happens for a copied file.
-    void ReleasePages(const unsigned char* bytes, uint64_t length) const;
 
 private:
     void SetSystemError(int code);

@@ -36,9 +36,11 @@ struct Storescp {
         argv.push_back(std::to_string(port));
         return argv;
     }
-    CliResult Store(const std::vector<std::string>& paths) const
+    CliResult Store(const std::vector<std::string>& paths, const std::vector<std::string>& options = {}) const
     {
-        std::vector<std::string> args{"store", "-aec", "STORESCP", "127.0.0.1", std::to_string(port)};
+        std::vector<std::string> args{"store", "-aec", "STORESCP"};
+        args.insert(args.end(), options.begin(), options.end());
+        args.insert(args.end(), {"127.0.0.1", std::to_string(port)});
         args.insert(args.end(), paths.begin(), paths.end());
         return RunCli(args);
     }
@@ -127,7 +129,10 @@ TEST(StorePeers, FilesFromAFolderTreeArriveIntact)
 TEST(StorePeers, RefusedTransferSyntaxIsReportedAndFailsTheRun)
 {
     Storescp storescp("store-refused", {});  // uncompressed transfer syntaxes only
-    CliResult run = storescp.Store({Sample("SC_rgb_jpeg_dcmtk.dcm"), Sample("CT_small.dcm"), "/nonexistent.dcm"});
+    // Traced: the data set sent from the file is read for the trace too.
+    testsupport::ScratchFolder trace("store-refused-trace");
+    CliResult run = storescp.Store({Sample("SC_rgb_jpeg_dcmtk.dcm"), Sample("CT_small.dcm"), "/nonexistent.dcm"},
+                                   {"--trace", trace.path});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.out.find("stored 1 of 3 files"), std::string::npos) << run.out;
     EXPECT_NE(run.err.find("SC_rgb_jpeg_dcmtk.dcm: not stored: the peer refused the presentation context for "
@@ -137,6 +142,9 @@ TEST(StorePeers, RefusedTransferSyntaxIsReportedAndFailsTheRun)
     EXPECT_NE(run.err.find("Transfer Syntax Not Supported"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("/nonexistent.dcm: not stored: no such file or folder"), std::string::npos) << run.err;
     EXPECT_EQ(storescp.Received(), 1u);
+    EXPECT_EQ(storescp.Compare("same", {Sample("CT_small.dcm")}), Same(1));
+    auto [status, traced] = testsupport::RunShell("cat " + trace.path + "/DICOM*.LOG");
+    EXPECT_NE(traced.find("P-DATA-TF"), std::string::npos) << status;
 }
 
 // PS3.5 10.1: every SCP accepts implicit VR little endian, and this one
