@@ -356,12 +356,13 @@ struct StoreBatch {
         std::set<std::pair<std::string, std::string>> keys;
         size_t last = first;
         for (; last < files.size(); ++last) {
-            std::set<std::pair<std::string, std::string>> more = keys;
+            size_t added = 0;
             for (const std::string& syntax : files[last].syntaxes)
-                more.insert({files[last].sopClass, syntax});
-            if (more.size() > kMaxContexts && last > first)
+                added += keys.count({files[last].sopClass, syntax}) == 0 ? 1 : 0;
+            if (keys.size() + added > kMaxContexts && last > first)
                 break;
-            keys.swap(more);
+            for (const std::string& syntax : files[last].syntaxes)
+                keys.insert({files[last].sopClass, syntax});
         }
         return last;
     }

@@ -244,3 +244,25 @@ TEST(StorePeers, SampleFolderStoresAtLeastWhatStorescuStores)
     EXPECT_EQ(Lines(run.err).size(), static_cast<size_t>(refused + failed + skipped)) << run.err;
     EXPECT_EQ(run.err.find("the association ended"), std::string::npos) << run.err;
 }
+
+// More SOP classes than the 128 contexts of one association hold (two each:
+// explicit and implicit VR): the batch goes on in a second association.
+TEST(StorePeers, ManySopClassesGoOverSeveralAssociations)
+{
+    using namespace testsupport;
+    Storescp storescp("store-many", {"+xa", "-pm"});
+    auto uidValue = [](std::string uid) { return uid.size() % 2 ? uid + '\0' : uid; };
+    std::vector<std::string> paths;
+    for (int i = 1; i <= 70; ++i) {
+        const std::string sopClass = "1.2.826.0.1.3680043.2.1143.9." + std::to_string(i);
+        const Bytes dataSet = cat({elem(0x0008, 0x0016, "UI", uidValue(sopClass)),
+                                   elem(0x0008, 0x0018, "UI", uidValue(sopClass + ".1")),
+                                   elem(0x0010, 0x0010, "PN", "Many^Classes")});
+        paths.push_back(storescp.folder + "/" + std::to_string(i) + ".dcm");
+        ASSERT_TRUE(WriteFile(paths.back(), fileImage("1.2.840.10008.1.2.1", dataSet)));
+    }
+    CliResult run = storescp.Store(paths);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("stored 70 of 70 files"), std::string::npos) << run.out;
+    EXPECT_EQ(storescp.Received(), 70u);
+}
