@@ -1,11 +1,12 @@
-// zeldicom_run_timed: runs one program and reports its wall time and peak
-// resident memory, measured from just before the process is started to its
+// zeldicom_run_timed: runs one program and reports its wall time, peak
+// resident memory and CPU time, measured from just before the process is started to its
 // exit (so the measuring shell's own start-up costs are not counted).
 //
 //   zeldicom_run_timed RESULT_FILE PROGRAM [ARGUMENT...]
 //
 // RESULT_FILE receives one line: wall microseconds, peak RSS in KiB, exit
-// status (128 + signal number when the program was killed). The program's
+// status (128 + signal number when the program was killed), CPU
+// microseconds (user + system). The program's
 // own exit status is returned as well; 127 when it could not be started.
 #include <spawn.h>
 #include <sys/resource.h>
@@ -51,7 +52,10 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "zeldicom_run_timed: cannot write %s\n", argv[1]);
         return 127;
     }
-    std::fprintf(result, "%lld %ld %d\n", micros, usage.ru_maxrss, exitStatus);
+    // CPU time of the child (user + system), which waiting on a peer does not count.
+    const long long cpuMicros = (static_cast<long long>(usage.ru_utime.tv_sec) + usage.ru_stime.tv_sec) * 1000000LL +
+                                usage.ru_utime.tv_usec + usage.ru_stime.tv_usec;
+    std::fprintf(result, "%lld %ld %d %lld\n", micros, usage.ru_maxrss, exitStatus, cpuMicros);
     std::fclose(result);
     return exitStatus;
 }

@@ -137,6 +137,13 @@ public:
     // display) rather than in the order their links describe, parent first,
     // which is what saving the object again needs.
     void SetKeepStoredRecordOrder(bool keep) { m_bKeepStoredRecordOrder = keep; }
+    // Where the last successful LoadObject found the data set in the loaded
+    // bytes (behind the file meta information; for a deflated data set,
+    // where its compressed stream starts), and whether it read it as
+    // explicit VR: the encoding the bytes carry, which is not always the one
+    // the meta information names. -1 and false before a load.
+    int64_t GetDataSetOffset() const { return m_nDataSetOffset; }
+    bool IsDataSetExplicitVR() const { return m_bDataSetExplicitVR; }
 
     // --- encoding (dicomitem_encode.cpp)
     uint32_t RecalcTags(bool explicitVR, uint32_t offset);
@@ -209,6 +216,8 @@ private:
     mutable CLastError m_LastError;
     bool m_bKeepPartialLoad = false;
     bool m_bKeepStoredRecordOrder = false;
+    int64_t m_nDataSetOffset = -1;
+    bool m_bDataSetExplicitVR = false;
 };
 
 // Group/element pair used as a map key.

@@ -392,6 +392,7 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
             return LoadFailed(ENOMEM, "out of memory");
         header.reset(made);
     }
+    m_nDataSetOffset = (meta + metaLength) - bytes;
     // The new object replaces whatever an earlier load left in this node.
     RemoveLoadedObject();
     AddItem(header.release());
@@ -452,6 +453,7 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
     }
     ParseFailure& failure = LastParseFailure();
     failure = ParseFailure{};
+    m_bDataSetExplicitVR = explicitVR;
     uint32_t consumed = data->LoadTags(parsed, static_cast<int>(size), explicitVR, -1);
     // PS3.5 A.4: encapsulated pixel data is OB; an implicit VR data set under
     // an encapsulated transfer syntax does not say so itself.

@@ -39,6 +39,8 @@ class CAssociateData {
 public:
     CAssociateData();
     void AddPresContext(CPresentationContext* context);  // takes ownership
+    // Forgets every context: the next association proposes its own set.
+    void RemovePresContexts() { m_contexts.clear(); }
     CPresentationContext* GetPresContext(int index) const { return m_contexts.at(static_cast<size_t>(index)).get(); }
     int GetPresContextCount() const { return static_cast<int>(m_contexts.size()); }
     CPresentationContext* GetPresContextByID(unsigned char id) const;

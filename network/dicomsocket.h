@@ -103,6 +103,10 @@ public:
     // most the maximum send fragment, sent from where they lie (never copied);
     // the last PDV ends the message when endsMessage.
     int SendDataPdus(const unsigned char* data, int64_t length, bool endsMessage);
+    // The same for length bytes of the open file fd from offset, handed to
+    // the connection from the page cache (never mapped or read here unless
+    // the trace needs the bytes).
+    int SendDataPdusFromFile(int fd, int64_t offset, int64_t length, bool endsMessage);
 
     // Makes id the outgoing context and takes the encoding of its accepted
     // transfer syntax; returns the previous id.
@@ -121,6 +125,8 @@ public:
 
     void SetTimeout(int milliseconds) { m_nTimeout = milliseconds; }
     int GetTimeout() const { return m_nTimeout; }
+    // The most data bytes one PDV carries to this peer.
+    uint32_t GetMaxSendFragment() const { return m_nMaxSendFragment; }
     void SetLargestPdu(uint32_t bytes) { m_nLargestPdu = bytes; }
     uint32_t GetLocalError() const { return m_nLocalError; }
     uint32_t GetSystemError() const { return m_nSystemError; }

@@ -1,7 +1,10 @@
 // Sending: whole blocks, P-DATA-TF PDUs, and data sets split to the peer's
 // maximum PDU length.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "network/dicomsocket.h"
 #include "platform/dynbuffer.h"
@@ -102,6 +105,37 @@ int CDicomSocket::SendDataPdus(const unsigned char* data, int64_t length, bool e
             iovec parts[2] = {{head, sizeof head},
                               {const_cast<unsigned char*>(data + position), static_cast<size_t>(fragment)}};
             if (SendAll(parts, 2) < 0) {
+                m_nSystemError = GetLastError();
+                return 0;
+            }
+        }
+        UpdateCommInfo(static_cast<unsigned long>(fragment));
+        position += fragment;
+    }
+    return 1;
+}
+
+int CDicomSocket::SendDataPdusFromFile(int fd, int64_t offset, int64_t length, bool endsMessage)
+{
+    const int64_t fragmentSize = m_nMaxSendFragment > 0 ? m_nMaxSendFragment : 1;
+    const bool traced = Trace();
+    std::vector<unsigned char> copy;
+    unsigned char head[12];
+    for (int64_t position = 0; position < length;) {
+        const int64_t fragment = std::min(length - position, fragmentSize);
+        const bool last = endsMessage && position + fragment == length;
+        if (traced) {
+            // The trace analyses the bytes of every PDU.
+            copy.resize(static_cast<size_t>(fragment));
+            if (pread(fd, copy.data(), copy.size(), offset + position) != fragment) {
+                SetError(kErrorFileMap, 0, "the file ended before its data set did");
+                return 0;
+            }
+            if (SendDataPdu(copy.data(), static_cast<int>(fragment), last ? 1 : 0, 0) != 1)
+                return 0;
+        } else {
+            DataPduHead(head, static_cast<uint32_t>(fragment), m_ucPresContextID, last, false);
+            if (SendFileRange(head, sizeof head, fd, offset + position, fragment) < 0) {
                 m_nSystemError = GetLastError();
                 return 0;
             }

@@ -66,6 +66,31 @@ protected:
     CDicomCommonSocket() = default;
 };
 
+// What became of one file of a C-STORE batch (Do_CSTORE_Request).
+struct STORE_OUTCOME {
+    enum Result {
+        kStored,   // the peer answered success or a warning (status, and words for a warning in reason)
+        kRefused,  // the peer refused it: a failure status, or no context for its SOP class and syntax
+        kFailed,   // not stored for a reason of this side or of the connection (reason)
+        kSkipped,  // not an instance to store: not DICOM, or a DICOMDIR (reason)
+    };
+    Result result = kFailed;
+    std::u16string path;
+    std::string sopClass, sopInstance;  // from the data set; the meta information only where it lacks them
+    std::string fileSyntax;             // the encoding the file holds
+    std::string sentSyntax;             // the transfer syntax it went in; empty when it was not sent
+    uint16_t status = 0xFFFF;           // the C-STORE response status; 0xFFFF when none came
+    std::string reason;
+    int64_t bytes = 0;                  // data set bytes sent
+};
+
+// The counts of a whole batch.
+struct STORE_SUMMARY {
+    int stored = 0, refused = 0, failed = 0, skipped = 0;
+    int64_t bytes = 0;
+    int associations = 0;
+};
+
 // One element of a request command set (PS3.7 E.1).
 struct CommandElement {
     enum Kind { kUid, kAe, kUs, kAt, kNextMessageId };
@@ -146,6 +171,20 @@ public:
     unsigned char FindAcceptedContext(const std::string& abstractSyntax, const std::string& transferSyntax) const;
     // Words for a C-STORE response status (PS3.4 B.2.3).
     static std::string GetStoreStatusText(uint16_t status);
+    // Called once for each file of a batch, in the order its fate is known.
+    using StoreOutcomeCallback = std::function<void(const STORE_OUTCOME& outcome)>;
+    // A whole C-STORE of many files (PS3.4 B.2): each file is read through
+    // before it is sent, and sent under the SOP class and instance that its
+    // data set names. Uncompressed files (and bare data sets) are proposed in
+    // implicit and explicit VR little endian and converted on the fly to the
+    // one the peer accepted, a deflated file also as deflated; any other
+    // transfer syntax goes as it is. Contexts are decided here, at most 128
+    // an association. When the peer aborts or the connection drops, a new
+    // association carries on with the next file. 0 when every file got its
+    // outcome; else the error of an association that could not be opened
+    // (GetErrorText words it; the files left were reported failed).
+    int Do_CSTORE_Request(const HOST_INFO& host, const std::vector<std::u16string>& paths,
+                          const StoreOutcomeCallback& onOutcome, STORE_SUMMARY& summary);
 
     // --- query and retrieval (usersocket_query.cpp)
     int SendFindReqCmnd(const std::string& sopClass, uint16_t priority, uint16_t dataSetType);

@@ -8,6 +8,9 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -293,6 +296,57 @@ int64_t CZelSocket::SendAll(iovec* parts, int count)
         }
     }
     return total;
+}
+
+int64_t CZelSocket::SendFileRange(const void* head, size_t headLength, int fd, int64_t offset, int64_t length)
+{
+    const auto* bytes = static_cast<const char*>(head);
+    for (size_t sent = 0; sent < headLength;) {
+        // MSG_MORE: the head waits for the file bytes and leaves in their segment.
+        ssize_t count = ::send(m_nHandle, bytes + sent, headLength - sent, MSG_NOSIGNAL | MSG_MORE);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0) {
+            Fail(FromErrno(errno));
+            return -1;
+        }
+        sent += static_cast<size_t>(count);
+    }
+    // sendfile has no MSG_NOSIGNAL: a connection the peer closed raises
+    // SIGPIPE, which stays blocked on this thread for the call and is taken
+    // back unless it was pending already (the process's handling of the
+    // signal is not the library's to change).
+    sigset_t pipe, previous, pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    sigpending(&pending);
+    const bool wasPending = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &pipe, &previous);
+    off_t position = static_cast<off_t>(offset);
+    int64_t left = length;
+    int error = 0;
+    while (left > 0) {
+        ssize_t count = ::sendfile(m_nHandle, fd, &position, static_cast<size_t>(left));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0) {
+            // 0: the file ended before the range did.
+            error = count == 0 ? EIO : errno;
+            break;
+        }
+        left -= count;
+    }
+    if (error == EPIPE && !wasPending) {
+        const timespec none{0, 0};
+        while (sigtimedwait(&pipe, nullptr, &none) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (error != 0) {
+        Fail(FromErrno(error));
+        return -1;
+    }
+    return static_cast<int64_t>(headLength) + length;
 }
 
 int CZelSocket::Receive(void* buffer, int length, int)

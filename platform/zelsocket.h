@@ -40,6 +40,10 @@ public:
     // as far as the connection takes them (the parts are advanced as they
     // go): the number of bytes, or -1.
     int64_t SendAll(iovec* parts, int count);
+    // Sends the head bytes, then length bytes of the open file fd from
+    // offset, handed from the page cache to the connection (sendfile) so
+    // that they are neither mapped nor copied here: the number of bytes, or -1.
+    int64_t SendFileRange(const void* head, size_t headLength, int fd, int64_t offset, int64_t length);
     // Waits up to the receive time-out for data: a positive count, or -1
     // (kTimedOut when nothing came; kConnectionReset when the peer closed).
     virtual int Receive(void* buffer, int length, int flags = 0);

@@ -1,7 +1,8 @@
 // Orthanc, started here with its own configuration on free loopback ports,
 // against store, find, move and storage commitment: the report arrives on
 // the association Orthanc opens to `commit --listen`, with the stored
-// instance committed and the one Orthanc never received failed.
+// instance committed and the one Orthanc never received failed; and the
+// whole sample folder stored, at least as many instances as storescu stores.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -13,12 +14,11 @@
 
 namespace fs = std::filesystem;
 
-TEST(OrthancDimse, StoreFindMoveAndCommit)
+namespace {
+
+// Orthanc's configuration in folder: DICOM only, on port, storing below folder.
+void WriteOrthancConfig(const std::string& folder, uint16_t port, uint16_t listen, uint16_t movePort)
 {
-    const std::string folder = testsupport::ScratchPath("orthanc-dimse");
-    const uint16_t port = FreePort(), listen = FreePort(), movePort = FreePort();
-    fs::create_directories(folder + "/moved");
-    fs::create_directories(folder + "/destrun");
     std::ofstream(folder + "/orthanc.json") << R"({
   "Name": "ZELDICOM-TEST", "StorageDirectory": ")" << folder << R"(/storage",
   "IndexDirectory": ")" << folder << R"(/index", "HttpServerEnabled": false,
@@ -29,6 +29,17 @@ TEST(OrthancDimse, StoreFindMoveAndCommit)
   "DicomModalities": { "scu": ["ZELDICOM", "127.0.0.1", )" << listen << R"(],
                        "movedest": ["MOVEDEST", "127.0.0.1", )" << movePort << R"(] }
 })";
+}
+
+}
+
+TEST(OrthancDimse, StoreFindMoveAndCommit)
+{
+    const std::string folder = testsupport::ScratchPath("orthanc-dimse");
+    const uint16_t port = FreePort(), listen = FreePort(), movePort = FreePort();
+    fs::create_directories(folder + "/moved");
+    fs::create_directories(folder + "/destrun");
+    WriteOrthancConfig(folder, port, listen, movePort);
     PeerProcess orthanc({"Orthanc", folder + "/orthanc.json"}, folder);
     PeerProcess dest({"storescp", "-aet", "MOVEDEST", "+xa", "-od", folder + "/moved", std::to_string(movePort)},
                      folder + "/destrun");
@@ -77,4 +88,42 @@ TEST(OrthancDimse, StoreFindMoveAndCommit)
                                      "10", "127.0.0.1", p, ct});
     EXPECT_EQ(allCommitted.status, 0) << allCommitted.err;
     EXPECT_NE(allCommitted.out.find("1 committed, 0 failed"), std::string::npos) << allCommitted.out;
+}
+
+TEST(OrthancDimse, SampleFolderStoresAtLeastWhatStorescuStores)
+{
+    const std::string folder = testsupport::ScratchPath("orthanc-store");
+    const uint16_t port = FreePort();
+    fs::create_directories(folder);
+    WriteOrthancConfig(folder, port, FreePort(), FreePort());
+    PeerProcess orthanc({"Orthanc", folder + "/orthanc.json"}, folder);
+    const std::string p = std::to_string(port);
+    for (int attempt = 0; attempt < 100 && orthanc.Running(); ++attempt) {
+        if (RunCli({"echo", "-aec", "ORTHANC", "--timeout", "5", "127.0.0.1", p}).status == 0)
+            break;
+        usleep(100000);
+    }
+    const std::string samples = testsupport::PydicomDataDir() + "/test_files";
+    auto [status, output] =
+        testsupport::RunShell("TCP_NODELAY=1 storescu -v -nh +sd +r -aec ORTHANC 127.0.0.1 " + p + " " + samples);
+    size_t storescu = 0;
+    for (const std::string& line : Lines(output))
+        storescu += line.find("Received Store Response (Success)") != std::string::npos;
+    ASSERT_GT(storescu, 50u) << output;
+
+    // A deflated file (PS3.5 A.5) beside the samples.
+    const std::string deflated = folder + "/deflated.dcm";
+    ASSERT_EQ(RunCli({"convert", samples + "/rtplan.dcm", deflated, "--deflated"}).status, 0);
+    CliResult run = RunCli({"store", "-aec", "ORTHANC", "127.0.0.1", p, samples, deflated});
+    int stored = 0, total = 0, refused = 0, failed = 0, skipped = 0;
+    ASSERT_EQ(std::sscanf(run.out.c_str(),
+                          "stored %d of %d files (%*d bytes) to %*s at %*s in %*f s: %d refused, %d failed, %d skipped",
+                          &stored, &total, &refused, &failed, &skipped),
+              5)
+        << run.out;
+    EXPECT_GE(static_cast<size_t>(stored), storescu + 1);
+    EXPECT_EQ(Lines(run.err).size(), static_cast<size_t>(refused + failed + skipped)) << run.err;
+    // Files whose meta information names another instance than their data set.
+    for (const char* name : {"rtplan.dcm", "rtdose.dcm", "badVR.dcm", "deflated.dcm"})
+        EXPECT_EQ(run.err.find(std::string(name) + ": not stored"), std::string::npos) << run.err;
 }
