@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "dicomdata/dictionary.h"
 #include "imageinfo/dicominfo.h"
 #include "network/worklistsocket.h"
 #include "platform/text.h"
@@ -41,12 +42,20 @@ constexpr Key kPatientKeys[] = {
 constexpr Key kPatientSpeciesKeys[] = {{0x0010, 0x2203}, {0x0010, 0x2292}};
 constexpr Key kResponsiblePersonKeys[] = {{0x0010, 0x2297}, {0x0010, 0x2298}, {0x0010, 0x2299}};
 
-// Empty elements with the dictionary's VR: they ask for the attribute.
+// An empty element with the data dictionary's VR (the element tree's own
+// table lacks some of the newer worklist keys); null when it cannot be added.
+CDicomItem* AddKey(CDicomItem* node, uint16_t group, uint16_t element)
+{
+    const char* vr = zeldicom::ElementVR(group, element, nullptr, true);
+    return node ? node->InsertTag(group, element, nullptr, 0, vr ? AsciiToWide(std::string(vr, 2)) : u"") : nullptr;
+}
+
+// Empty keys ask for the attribute to be returned.
 template <size_t N>
 bool AddKeys(CDicomItem* node, const Key (&keys)[N])
 {
     for (const Key& key : keys) {
-        if (!node || !node->InsertTag(key.group, key.element, nullptr, 0, u""))
+        if (!AddKey(node, key.group, key.element))
             return false;
     }
     return true;
@@ -106,7 +115,7 @@ CDicomItem* CWorklistSocket::CreateFindRequest()
 {
     auto root = std::make_unique<CDicomItem>(u"Root");
     CDicomItem* node = root.get();
-    bool built = node->InsertTag(0x0008, 0x0005, nullptr, 0, u"") != nullptr;
+    bool built = AddKey(node, 0x0008, 0x0005) != nullptr;
     built = built && AddKeys(AddSequenceItem(node, 0x0040, 0x0100), kScheduledStepKeys);
     built = built && AddKeys(node, kRequestedProcedureKeys);
     built = built && AddKeys(AddSequenceItem(node, 0x0032, 0x1064), kCodeWithVersionKeys);
@@ -115,7 +124,7 @@ CDicomItem* CWorklistSocket::CreateFindRequest()
     built = built && AddKeys(node, kPatientSpeciesKeys);
     built = built && AddKeys(AddSequenceItem(node, 0x0010, 0x2293), kCodeKeys);
     CDicomItem* person = AddSequenceItem(node, 0x0010, 0x2294);
-    built = built && person && person->InsertTag(0x0010, 0x2295, nullptr, 0, u"");
+    built = built && AddKey(person, 0x0010, 0x2295);
     built = built && AddKeys(AddSequenceItem(person, 0x0010, 0x2296), kCodeKeys);
     built = built && AddKeys(node, kResponsiblePersonKeys);
     return built ? root.release() : nullptr;
@@ -140,7 +149,7 @@ bool CWorklistSocket::AddValueToFindRequest(CDicomItem* request, const std::u16s
     CDicomItem* key = request->GetTagItem(group, element);
     if (!key) {
         // A key outside the template: empty, with the dictionary's VR, in tag order.
-        request->InsertTag(group, element, nullptr, 0, u"");
+        AddKey(request, static_cast<uint16_t>(group), static_cast<uint16_t>(element));
         key = request->GetTagItem(group, element);
     }
     if (!key)
