@@ -109,6 +109,13 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
     record->sErrorText.clear();
     CWorklistSocket socket(record);
     bool success = false;
+    auto keepError = [&] {
+        uint32_t local = socket.GetLocalError();
+        record->nError = local != 0 ? local : socket.GetSystemError();
+        if (record->nError == 0)
+            record->nError = kErrorReceive;
+        record->sErrorText = socket.GetErrorText();
+    };
     if (!socket.Connect()) {
         socket.m_sFailedStep = "connect";
     } else if (!socket.SendAssociateReq(false) || !socket.ReceiveAssociateRsp()) {
@@ -120,25 +127,21 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
     } else {
         socket.SetPresentationContext(context);
         success = socket.Find(record) != 0;
+        if (!success)
+            keepError();
         // A final failure status still ends the exchange: release the
         // association rather than drop it.
         if (success || record->wFinalStatus != 0xFFFF) {
-            std::string step = socket.m_sFailedStep;
             if (!socket.SendReleaseReq() || !socket.ReceiveReleaseRsp()) {
                 socket.m_sFailedStep = "release";
+                if (success)
+                    keepError();
                 success = false;
-            } else {
-                socket.m_sFailedStep = step;
             }
         }
     }
-    if (!success) {
-        uint32_t local = socket.GetLocalError();
-        record->nError = local != 0 ? local : socket.GetSystemError();
-        if (record->nError == 0)
-            record->nError = kErrorReceive;
-        record->sErrorText = socket.GetErrorText();
-    }
+    if (!success && record->nError == 0)
+        keepError();
     socket.Close();
     if (!success)
         CAuditManager::GetUniqueInstance().LogWarning(u"Worklist Find Request has failed.",
