@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "network/scripted_peer.h"
 #include "network/worklistsocket.h"
@@ -87,7 +88,11 @@ TEST(WorklistHostilePeer, PendingMatchesAreKeptAndTheCallbackAndAuditTellTheOutc
             EXPECT_EQ(done, &record);
             ++notified;
         };
-        EXPECT_EQ(CWorklistSocket::FindThreadProc(&record), 0u);
+        // On a worker thread, as a host runs it.
+        unsigned result = 1;
+        std::thread worker([&] { result = CWorklistSocket::FindThreadProc(&record); });
+        worker.join();
+        EXPECT_EQ(result, 0u);
         EXPECT_EQ(record.aMatches.size(), c.matches);
         EXPECT_EQ(record.nError, c.error) << record.sErrorText;
         EXPECT_EQ(record.wFinalStatus, c.finalStatus);

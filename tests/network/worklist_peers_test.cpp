@@ -114,16 +114,6 @@ std::vector<std::string> FindscuMatches(const std::string& aet, uint16_t port,
     return JsonObjects(listing);
 }
 
-bool WaitForEcho(const PeerProcess& peer, const std::string& aet, uint16_t port)
-{
-    for (int attempt = 0; attempt < 200 && peer.Running(); ++attempt) {
-        if (RunCli({"echo", "-aec", aet, "--timeout", "5", "127.0.0.1", std::to_string(port)}).status == 0)
-            return true;
-        usleep(100000);
-    }
-    return false;
-}
-
 void CompareWithFindscu(const std::string& aet, uint16_t port)
 {
     const struct {

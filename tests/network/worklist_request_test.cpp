@@ -9,6 +9,7 @@
 #include "imageinfo/dicominfo.h"
 #include "network/worklistsocket.h"
 #include "platform/dynbuffer.h"
+#include "platform/profile.h"
 
 namespace {
 
@@ -150,4 +151,21 @@ TEST(WorklistRequest, ResponseWriterIdentifierReadsBack)
     CDicomWorklist copy(entry), assigned;
     assigned = copy;
     EXPECT_EQ(assigned.sPatientName, entry.sPatientName);
+}
+
+TEST(WorklistRequest, ProfileTimeOutAboveZeroReplacesTheDefault)
+{
+    const struct {
+        int profile;
+        int timeout;
+    } cases[] = {{-1, 30000}, {0, 30000}, {1500, 1500}};
+    HOST_INFO host;
+    host.Set("127.0.0.1", 104, "WLSCP", "MODALITY1");
+    for (const auto& c : cases) {
+        zeldicom::HostProfile::SetProfileInt("Worklist", "TimeOut", c.profile);
+        CWorklistSocket socket(&host);
+        EXPECT_EQ(socket.GetTimeout(), c.timeout) << c.profile;
+        EXPECT_EQ(socket.m_sTraceName, "WorklistSocket");
+    }
+    zeldicom::HostProfile::Clear();
 }
