@@ -200,6 +200,14 @@ public:
     bool EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identifier);
     // Called for each match with its identifier as an element tree data set.
     using FindMatchCallback = std::function<void(const CDicomItem& identifier)>;
+    // Called for each pending C-FIND response that carries an identifier,
+    // with its bytes in the negotiated encoding; false ends the exchange
+    // (the callback has set the error).
+    using FindResponseCallback = std::function<bool(const DICOM_CMND_MSG& response, CDynBuffer& identifier)>;
+    // The responses to the C-FIND-RQ sent last, up to the final one, each
+    // checked to answer it (command field and message ID): 1 when the final
+    // response came (its status in finalStatus), else 0 with the error set.
+    int ReceiveFindResponses(const FindResponseCallback& onIdentifier, uint16_t& finalStatus);
     // Called for each C-MOVE response with its sub-operation counts.
     using MoveProgressCallback = std::function<void(const DICOM_CMND_MSG& response)>;
     // A whole C-FIND: association, request, every response, release. 0 when

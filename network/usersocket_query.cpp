@@ -270,30 +270,40 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
     if (!SendFindReqCmnd(sopClass, request.priority, kDataSetPresent) ||
         !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
         return exchange.Fail("C-FIND request");
+    auto loadMatch = [&](const DICOM_CMND_MSG&, CDynBuffer& data) {
+        CDynBuffer keep;
+        CDicomItem match(u"Data");
+        if (!LoadDataSet(data.GetData(), data.m_nSize, keep, match)) {
+            SetError(kErrorMalformedDataSet, 0, "a C-FIND response carries a malformed identifier");
+            return false;
+        }
+        if (onMatch)
+            onMatch(match);
+        return true;
+    };
+    if (!ReceiveFindResponses(loadMatch, finalStatus))
+        return exchange.Fail("C-FIND response");
+    return exchange.Release();
+}
+
+int CUserSocket::ReceiveFindResponses(const FindResponseCallback& onIdentifier, uint16_t& finalStatus)
+{
+    QueryExchange exchange{*this, "C-FIND", kFindRq};
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
         if (!exchange.Next(response, data))
-            return exchange.Fail("C-FIND response");
+            return 0;
         std::string text;
         int good = 0, final = 1;
         AnalysFindResponseStatus(response.wStatus, text, good, final);
-        if (!final && response.wDataSetType != kNoDataSet) {
-            CDynBuffer keep;
-            CDicomItem match(u"Data");
-            if (!LoadDataSet(data.GetData(), data.m_nSize, keep, match)) {
-                SetError(kErrorMalformedDataSet, 0, "a C-FIND response carries a malformed identifier");
-                return exchange.Fail("C-FIND response");
-            }
-            if (onMatch)
-                onMatch(match);
-        }
+        if (!final && response.wDataSetType != kNoDataSet && onIdentifier && !onIdentifier(response, data))
+            return 0;
         if (final) {
             finalStatus = response.wStatus;
-            break;
+            return 1;
         }
     }
-    return exchange.Release();
 }
 
 int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& request,

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <unistd.h>
 
+#include "platform/text.h"
+
 uint32_t CTicketGenerator::GetUniqueIDForSession()
 {
     static std::atomic<uint32_t> next{static_cast<uint32_t>(::getpid()) * 2654435761u ^
@@ -56,6 +58,17 @@ CAuditManager& CAuditManager::GetUniqueInstance()
 void CAuditManager::SetLogFile(const std::string& path)
 {
     m_sLogFile = path;
+}
+
+void CAuditManager::LogWarning(const std::u16string& message, const std::u16string& detail)
+{
+    m_sLastError = "warning:" + zeldicom::Utf16ToUtf8(message) + " " + zeldicom::Utf16ToUtf8(detail);
+    if (m_bQuiet || m_sLogFile.empty())
+        return;
+    if (FILE* file = std::fopen(m_sLogFile.c_str(), "a")) {
+        std::fprintf(file, "%s\n", m_sLastError.c_str());
+        std::fclose(file);
+    }
 }
 
 void CAuditManager::LogError(const std::string& source, const std::string& message)

@@ -30,6 +30,9 @@ class CAuditManager {
 public:
     static CAuditManager& GetUniqueInstance();
     void LogError(const std::string& source, const std::string& message);
+    // A warning for the host's log: written to the log file only (the
+    // caller reports the failure itself), and kept as the last message.
+    void LogWarning(const std::u16string& message, const std::u16string& detail);
     void SetLogFile(const std::string& path);  // empty: standard error
     void SetQuiet(bool quiet) { m_bQuiet = quiet; }
     const std::string& GetLastError() const { return m_sLastError; }

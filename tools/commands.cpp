@@ -17,6 +17,8 @@ const std::vector<ToolCommand>& ToolCommands()
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
         {"find", "query a C-FIND SCP (-k KEY[=VALUE]... HOST PORT; --json)", RunFind},
+        {"worklist", "query a modality worklist SCP (--modality M --date RANGE --patient NAME -k KEY=VALUE... HOST PORT)",
+         RunWorklist},
         {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
         {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
         {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},

@@ -30,6 +30,7 @@ int RunMove(int argc, char** argv);     // tools/cmd_move.cpp
 int RunCommit(int argc, char** argv);   // tools/cmd_commit.cpp
 int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
 int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
+int RunWorklist(int argc, char** argv); // tools/cmd_worklist.cpp
 
 // Gives the process the tool's UID root (new UIDs, Implementation Class UID)
 // unless the host part has set one.

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "support/cli.h"
+
 namespace {
 
 // A port nothing listens on: bound and released without a connection, so
@@ -68,5 +70,17 @@ private:
     pid_t m_pid = -1;
     std::string m_folder;
 };
+
+// Waits until the peer answers C-ECHO under the title (20 s at most);
+// false when it does not or it has ended.
+inline bool WaitForEcho(const PeerProcess& peer, const std::string& aet, uint16_t port)
+{
+    for (int attempt = 0; attempt < 200 && peer.Running(); ++attempt) {
+        if (RunCli({"echo", "-aec", aet, "--timeout", "5", "127.0.0.1", std::to_string(port)}).status == 0)
+            return true;
+        usleep(100000);
+    }
+    return false;
+}
 
 }

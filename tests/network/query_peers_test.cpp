@@ -22,16 +22,6 @@ namespace {
 
 const char kCtStudy[] = "1.3.6.1.4.1.5962.1.2.1.20040119072730.12322";
 
-bool WaitForEcho(const PeerProcess& peer, const std::string& aet, uint16_t port)
-{
-    for (int attempt = 0; attempt < 200 && peer.Running(); ++attempt) {
-        if (RunCli({"echo", "-aec", aet, "--timeout", "5", "127.0.0.1", std::to_string(port)}).status == 0)
-            return true;
-        usleep(100000);
-    }
-    return false;
-}
-
 // dcmqrscp over a database of three samples, and a storescp "MOVEDEST".
 struct QueryPeers {
     QueryPeers()

@@ -1,0 +1,258 @@
+// zeldicom worklist [--aet AE] [--aec AE] [--timeout S] [--modality M] [--date DATE|RANGE] [--station AE]
+//                   [--patient NAME] [-k KEY=VALUE]... [--json] [--audit FILE] HOST PORT
+// A modality worklist query with the library's full request template: one
+// line per scheduled procedure step (or a JSON array of DICOM JSON
+// objects) and the final status.
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "dicomdata/dicomitem.h"
+#include "dicomdata/dictionary.h"
+#include "network/worklistsocket.h"
+#include "platform/audit.h"
+#include "platform/profile.h"
+#include "platform/text.h"
+#include "tools/association_options.h"
+#include "tools/commands.h"
+#include "tools/dump_writers.h"
+#include "tools/query_options.h"
+
+using namespace zeldicom;
+
+namespace {
+
+int Usage(FILE* out, int status)
+{
+    std::fprintf(out,
+                 "Usage: zeldicom worklist [OPTIONS] HOST PORT\n"
+                 "Queries a modality worklist SCP and prints one line per scheduled procedure step.\n"
+                 "  --aet, -aet CALLING   calling AE title (default ZELDICOM)\n"
+                 "  --aec, -aec CALLED    called AE title (default ANY-SCP)\n"
+                 "  --modality M          scheduled modality (CT, MR, ...)\n"
+                 "  --date DATE|RANGE     scheduled start date: yyyymmdd, a-b, a-, -b, >d, <d, dd/mm/yyyy..dd/mm/yyyy,\n"
+                 "                        or m, w, y for this month, the seven days from today, this year\n"
+                 "  --station AE          scheduled station AE title\n"
+                 "  --patient NAME        patient's name prefix; spaces separate components (\"DOE JA\")\n"
+                 "  -k, --key KEY=VALUE   any other key as typed: a keyword or gggg,eeee, Sequence[0].Key for\n"
+                 "                        a key of the sequence's first item; without =VALUE it is returned\n"
+                 "  --json                the matches as a JSON array of DICOM JSON objects\n"
+                 "  --audit FILE          append the audit records of the query to FILE\n"
+                 "  --timeout SECONDS     connect and receive time-out (default 30)\n"
+                 "  --trace DIR           write the analysed protocol trace DIR/DICOMyyyymmdd.LOG\n"
+                 "Exit status 0 when the query ended with Success, 1 otherwise, 2 on wrong arguments.\n");
+    return status;
+}
+
+// The scheduled procedure step item of the request.
+CDicomItem* StepItem(CDicomItem* request)
+{
+    CDicomItem* sequence = request->GetTagItem(0x0040, 0x0100);
+    return sequence ? sequence->GetTagItem(0xFFFE, 0xE000) : nullptr;
+}
+
+// A date option in DICOM's range form (a-b, a-, -b) becomes the typed
+// form a..b; anything else (dd/mm/yyyy, yyyy-mm-dd, >d, m) is typed already.
+std::u16string TypedDate(const std::string& text)
+{
+    const size_t dash = text.find('-');
+    auto isDate = [](const std::string& part) {
+        return part.size() == 8 && part.find_first_not_of("0123456789") == std::string::npos;
+    };
+    if (dash != std::string::npos && text.find('-', dash + 1) == std::string::npos) {
+        std::string from = text.substr(0, dash), to = text.substr(dash + 1);
+        if ((from.empty() || isDate(from)) && (to.empty() || isDate(to)) && !(from.empty() && to.empty()))
+            return AsciiToWide(from + ".." + to);
+    }
+    return Utf8ToUtf16(text);
+}
+
+// -k PATH[=VALUE]: Sequence[n].Sequence[n].Key; the value as typed, as
+// findscu sends it. Empty on success, else the words of the fault.
+std::string SetKey(CDicomItem* request, const std::string& argument)
+{
+    const size_t equals = argument.find('=');
+    const std::string path = argument.substr(0, equals);
+    const std::string value = equals == std::string::npos ? "" : argument.substr(equals + 1);
+    CDicomItem* node = request;
+    size_t start = 0;
+    for (;;) {
+        size_t dot = path.find('.', start);
+        std::string segment = path.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+        unsigned index = 0;
+        bool indexed = false;
+        if (size_t open = segment.find('['); open != std::string::npos) {
+            char tail = 0;
+            if (segment.back() != ']' || std::sscanf(segment.c_str() + open, "[%u]%c", &index, &tail) != 1 ||
+                index > 64)
+                return "'" + segment + "' is not KEY[n]";
+            segment.resize(open);
+            indexed = true;
+        }
+        QueryKey key;
+        if (!ParseQueryKey(segment, key))
+            return "'" + segment + "' is neither a keyword nor a tag gggg,eeee";
+        const char* vr = zeldicom::ElementVR(key.group, key.element, nullptr, true);
+        const std::string vrText = vr ? std::string(vr, 2) : "";
+        if (dot == std::string::npos && !indexed) {
+            if (vrText == "SQ") {
+                if (!value.empty())
+                    return "'" + segment + "' is a sequence: only an empty value (return it) can be asked";
+                if (!node->GetTagItem(key.group, key.element) && !node->InsertSequence(key.group, key.element))
+                    return "'" + segment + "' cannot be added";
+                return "";
+            }
+            // As typed: text VRs take the characters, US its number.
+            std::u16string treatment = vrText == "US" ? u"US" : u"LO";
+            static const char* const kBinary[] = {"UL", "SL", "SS", "FL", "FD", "AT", "OB", "OW", "OF", "OD", "OL", "UN"};
+            for (const char* binary : kBinary) {
+                if (!value.empty() && vrText == binary)
+                    return "'" + segment + "' (VR " + vrText + ") cannot be given a value here";
+            }
+            if (!CWorklistSocket::AddValueToFindRequest(node, Utf8ToUtf16(value), key.group, key.element, treatment))
+                return "'" + value + "' is not a value of '" + segment + "' (VR " + vrText + ")";
+            return "";
+        }
+        if (vrText != "SQ")
+            return "'" + segment + "' is not a sequence";
+        CDicomItem* sequence = node->GetTagItem(key.group, key.element);
+        if (!sequence)
+            sequence = node->InsertSequence(key.group, key.element);
+        if (!sequence)
+            return "'" + segment + "' cannot be added";
+        CDicomItem* item = sequence->GetTagItem(0xFFFE, 0xE000, static_cast<int>(index));
+        if (!item && sequence->GetTagItemCount(0xFFFE, 0xE000) == static_cast<int>(index))
+            item = sequence->InsertSequenceItem();
+        if (!item)
+            return "'" + segment + "' has no item " + std::to_string(index) + " to reach";
+        if (dot == std::string::npos)
+            return value.empty() ? "" : "'" + segment + "[n]' is an item: name a key inside it";
+        node = item;
+        start = dot + 1;
+    }
+}
+
+// The text of an element of node (or of its first scheduled step), decoded
+// by the match's Specific Character Set, as UTF-8.
+std::string Text(const CDicomItem* node, uint16_t group, uint16_t element)
+{
+    std::u16string text;
+    if (!node || !node->GetTagValue(group, element, text))
+        return "";
+    while (!text.empty() && (text.back() == u' ' || text.back() == u'\0'))
+        text.pop_back();
+    return Utf16ToUtf8(text);
+}
+
+// One line per scheduled procedure step of a match (one line when it has none).
+void WriteSteps(const CDicomItem& match, DumpOutput& out)
+{
+    const CDicomItem* sequence = match.GetTagItem(0x0040, 0x0100);
+    int steps = sequence ? sequence->GetTagItemCount(0xFFFE, 0xE000) : 0;
+    for (int i = 0; i < std::max(steps, 1); ++i) {
+        const CDicomItem* step = steps > 0 ? sequence->GetTagItem(0xFFFE, 0xE000, i) : nullptr;
+        out.AppendFormat("%s | ID %s | accession %s | %s | %s %s | %s | %s\n", Text(&match, 0x0010, 0x0010).c_str(),
+                         Text(&match, 0x0010, 0x0020).c_str(), Text(&match, 0x0008, 0x0050).c_str(),
+                         Text(&match, 0x0032, 0x1060).c_str(), Text(step, 0x0040, 0x0002).c_str(),
+                         Text(step, 0x0040, 0x0003).c_str(), Text(step, 0x0008, 0x0060).c_str(),
+                         Text(step, 0x0040, 0x0001).c_str());
+    }
+}
+
+}
+
+int RunWorklist(int argc, char** argv)
+{
+    WL_FIND record;
+    if (!CWorklistSocket::CreateFindRequest(&record)) {
+        std::fprintf(stderr, "zeldicom worklist: out of memory\n");
+        return 1;
+    }
+    CDicomItem* request = record.pRequest.get();
+    bool json = false;
+    std::string auditFile;
+    std::vector<char*> rest;
+    for (int i = 0; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool takesValue = arg == "--modality" || arg == "--date" || arg == "--station" || arg == "--patient" ||
+                                arg == "-k" || arg == "--key" || arg == "--audit";
+        if (!takesValue) {
+            if (arg == "--json")
+                json = true;
+            else
+                rest.push_back(argv[i]);
+            continue;
+        }
+        if (i + 1 >= argc) {
+            std::fprintf(stderr, "zeldicom worklist: %s needs a value\n", arg.c_str());
+            return 2;
+        }
+        const std::string value = argv[++i];
+        bool set = true;
+        std::string fault;
+        if (arg == "--modality")
+            set = CWorklistSocket::AddValueToFindRequest(StepItem(request), Utf8ToUtf16(value), 0x0008, 0x0060, u"CS");
+        else if (arg == "--station")
+            set = CWorklistSocket::AddValueToFindRequest(StepItem(request), Utf8ToUtf16(value), 0x0040, 0x0001, u"AE");
+        else if (arg == "--date")
+            set = CWorklistSocket::AddValueToFindRequest(StepItem(request), TypedDate(value), 0x0040, 0x0002, u"DA") &&
+                  StepItem(request)->GetTagItem(0x0040, 0x0002)->GetDataSize() > 0;
+        else if (arg == "--patient")
+            set = CWorklistSocket::AddValueToFindRequest(request, Utf8ToUtf16(value), 0x0010, 0x0010, u"PN");
+        else if (arg == "--audit")
+            auditFile = value;
+        else
+            fault = SetKey(request, value);
+        if (!set)
+            fault = "'" + value + "' is not a value of " + arg;
+        if (!fault.empty()) {
+            std::fprintf(stderr, "zeldicom worklist: %s\n", fault.c_str());
+            return 2;
+        }
+    }
+    AssociationOptions options;
+    int status = ReadAssociationOptions("worklist", static_cast<int>(rest.size()), rest.data(), 2, 2, Usage, options);
+    if (status >= 0)
+        return status;
+    record.Set(options.operands[0], options.port, options.called, options.calling);
+    zeldicom::HostProfile::SetProfileInt("Worklist", "TimeOut", static_cast<int>(options.timeout * 1000));
+    if (!auditFile.empty())
+        CAuditTrailManager::GetUniqueInstance().SetLogFile(auditFile);
+
+    CWorklistSocket::FindThreadProc(&record);
+
+    DumpOutput out(stdout);
+    if (json)
+        out.Append('[');
+    int count = 0;
+    for (const auto& match : record.aMatches) {
+        if (json) {
+            out.Append(++count > 1 ? ",\n" : "\n");
+            WriteJsonDataSet(match->tree, out, 0);
+        } else {
+            WriteSteps(match->tree, out);
+        }
+    }
+    if (json)
+        out.Append(record.aMatches.empty() ? "]\n" : "\n]\n");
+    if (!out.Flush() || !FinishOutput("worklist"))
+        return 1;
+    const size_t matches = record.aMatches.size();
+    if (record.wFinalStatus == 0xFFFF) {
+        std::fprintf(stderr, "zeldicom worklist: %s:%s: %s\n", options.operands[0].c_str(),
+                     options.operands[1].c_str(), record.sErrorText.c_str());
+        return 1;
+    }
+    std::string text;
+    int good = 0, final = 1;
+    CUserSocket::AnalysFindResponseStatus(record.wFinalStatus, text, good, final);
+    std::fprintf(json ? stderr : stdout, "%zu match%s, final status 0x%04X: %s\n", matches, matches == 1 ? "" : "es",
+                 record.wFinalStatus, text.c_str());
+    if (record.wFinalStatus == 0x0000 && record.nError != 0) {
+        std::fprintf(stderr, "zeldicom worklist: %s:%s: %s\n", options.operands[0].c_str(),
+                     options.operands[1].c_str(), record.sErrorText.c_str());
+        return 1;
+    }
+    return record.wFinalStatus == 0x0000 ? 0 : 1;
+}
