@@ -262,6 +262,9 @@ struct DICOMINFO : public CDicomInfoStatics {
 
     // Number of entries pFrameOffsets holds (0 when none).
     int nFrameOffsetCount = 0;
+    // Elements present with an empty value (group << 16 | element) among
+    // those the record takes a number from; reading treats them as absent.
+    std::vector<uint32_t> aEmptyNumberElements;
 
     // --- the record's own operations (inforecord.cpp)
     // Every scalar field, in declaration order; count in fieldCount.

@@ -7,6 +7,7 @@
 
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/tagtable.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/orientation.h"
 #include "platform/datainmemory.h"
@@ -71,6 +72,38 @@ void ReadIS(const CDicomItem* data, int group, int element, int& field)
     int value;
     if (item && item->GetTagValueForIS(value, 0))
         field = value;
+}
+
+// PS3.5 7.4: an element of zero length (or, for text, only padding) has no
+// value. Where the record takes a number from an element, such an element
+// counts as absent: several vendors write empty Window Center and Width into
+// their JPEG objects, and a width of 0 is no window (PS3.3 C.11.2.1.2).
+bool HasEmptyValue(const CDicomItem* item)
+{
+    if (!item || item->GetDataSize() < 0)
+        return false;
+    if (item->GetDataSize() == 0 || !item->GetData())
+        return true;
+    std::u16string text;
+    return CTagTable::IsString(AsciiToWide(item->GetVR())) && item->GetTagValue(text) && Trim(text).empty();
+}
+
+// The elements of the data set whose numbers the record takes.
+constexpr uint32_t kNumberElements[] = {
+    0x00082142, 0x00082143, 0x00082144, 0x00180050, 0x00180088, 0x00181063, 0x00181066, 0x00181114,
+    0x00181164, 0x00200032, 0x00200037, 0x00201002, 0x00280002, 0x00280006, 0x00280008, 0x00280010,
+    0x00280011, 0x00280030, 0x00280034, 0x00280100, 0x00280101, 0x00280102, 0x00280103, 0x00280120,
+    0x00281050, 0x00281051, 0x00281052, 0x00281053,
+};
+
+// The first value of a decimal string element as text; false when the
+// element is absent or that value is empty.
+bool FirstDecimal(const CDicomItem* from, int group, int element, std::u16string& all, std::u16string& first)
+{
+    if (!from->GetTagValue(group, element, all))
+        return false;
+    first = Trim(GetField(all, u'\\', 0));
+    return !first.empty();
 }
 
 // A LUT element's words: the value pointer and how many whole words it holds.
@@ -142,6 +175,9 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     GetInfoFromGroup0018(data);
     GetInfoFromGroup0020(data);
     GetInfoFromGroup0028(data);
+    for (uint32_t tag : kNumberElements)
+        if (HasEmptyValue(data->GetTagItem(static_cast<int>(tag >> 16), static_cast<int>(tag & 0xFFFF))))
+            aEmptyNumberElements.push_back(tag);
     GetPixelSpacing(data, dRowSpacing, dColumnSpacing);
     if (dRowSpacing != 0.0 && dColumnSpacing != 0.0)
         nFlags |= 8;
@@ -428,18 +464,19 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
         wPixelRepresentation = word;
     ReadInt16(data, 0x0028, 0x0120, nPixelPaddingValue);
     ReadText(data, 0x0028, 0x1040, sPixelIntensityRelationship);
-    std::u16string centres, widths, explanations, text;
-    if (data->GetTagValue(0x0028, 0x1050, centres)) {
-        nWindowCenter = TruncateToInt(StringToFloat(GetField(centres, u'\\', 0)));
+    std::u16string centres, widths, explanations, text, first;
+    if (FirstDecimal(data, 0x0028, 0x1050, centres, first)) {
+        nWindowCenter = TruncateToInt(StringToFloat(first));
         nFlags |= 1;
     }
-    if (data->GetTagValue(0x0028, 0x1051, widths)) {
-        nWindowWidth = TruncateToInt(StringToFloat(GetField(widths, u'\\', 0)));
-        if (nWindowWidth != 0)
-            nFlags |= 2;
+    // PS3.3 C.11.2.1.2: a window is at least 1 wide; a smaller width leaves
+    // the record's default.
+    if (FirstDecimal(data, 0x0028, 0x1051, widths, first) && StringToFloat(first) >= 1.0f) {
+        nWindowWidth = TruncateToInt(StringToFloat(first));
+        nFlags |= 2;
     }
-    if (data->GetTagValue(0x0028, 0x1052, text))
-        nRescaleIntercept = TruncateToInt(StringToFloat(GetField(text, u'\\', 0)));
+    if (FirstDecimal(data, 0x0028, 0x1052, text, first))
+        nRescaleIntercept = TruncateToInt(StringToFloat(first));
     ReadText(data, 0x0028, 0x1054, sRescaleType);
     data->GetTagValue(0x0028, 0x1055, explanations);
     RegisterWindowing(explanations, centres, widths);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "dicomdata/tagtable.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/orientation.h"
 #include "platform/datetools.h"
@@ -146,6 +147,11 @@ std::string ToJson(const DICOMINFO& info)
         JsonArray(o.Key("pFrameIncrementPointers"), info.pFrameIncrementPointers.get(),
                   info.nFrameIncrementPointerCount);
         JsonArray(o.Key("pFrameOffsets"), info.pFrameOffsets.get(), info.nFrameOffsetCount);
+        std::string& empty = o.Key("aEmptyNumberElements");
+        empty += '[';
+        for (size_t i = 0; i < info.aEmptyNumberElements.size(); ++i)
+            JsonString(empty += i ? "," : "", FormatText("%08X", info.aEmptyNumberElements[i]));
+        empty += ']';
         JsonCode(o.Key("ViewCode"), info.ViewCode);
         JsonCodes(o.Key("aViewModifierCodes"), info.aViewModifierCodes);
         JsonCode(o.Key("PatientSpeciesCode"), info.PatientSpeciesCode);
@@ -284,6 +290,12 @@ std::string ToText(const char* path, const DICOMINFO& info)
         Line(out, "  alternative", FormatText("%s: centre %d, width %d", U8(window->sExplanation).c_str(),
                                               window->nCenter, window->nWidth));
     Line(out, "rescale", FormatText("intercept %d %s", info.nRescaleIntercept, U8(info.sRescaleType).c_str()));
+    // Elements the file holds without a value: the record kept its defaults.
+    for (uint32_t tag : info.aEmptyNumberElements) {
+        std::u16string vr, name;
+        CTagTable::GetTagInfo(static_cast<int>(tag >> 16), static_cast<int>(tag & 0xFFFF), vr, name);
+        Line(out, "empty in the file", FormatText("(%04X,%04X) %s", tag >> 16, tag & 0xFFFF, U8(name).c_str()));
+    }
     Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, info.ModalityLut.nFirstMapped,
                                       info.ModalityLut.nBits, info.ModalityLut.IsDataPresent()));
     const std::pair<const char*, const DICOM_LUT*> palettes[] = {

@@ -267,6 +267,12 @@ std::string RecordValue(const DICOMINFO& info, const std::string& key)
         case INFOFIELD::Float: return FormatText("%.9g", info.*f.member.f);
         }
     }
+    if (key == "empty") {
+        std::string out;
+        for (uint32_t tag : info.aEmptyNumberElements)
+            out += FormatText(out.empty() ? "%08X" : " %08X", tag);
+        return out.empty() ? "-" : out;
+    }
     if (key.rfind("pFrameOffsets.", 0) == 0) {
         std::string out;
         for (int i = 0; info.pFrameOffsets && i < info.nFrameOffsetCount; ++i)
@@ -316,6 +322,8 @@ void CheckRecord(const std::string& path, const std::vector<std::string>& expect
         EXPECT_TRUE(same) << "record " << key << ": pydicom " << value << ", record " << actual;
         if (EndsWith(key, ".data") && value != "none")
             ++seen["lut data"];
+        if (key == "empty" && value != "-")
+            ++seen["empty values"];
         ++seen[key.substr(0, key.find('.'))];
         if (key.rfind("pFrameOffsets.", 0) == 0 && std::count(value.begin(), value.end(), ' ') > 1)
             ++seen[key + " multi-frame"];
@@ -507,7 +515,7 @@ TEST(CorpusSweep, EveryFileMeetsEveryOracle)
     EXPECT_EQ(static_cast<size_t>(seen["json compared"] + seen["json skipped"]), loadable.size());
     for (const auto& [kind, least] : std::map<std::string, int>{
              {"refused", 15}, {"raw scan elements", 1000}, {"converted", 450}, {"implicit round trip", 8},
-             {"pairs", 450}, {"text values", 100}, {"file", 40}, {"dcmtk", 1}, {"lut data", 1}, {"overlay", 1},
+             {"pairs", 450}, {"text values", 100}, {"file", 40}, {"dcmtk", 1}, {"lut data", 1}, {"overlay", 1}, {"empty values", 7},
              {"ModalityLut", 1}, {"RedPaletteLut", 1}, {"pFrameOffsets.native multi-frame", 1},
              {"pFrameOffsets.table multi-frame", 1}, {"pFrameOffsets.fragments multi-frame", 1}, {"meta", 40},
              {"no meta", 2}, {"big endian", 5}, {"not DICOM", 5}})

@@ -89,6 +89,24 @@ def describe_palette(path):
     emit(out)
 
 
+# The elements whose numbers the record takes: present without a value, they
+# count as absent (PS3.5 7.4).
+NUMBER_TAGS = (0x00082142, 0x00082143, 0x00082144, 0x00180050, 0x00180088, 0x00181063, 0x00181066, 0x00181114,
+               0x00181164, 0x00200032, 0x00200037, 0x00201002, 0x00280002, 0x00280006, 0x00280008, 0x00280010,
+               0x00280011, 0x00280030, 0x00280034, 0x00280100, 0x00280101, 0x00280102, 0x00280103, 0x00280120,
+               0x00281050, 0x00281051, 0x00281052, 0x00281053)
+
+
+def empty(ds, tag):
+    return tag in ds and (ds[tag].VM == 0 or str(first(ds[tag].value)).strip() == "")
+
+
+def decimal(ds, keyword):
+    """The first value of a DS element; None when absent or empty."""
+    tag = pydicom.datadict.tag_for_keyword(keyword)
+    return None if tag not in ds or empty(ds, tag) else float(first(ds[tag].value))
+
+
 def describe(path):
     ds = pydicom.dcmread(path)
     syntax = str(ds.file_meta.get("TransferSyntaxUID", ""))
@@ -111,12 +129,11 @@ def describe(path):
         "nNumberOfFrames": frames, "nPhotometric": index,
     }
     flags, centre, width = 0, 2048, 4096
-    if "WindowCenter" in ds:
-        centre, flags = int(f32(first(ds.WindowCenter))), flags | 1
-    if "WindowWidth" in ds:
-        width = int(f32(first(ds.WindowWidth)))
-        flags |= 2 if width else 0
-    intercept = int(f32(ds.RescaleIntercept)) if "RescaleIntercept" in ds else 0
+    if decimal(ds, "WindowCenter") is not None:
+        centre, flags = int(f32(decimal(ds, "WindowCenter"))), flags | 1
+    if decimal(ds, "WindowWidth") is not None and f32(decimal(ds, "WindowWidth")) >= 1:  # PS3.3 C.11.2.1.2
+        width, flags = int(f32(decimal(ds, "WindowWidth"))), flags | 2
+    intercept = int(f32(decimal(ds, "RescaleIntercept") or 0))
     if text(ds, "Modality") == "CT" and flags & 3 != 3:
         centre, width = 400, 2000
     if index == 3:
@@ -145,6 +162,7 @@ def describe(path):
                   sPatientSex=sex if sex in ("F", "M") else "O",
                   lStudyDate=int(date[:8]) if re.match(r"\d{8}$", date[:8]) and int(date[:8]) > 18000000 else -1)
     out += ["%s %s" % item for item in fields.items()]
+    out.append("empty " + (" ".join("%08X" % tag for tag in NUMBER_TAGS if empty(ds, tag)) or "-"))
     offsets = frame_offsets(ds, raw, frames, syntax)
     kind = "native"
     if isinstance(offsets, tuple):
@@ -217,7 +235,12 @@ def synthetic(scratch, data_dir):
     ds.add_new(0x00281223, "OW", struct.pack("<6H", 0, 1, 0, 1, 255, 65535))
     palette_path = os.path.join(scratch, "synthetic_palette16.dcm")
     ds.save_as(palette_path, write_like_original=False)
-    return [overlay_path, palette_path]
+
+    # A JPEG object whose window is present but empty, as some vendors write it.
+    empty_window = os.path.join(scratch, "dcmodify_jpeg_empty_window.dcm")
+    subprocess.run(["cp", os.path.join(data_dir, "test_files", "JPEG-lossy.dcm"), empty_window], check=True)
+    subprocess.run(["dcmodify", "-nb", "-i", "(0028,1050)=", "-i", "(0028,1051)=", empty_window], check=True)
+    return [overlay_path, palette_path, empty_window]
 
 
 def emit(lines, path=None, kind="info"):

@@ -48,3 +48,22 @@ TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
     EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
     EXPECT_EQ(refused.err.rfind("zeldicom info: " + data + "/test_files/README.txt: ", 0), 0u) << refused.err;
 }
+
+TEST(InfoCommand, EmptyValuesAreAbsentAndNamed)
+{
+    std::string data = PydicomDataDir();
+    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    // A JPEG object whose Window Center and Width DCMTK empties, as several
+    // vendors write them: the record's default window, not 0/0.
+    std::string file = ScratchPath("empty_window.dcm");
+    ASSERT_EQ(RunShell("cp " + data + "/test_files/JPEG-lossy.dcm " + file +
+                       " && dcmodify -nb -i '(0028,1050)=' -i '(0028,1051)=' " + file).first, 0);
+    CliResult text = RunCli({"info", file});
+    ASSERT_EQ(text.status, 0) << text.err;
+    for (const char* expected : {"centre 2048, width 4096 (default)", "empty in the file      (0028,1050) Window Center",
+                                 "empty in the file      (0028,1051) Window Width"})
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
+    CliResult json = RunCli({"info", "--json", file});
+    EXPECT_NE(json.out.find("\"aEmptyNumberElements\":[\"00281050\",\"00281051\"]"), std::string::npos) << json.out;
+    std::remove(file.c_str());
+}
