@@ -262,6 +262,14 @@ struct DICOMINFO : public CDicomInfoStatics {
 
     // Number of entries pFrameOffsets holds (0 when none).
     int nFrameOffsetCount = 0;
+    // The window and rescale values as the object gives them: the integer
+    // fields above hold them truncated (40.5 as 40), these keep them exact.
+    // Assigned wherever their integer fields are; no integer field holds the
+    // slope (0028,1053).
+    double dWindowCenter = 2048.0;
+    double dWindowWidth = 4096.0;
+    double dRescaleIntercept = 0.0;
+    double dRescaleSlope = 1.0;
     // Elements present with an empty value (group << 16 | element) among
     // those the record takes a number from; reading treats them as absent.
     std::vector<uint32_t> aEmptyNumberElements;

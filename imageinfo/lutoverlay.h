@@ -20,6 +20,9 @@ struct WINDOW {
     std::u16string sExplanation;
     int nCenter = 0;
     int nWidth = 0;
+    // The same values exact, as the object gives them.
+    double dCenter = 0.0;
+    double dWidth = 0.0;
 };
 
 // One overlay plane as read into the image record. pData owns a copy of

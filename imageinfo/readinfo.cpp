@@ -2,6 +2,7 @@
 // element tree and values are copied out group by group. The pixel data are
 // never read: only their position and, for encapsulated data, the item
 // headers of the offset table and fragments.
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,6 +25,14 @@ float StringToFloat(const std::u16string& text)
 {
     std::string ascii = WideToAscii(Trim(text));
     return std::strtof(ascii.c_str(), nullptr);
+}
+
+// The exact number a decimal string gives; 0 when the text is no number.
+double StringToDouble(const std::u16string& text)
+{
+    std::string ascii = WideToAscii(Trim(text));
+    double value = std::strtod(ascii.c_str(), nullptr);
+    return std::isfinite(value) ? value : 0.0;
 }
 
 // Truncation toward zero of a float, kept inside the int range.
@@ -467,16 +476,22 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
     std::u16string centres, widths, explanations, text, first;
     if (FirstDecimal(data, 0x0028, 0x1050, centres, first)) {
         nWindowCenter = TruncateToInt(StringToFloat(first));
+        dWindowCenter = StringToDouble(first);
         nFlags |= 1;
     }
     // PS3.3 C.11.2.1.2: a window is at least 1 wide; a smaller width leaves
     // the record's default.
     if (FirstDecimal(data, 0x0028, 0x1051, widths, first) && StringToFloat(first) >= 1.0f) {
         nWindowWidth = TruncateToInt(StringToFloat(first));
+        dWindowWidth = StringToDouble(first);
         nFlags |= 2;
     }
-    if (FirstDecimal(data, 0x0028, 0x1052, text, first))
+    if (FirstDecimal(data, 0x0028, 0x1052, text, first)) {
         nRescaleIntercept = TruncateToInt(StringToFloat(first));
+        dRescaleIntercept = StringToDouble(first);
+    }
+    if (FirstDecimal(data, 0x0028, 0x1053, text, first))
+        dRescaleSlope = StringToDouble(first);
     ReadText(data, 0x0028, 0x1054, sRescaleType);
     data->GetTagValue(0x0028, 0x1055, explanations);
     RegisterWindowing(explanations, centres, widths);
@@ -523,6 +538,8 @@ void DICOMINFO::RegisterWindowing(const std::u16string& explanations, const std:
         auto window = std::make_unique<WINDOW>();
         window->nCenter = centre;
         window->nWidth = width;
+        window->dCenter = StringToDouble(GetField(centres, u'\\', i));
+        window->dWidth = StringToDouble(GetField(widths, u'\\', i));
         window->sExplanation = Trim(GetField(explanations, u'\\', i));
         if (window->sExplanation.empty()) {
             // The translation is a format text with one integer placeholder;
@@ -598,14 +615,20 @@ void DICOMINFO::ValidateDates()
 
 void DICOMINFO::ValidatePhotometric()
 {
-    if (nPhotometric != MONOCHROME1 && nPhotometric != MONOCHROME2)
+    // Colour images carry no rescale: their stored values are shown as they are.
+    if (nPhotometric != MONOCHROME1 && nPhotometric != MONOCHROME2) {
         nRescaleIntercept = 0;
+        dRescaleIntercept = 0.0;
+        dRescaleSlope = 1.0;
+    }
     if (nPhotometric == YBR_FULL_422 && wPlanarConfiguration == 1)
         wPlanarConfiguration = 0;
     if (nPhotometric == RGB) {
         nFlags &= ~3;
         nWindowCenter = 128;
         nWindowWidth = 256;
+        dWindowCenter = 128.0;
+        dWindowWidth = 256.0;
         nRescaleIntercept = 0;
     }
 }
@@ -626,6 +649,8 @@ void DICOMINFO::SpecialCTProcessing(const unsigned char* buffer, size_t size)
         nFlags |= 3;
         nWindowCenter = 400;
         nWindowWidth = 2000;
+        dWindowCenter = 400.0;
+        dWindowWidth = 2000.0;
     }
 }
 

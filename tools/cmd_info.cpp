@@ -3,6 +3,7 @@
 // record's field names.
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "dicomdata/tagtable.h"
@@ -53,12 +54,26 @@ void JsonString(std::string& out, const std::string& utf8)
     out += '"';
 }
 
+// The shortest text that reads back as the same double: 350.7, not
+// 350.69999999999999.
+std::string Exact(double value)
+{
+    if (value == std::trunc(value) && std::fabs(value) < 1e15)
+        return FormatText("%.0f", value);
+    for (int digits = 1; digits < 17; ++digits) {
+        std::string text = FormatText("%.*g", digits, value);
+        if (std::strtod(text.c_str(), nullptr) == value)
+            return text;
+    }
+    return FormatText("%.17g", value);
+}
+
 void JsonNumber(std::string& out, double value)
 {
     if (!std::isfinite(value))
         out += "null";
     else
-        out += FormatText("%.17g", value);
+        out += Exact(value);
 }
 
 class JsonObject {
@@ -166,6 +181,8 @@ std::string ToJson(const DICOMINFO& info)
             w.Text("sExplanation", info.aWindows[i]->sExplanation);
             w.Int("nCenter", info.aWindows[i]->nCenter);
             w.Int("nWidth", info.aWindows[i]->nWidth);
+            JsonNumber(w.Key("dCenter"), info.aWindows[i]->dCenter);
+            JsonNumber(w.Key("dWidth"), info.aWindows[i]->dWidth);
         }
         windows += ']';
         std::string& overlays = o.Key("overlays");
@@ -284,12 +301,17 @@ std::string ToText(const char* path, const DICOMINFO& info)
     Line(out, "aspect ratio", FormatText("%d:%d", info.nPixelAspectRatioV, info.nPixelAspectRatioH));
     Line(out, "pixel data offset", FormatText("%d", info.nPixelDataOffset));
     out += "Display\n";
-    Line(out, "window", FormatText("centre %d, width %d%s", info.nWindowCenter, info.nWindowWidth,
-                                   (info.nFlags & 3) == 3 ? "" : " (default)"));
+    // The record's integers, then the exact values they were truncated from.
+    Line(out, "window", FormatText("centre %d, width %d%s (exact %s, %s)", info.nWindowCenter, info.nWindowWidth,
+                                   (info.nFlags & 3) == 3 ? "" : " (default)", Exact(info.dWindowCenter).c_str(),
+                                   Exact(info.dWindowWidth).c_str()));
     for (const auto& window : info.aWindows)
-        Line(out, "  alternative", FormatText("%s: centre %d, width %d", U8(window->sExplanation).c_str(),
-                                              window->nCenter, window->nWidth));
-    Line(out, "rescale", FormatText("intercept %d %s", info.nRescaleIntercept, U8(info.sRescaleType).c_str()));
+        Line(out, "  alternative", FormatText("%s: centre %d, width %d (exact %s, %s)",
+                                              U8(window->sExplanation).c_str(), window->nCenter, window->nWidth,
+                                              Exact(window->dCenter).c_str(), Exact(window->dWidth).c_str()));
+    Line(out, "rescale", FormatText("intercept %d (exact %s), slope %s %s", info.nRescaleIntercept,
+                                    Exact(info.dRescaleIntercept).c_str(), Exact(info.dRescaleSlope).c_str(),
+                                    U8(info.sRescaleType).c_str()));
     // Elements the file holds without a value: the record kept its defaults.
     for (uint32_t tag : info.aEmptyNumberElements) {
         std::u16string vr, name;

@@ -134,13 +134,18 @@ def describe(path):
     if decimal(ds, "WindowWidth") is not None and f32(decimal(ds, "WindowWidth")) >= 1:  # PS3.3 C.11.2.1.2
         width, flags = int(f32(decimal(ds, "WindowWidth"))), flags | 2
     intercept = int(f32(decimal(ds, "RescaleIntercept") or 0))
+    # The exact values beside the truncated ones.
+    exact = [decimal(ds, "WindowCenter") if flags & 1 else 2048.0, decimal(ds, "WindowWidth") if flags & 2 else 4096.0,
+             decimal(ds, "RescaleIntercept") or 0.0, 1.0 if decimal(ds, "RescaleSlope") is None else
+             decimal(ds, "RescaleSlope")]
     if text(ds, "Modality") == "CT" and flags & 3 != 3:
-        centre, width = 400, 2000
+        centre, width, exact[0:2] = 400, 2000, [400.0, 2000.0]
     if index == 3:
-        centre, width = 128, 256
+        centre, width, exact[0:2] = 128, 256, [128.0, 256.0]
     if index not in (0, 1):
-        intercept = 0
-    fields.update(nWindowCenter=centre, nWindowWidth=width, nRescaleIntercept=intercept)
+        intercept, exact[2:4] = 0, [0.0, 1.0]
+    fields.update(nWindowCenter=centre, nWindowWidth=width, nRescaleIntercept=intercept, dWindowCenter=exact[0],
+                  dWindowWidth=exact[1], dRescaleIntercept=exact[2], dRescaleSlope=exact[3])
     row = column = 0.0
     spacing = ds.get("ImagerPixelSpacing")
     magnification = 1.0
@@ -240,7 +245,12 @@ def synthetic(scratch, data_dir):
     empty_window = os.path.join(scratch, "dcmodify_jpeg_empty_window.dcm")
     subprocess.run(["cp", os.path.join(data_dir, "test_files", "JPEG-lossy.dcm"), empty_window], check=True)
     subprocess.run(["dcmodify", "-nb", "-i", "(0028,1050)=", "-i", "(0028,1051)=", empty_window], check=True)
-    return [overlay_path, palette_path, empty_window]
+    # Window and rescale values that are no integers.
+    exact = os.path.join(scratch, "dcmodify_ct_exact_values.dcm")
+    subprocess.run(["cp", os.path.join(data_dir, "test_files", "CT_small.dcm"), exact], check=True)
+    subprocess.run(["dcmodify", "-nb", "-i", "(0028,1050)=40.5", "-i", "(0028,1051)=350.7", "-m",
+                    "(0028,1052)=-1024.25", "-m", "(0028,1053)=0.5", exact], check=True)
+    return [overlay_path, palette_path, empty_window, exact]
 
 
 def emit(lines, path=None, kind="info"):

@@ -49,7 +49,7 @@ TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
     EXPECT_EQ(refused.err.rfind("zeldicom info: " + data + "/test_files/README.txt: ", 0), 0u) << refused.err;
 }
 
-TEST(InfoCommand, EmptyValuesAreAbsentAndNamed)
+TEST(InfoCommand, ShowsExactValuesAndNamesEmptyOnes)
 {
     std::string data = PydicomDataDir();
     ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
@@ -65,5 +65,18 @@ TEST(InfoCommand, EmptyValuesAreAbsentAndNamed)
         EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
     CliResult json = RunCli({"info", "--json", file});
     EXPECT_NE(json.out.find("\"aEmptyNumberElements\":[\"00281050\",\"00281051\"]"), std::string::npos) << json.out;
+
+    // Window and rescale values that are no integers: the record's integers
+    // and, beside them, the values as the file gives them.
+    ASSERT_EQ(RunShell("cp " + data + "/test_files/CT_small.dcm " + file + " && dcmodify -nb -i '(0028,1050)=40.5' "
+                       "-i '(0028,1051)=350.7' -m '(0028,1052)=-1024.25' -m '(0028,1053)=0.5' " + file).first, 0);
+    text = RunCli({"info", file});
+    for (const char* expected :
+         {"centre 40, width 350 (exact 40.5, 350.7)", "intercept -1024 (exact -1024.25), slope 0.5"})
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
+    json = RunCli({"info", "--json", file});
+    for (const char* expected : {"\"nWindowCenter\":40,", "\"dWindowCenter\":40.5,", "\"dWindowWidth\":350.7,",
+                                 "\"dRescaleIntercept\":-1024.25,", "\"dRescaleSlope\":0.5,"})
+        EXPECT_NE(json.out.find(expected), std::string::npos) << expected << "\n" << json.out;
     std::remove(file.c_str());
 }
