@@ -36,14 +36,17 @@ std::unique_ptr<uint16_t[]> CopyWords(const uint16_t* values, uint32_t count, si
 }
 
 // The entry for a stored value: below the first mapped value the first
-// entry, past the table the last one.
-uint16_t LookUp(const uint16_t* table, uint32_t entries, uint32_t first, uint32_t index, bool firstInclusive)
+// entry, past the table the last one. Signed LUTs compare the index and the
+// first value mapped as two's complement numbers.
+uint16_t LookUp(const uint16_t* table, uint32_t entries, uint32_t first, uint32_t index, bool isSigned)
 {
     if (!table || entries == 0)
         return 0;
-    if (index < first || (firstInclusive && index == first))
+    int64_t value = isSigned ? static_cast<int32_t>(index) : static_cast<int64_t>(index);
+    int64_t start = isSigned ? static_cast<int32_t>(first) : static_cast<int64_t>(first);
+    if (value <= start)
         return table[0];
-    uint64_t offset = static_cast<uint64_t>(index) - first;
+    int64_t offset = value - start;
     if (offset >= entries)
         return table[entries - 1];
     return table[offset];
@@ -185,7 +188,11 @@ bool DICOM_LUT::LoadSegmentDirect(uint16_t opcode, SegmentWalk& walk, uint32_t& 
     for (int32_t k = 1; k <= steps; ++k) {
         if (written >= nEntries)
             return false;
-        int64_t step = (static_cast<int64_t>(y1 - y0) * k + steps / 2) / steps;
+        // The nearest value, halves away from zero either way: rounding
+        // half up before a truncating division would put every value of a
+        // descending ramp one too high.
+        int64_t scaled = static_cast<int64_t>(y1 - y0) * k;
+        int64_t step = (scaled + (scaled < 0 ? -(steps / 2) : steps / 2)) / steps;
         pData[written++] = static_cast<uint16_t>(y0 + step);
     }
     return true;
@@ -240,6 +247,7 @@ CModalityLutDesc& CModalityLutDesc::operator=(const CModalityLutDesc& other)
     nEntries = other.nEntries;
     nFirstMapped = other.nFirstMapped;
     nBits = other.nBits;
+    bSignedFirstMapped = other.bSignedFirstMapped;
     // A source without entries leaves none behind: the old ones described
     // another LUT.
     pData.reset();
@@ -248,12 +256,15 @@ CModalityLutDesc& CModalityLutDesc::operator=(const CModalityLutDesc& other)
     return *this;
 }
 
-void CModalityLutDesc::LoadDescriptor(const uint16_t* d, int swap)
+void CModalityLutDesc::LoadDescriptor(const uint16_t* d, int swap, bool signedFirst)
 {
     if (!d)
         return;
     nEntries = WordAt(d, 0, swap);
     nFirstMapped = WordAt(d, 1, swap);
+    bSignedFirstMapped = signedFirst;
+    if (signedFirst)
+        nFirstMapped = static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(nFirstMapped)));
     nBits = WordAt(d, 2, swap);
     if (nEntries == 0)
         nEntries = 65536;
@@ -270,7 +281,7 @@ int CModalityLutDesc::LoadData(const uint16_t* values, int swap, size_t availabl
 
 uint16_t CModalityLutDesc::GetEntry(uint32_t index) const
 {
-    return LookUp(pData.get(), nEntries, nFirstMapped, index, true);
+    return LookUp(pData.get(), nEntries, nFirstMapped, index, bSignedFirstMapped);
 }
 
 bool CModalityLutDesc::FillTable(uint16_t* out, uint32_t count) const

@@ -94,7 +94,11 @@ public:
     CModalityLutDesc& operator=(const CModalityLutDesc& other);
     virtual ~CModalityLutDesc() = default;
 
-    void LoadDescriptor(const uint16_t* d, int swap);
+    // PS3.3 C.11.1.1.1: with signed stored pixel values (Pixel
+    // Representation 1) the first value mapped is signed; signedFirst reads
+    // it so. nFirstMapped then holds it as a 32-bit two's complement, and
+    // GetEntry takes its index, a stored value, as one too.
+    void LoadDescriptor(const uint16_t* d, int swap, bool signedFirst = false);
     // available: the number of 16-bit words values holds.
     int LoadData(const uint16_t* values, int swap, size_t available = SIZE_MAX);
     const uint16_t* GetData() const { return pData.get(); }
@@ -103,12 +107,14 @@ public:
     bool FillTable(uint16_t* out, uint32_t count) const;
     uint32_t GetSize() const { return nEntries; }
     uint32_t GetFirstEntry() const { return nFirstMapped; }
+    bool IsFirstEntrySigned() const { return bSignedFirstMapped; }
     uint32_t GetBitsNumber() const { return nBits; }
 
     uint32_t nEntries = 0;
     uint32_t nFirstMapped = 0;
     uint32_t nBits = 0;
     std::unique_ptr<uint16_t[]> pData;
+    bool bSignedFirstMapped = false;
 };
 
 struct OVERLAY_RECT {

@@ -505,8 +505,12 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
     data->GetTagValue(0x0028, 0x2110, lossy);
     bLossyCompressed = EqualsNoCase(Trim(lossy), u"01") ? 1 : 0;
     if (const CDicomItem* lut = data->GetTagItem(0x0028, 0x3000)) {
-        if (Descriptor(lut->GetSequenceChildItemMandatory(0x0028, 0x3002, 0), descriptor)) {
-            ModalityLut.LoadDescriptor(descriptor, bBigEndian);
+        const CDicomItem* lutDescriptor = lut->GetSequenceChildItemMandatory(0x0028, 0x3002, 0);
+        if (Descriptor(lutDescriptor, descriptor)) {
+            // PS3.3 C.11.1.1.1: the first value mapped has the sign of the
+            // stored values (SS in explicit VR).
+            ModalityLut.LoadDescriptor(descriptor, bBigEndian,
+                                       wPixelRepresentation == 1 || lutDescriptor->GetVR() == "SS");
             Words words = WordsOf(lut->GetSequenceChildItemMandatory(0x0028, 0x3006, 0));
             if (words.values)
                 ModalityLut.LoadData(words.values, bBigEndian, words.count);

@@ -129,6 +129,14 @@ void JsonArray(std::string& out, const T* values, int count)
     out += ']';
 }
 
+// The first value mapped, negative when the LUT maps signed stored values.
+long long FirstMapped(const CModalityLutDesc& lut)
+{
+    if (lut.IsFirstEntrySigned())
+        return static_cast<int32_t>(lut.nFirstMapped);
+    return lut.nFirstMapped;
+}
+
 std::string ToJson(const DICOMINFO& info)
 {
     std::string out;
@@ -207,7 +215,7 @@ std::string ToJson(const DICOMINFO& info)
         {
             JsonObject m(o.Key("ModalityLut"));
             m.Int("nEntries", info.ModalityLut.nEntries);
-            m.Int("nFirstMapped", info.ModalityLut.nFirstMapped);
+            m.Int("nFirstMapped", FirstMapped(info.ModalityLut));
             m.Int("nBits", info.ModalityLut.nBits);
             m.Bool("bDataPresent", info.ModalityLut.IsDataPresent());
         }
@@ -254,10 +262,11 @@ void Line(std::string& out, const char* label, const std::string& value)
     out += FormatText("  %-22s %s\n", label, value.c_str());
 }
 
-std::string LutLine(uint32_t entries, uint32_t first, uint32_t bits, bool data)
+std::string LutLine(uint32_t entries, long long first, uint32_t bits, bool data)
 {
-    return FormatText("%u entries from %u, %u bits, %s", entries, first, bits, data ? "data loaded" : "no data");
+    return FormatText("%u entries from %lld, %u bits, %s", entries, first, bits, data ? "data loaded" : "no data");
 }
+
 
 std::string ToText(const char* path, const DICOMINFO& info)
 {
@@ -318,7 +327,7 @@ std::string ToText(const char* path, const DICOMINFO& info)
         CTagTable::GetTagInfo(static_cast<int>(tag >> 16), static_cast<int>(tag & 0xFFFF), vr, name);
         Line(out, "empty in the file", FormatText("(%04X,%04X) %s", tag >> 16, tag & 0xFFFF, U8(name).c_str()));
     }
-    Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, info.ModalityLut.nFirstMapped,
+    Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, FirstMapped(info.ModalityLut),
                                       info.ModalityLut.nBits, info.ModalityLut.IsDataPresent()));
     const std::pair<const char*, const DICOM_LUT*> palettes[] = {
         {"red palette", &info.RedPaletteLut}, {"green palette", &info.GreenPaletteLut},

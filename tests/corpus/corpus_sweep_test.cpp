@@ -290,7 +290,18 @@ std::string RecordValue(const DICOMINFO& info, const std::string& key)
     }
     const CModalityLutDesc& modality = info.ModalityLut;
     if (key == "ModalityLut")
-        return FormatText("%u %u %u", modality.nEntries, modality.nFirstMapped, modality.nBits);
+        return FormatText("%u %lld %u", modality.nEntries,
+                          modality.IsFirstEntrySigned() ? static_cast<long long>(static_cast<int32_t>(modality.nFirstMapped))
+                                                        : static_cast<long long>(modality.nFirstMapped),
+                          modality.nBits);
+    if (key.rfind("ModalityLut.map(", 0) == 0) {  // stored values, signed as written
+        std::string out, values = key.substr(16, key.size() - 17);
+        std::stringstream in(values);
+        for (std::string value; std::getline(in, value, ',');)
+            out += (out.empty() ? "" : " ") +
+                   std::to_string(modality.GetEntry(static_cast<uint32_t>(std::stoi(value))));
+        return out;
+    }
     if (key == "ModalityLut.data")
         return LutData(modality.GetData(), modality.nEntries);
     if (key.rfind("overlay.", 0) == 0) {

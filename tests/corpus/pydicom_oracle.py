@@ -20,7 +20,8 @@ from pydicom.filereader import read_preamble, _read_file_meta_info
 
 import json_compare
 from pydicom.encaps import get_frame_offsets, generate_pixel_data_fragment
-from pydicom.pixel_data_handlers.util import _expand_segmented_lut
+from pydicom.pixel_data_handlers.util import _expand_segmented_lut, apply_modality_lut
+import numpy
 
 warnings.simplefilter("ignore")
 PHOTOMETRIC = ["MONOCHROME1", "MONOCHROME2", "PALETTE COLOR", "RGB", "YBR_FULL", "YBR_FULL_422"]
@@ -49,10 +50,12 @@ def checksum(values):
     return sum((i + 1) * v for i, v in enumerate(values)) % 2**32
 
 
-def lut(out, name, ds, descriptor, data=None, segmented=None):
+def lut(out, name, ds, descriptor, data=None, segmented=None, signed=False):
     if descriptor not in ds:
         return
     entries, firstmapped, bits = words(ds[descriptor].value)[:3]
+    if signed or ds[descriptor].VR == "SS":  # PS3.3 C.11.1.1.1: signed stored values, signed first value
+        firstmapped -= 65536 if firstmapped >= 32768 else 0
     entries = entries or 65536
     out.append("%s %d %d %d" % (name, entries, firstmapped, bits))
     table = None
@@ -176,7 +179,14 @@ def describe(path):
         out.append("pFrameOffsets.%s %s" % (kind, " ".join(map(str, offsets))))
     palettes(out, ds)
     if "ModalityLUTSequence" in ds and len(ds.ModalityLUTSequence):
-        lut(out, "ModalityLut", ds.ModalityLUTSequence[0], "LUTDescriptor", "LUTData")
+        lut(out, "ModalityLut", ds.ModalityLUTSequence[0], "LUTDescriptor", "LUTData",
+            signed=ds.get("PixelRepresentation", 0) == 1)
+        # Stored values through the LUT as pydicom maps them.
+        values = [-2000, -1025, -1024, -1000, -1, 0, 99, 100, 101, 200, 355, 356, 1000]
+        if ds.get("PixelRepresentation", 0) != 1:
+            values = [v for v in values if v >= 0]
+        mapped = apply_modality_lut(numpy.array(values), ds)
+        out.append("ModalityLut.map(%s) %s" % (",".join(map(str, values)), " ".join(str(int(v)) for v in mapped)))
     for group in range(0x6000, 0x6020, 2):
         if all((group << 16 | e) in ds for e in (0x10, 0x11, 0x50, 0x100, 0x102)):
             origin = [v if v < 32768 else v - 65536 for v in words(ds[group << 16 | 0x50].value)] \
@@ -237,7 +247,7 @@ def synthetic(scratch, data_dir):
     red = struct.unpack("<256B", hot.RedPaletteColorLookupTableData)
     ds.add_new(0x00281201, "OW", struct.pack("<256H", *[v * 257 for v in red]))
     ds.add_new(0x00281222, "OW", struct.pack("<14H", 0, 2, 0, 100, 1, 100, 10100, 2, 1, 0, 0, 1, 152, 17700))
-    ds.add_new(0x00281223, "OW", struct.pack("<6H", 0, 1, 0, 1, 255, 65535))
+    ds.add_new(0x00281223, "OW", struct.pack("<6H", 0, 1, 65535, 1, 255, 0))  # a descending ramp
     palette_path = os.path.join(scratch, "synthetic_palette16.dcm")
     ds.save_as(palette_path, write_like_original=False)
 
@@ -250,7 +260,11 @@ def synthetic(scratch, data_dir):
     subprocess.run(["cp", os.path.join(data_dir, "test_files", "CT_small.dcm"), exact], check=True)
     subprocess.run(["dcmodify", "-nb", "-i", "(0028,1050)=40.5", "-i", "(0028,1051)=350.7", "-m",
                     "(0028,1052)=-1024.25", "-m", "(0028,1053)=0.5", exact], check=True)
-    return [overlay_path, palette_path, empty_window, exact]
+    # dcmmklut's modality LUT for signed CT values, first value mapped -1024.
+    signed_lut = os.path.join(scratch, "dcmmklut_signed_modality_lut.dcm")
+    subprocess.run(["dcmmklut", "+Tm", "-f", "-1024", "+Cg", "0.5", "+Fi",
+                    os.path.join(data_dir, "test_files", "CT_small.dcm"), signed_lut], check=True)
+    return [overlay_path, palette_path, empty_window, exact, signed_lut]
 
 
 def emit(lines, path=None, kind="info"):
