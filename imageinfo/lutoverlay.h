@@ -2,8 +2,10 @@
 // Windows, LUTs and overlays: what a viewer needs to turn stored pixel values
 // into displayed ones and to draw overlay planes (groups 6000 to 601E).
 //
-// All LUT data are 16-bit words: a LUT whose descriptor announces another
-// number of bits per entry is described but holds no data.
+// LUT data are held as 16-bit words. Palettes take 8- and 16-bit entries
+// (PS3.3 C.7.6.3.1.5), an 8-bit entry held in the low byte; the modality LUT
+// takes 16-bit entries. A LUT whose descriptor announces another number of
+// bits per entry is described but holds no data.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -60,9 +62,11 @@ struct DICOM_LUT {
     // d holds the three descriptor values: entries (0 meaning 65536), first
     // mapped value, bits per entry.
     void LoadDescriptor(const uint16_t* d, int swap);
-    // The loaders read nEntries words (plain) or walk segments; available is
-    // the number of 16-bit words that values holds, and nothing is read
-    // beyond it. They return 1 when data were loaded.
+    // The loaders read nEntries entries (plain) or walk segments; available
+    // is the number of 16-bit words that values holds, and nothing is read
+    // beyond it. They return 1 when data were loaded. 8-bit entries come one
+    // a word or packed two a word, as the value's length tells; 8-bit
+    // segmented data are a stream of bytes.
     int LoadData(const uint16_t* values, int swap, size_t available = SIZE_MAX);
     int LoadSegmentedData(const uint16_t* values, int swap, size_t available = SIZE_MAX);
     uint16_t GetEntry(uint32_t index) const;
@@ -77,9 +81,10 @@ struct DICOM_LUT {
 protected:
     struct SegmentWalk {
         const uint16_t* values;
-        size_t available;  // words in values
-        size_t read;       // next word to read
+        size_t available;  // units in values
+        size_t read;       // next unit to read
         int swap;
+        bool bytes;  // units are bytes (8-bit entries), not words
         bool next(uint16_t& out);
     };
     bool LoadSegmentDirect(uint16_t opcode, SegmentWalk& walk, uint32_t& written);

@@ -268,6 +268,15 @@ std::string LutLine(uint32_t entries, long long first, uint32_t bits, bool data)
 }
 
 
+void PaletteLines(std::string& out, const DICOMINFO& info)
+{
+    const std::pair<const char*, const DICOM_LUT*> palettes[] = {
+        {"red palette", &info.RedPaletteLut}, {"green palette", &info.GreenPaletteLut},
+        {"blue palette", &info.BluePaletteLut}};
+    for (const auto& [name, lut] : palettes)
+        Line(out, name, LutLine(lut->nEntries, lut->nFirstMapped, lut->wBits, lut->pData != nullptr));
+}
+
 std::string ToText(const char* path, const DICOMINFO& info)
 {
     std::string out = FormatText("%s\n", path);
@@ -297,6 +306,9 @@ std::string ToText(const char* path, const DICOMINFO& info)
         // A report, plan or other object without Rows and Columns: the
         // record's pixel, display and orientation defaults describe nothing.
         Line(out, "image", "none (the object has no Rows and Columns)");
+        // A Color Palette object is its LUTs.
+        if (info.RedPaletteLut.pData || info.GreenPaletteLut.pData || info.BluePaletteLut.pData)
+            PaletteLines(out, info);
         return out;
     }
     Line(out, "size", FormatText("%d columns x %d rows, %d frame(s)", info.nColumns, info.nRows,
@@ -329,12 +341,8 @@ std::string ToText(const char* path, const DICOMINFO& info)
     }
     Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, FirstMapped(info.ModalityLut),
                                       info.ModalityLut.nBits, info.ModalityLut.IsDataPresent()));
-    const std::pair<const char*, const DICOM_LUT*> palettes[] = {
-        {"red palette", &info.RedPaletteLut}, {"green palette", &info.GreenPaletteLut},
-        {"blue palette", &info.BluePaletteLut}};
     if (info.nPhotometric == DICOMINFO::PALETTE_COLOR || info.RedPaletteLut.pData)
-        for (const auto& [name, lut] : palettes)
-            Line(out, name, LutLine(lut->nEntries, lut->nFirstMapped, lut->wBits, lut->pData != nullptr));
+        PaletteLines(out, info);
     for (const auto& overlay : info.aOverlays)
         Line(out, "overlay", FormatText("group %04X: %u x %u at row %d column %d, type %s, bit %u, %d bytes",
                                         0x6000 + overlay->nIndex, overlay->wColumns, overlay->wRows,

@@ -61,8 +61,16 @@ def lut(out, name, ds, descriptor, data=None, segmented=None, signed=False):
     table = None
     if bits == 16 and data in ds and len(words(ds[data].value)) >= entries:
         table = words(ds[data].value)[:entries]
-    if bits == 16 and segmented in ds:
-        table = [int(v) for v in _expand_segmented_lut(words(ds[segmented].value), "H")]
+    if bits == 8 and data in ds:  # PS3.3 C.7.6.3.1.5: one entry a word, or packed two a word
+        value = ds[data].value
+        table = words(value)[:entries] if len(value) >= 2 * entries else list(value[:entries])
+        table = table if len(table) == entries else None
+        if table and all((v & 0xFF) == 0 for v in table):
+            table = [v >> 8 for v in table]
+    if bits in (8, 16) and segmented in ds:
+        value = ds[segmented].value
+        table = [int(v) for v in _expand_segmented_lut(words(value) if bits == 16 else list(value),
+                                                       "H" if bits == 16 else "B")]
         table = table if len(table) == entries else None
     out.append("%s.data %s" % (name, "%d %d" % (len(table), checksum(table)) if table else "none"))
 
@@ -264,7 +272,13 @@ def synthetic(scratch, data_dir):
     signed_lut = os.path.join(scratch, "dcmmklut_signed_modality_lut.dcm")
     subprocess.run(["dcmmklut", "+Tm", "-f", "-1024", "+Cg", "0.5", "+Fi",
                     os.path.join(data_dir, "test_files", "CT_small.dcm"), signed_lut], check=True)
-    return [overlay_path, palette_path, empty_window, exact, signed_lut]
+    # dcmquant's palette images: 8-bit entries packed two a word, and 16-bit ones.
+    quantized = []
+    for suffix, options in (("8", []), ("16", ["+pe"])):
+        quantized.append(os.path.join(scratch, "dcmquant_palette%s.dcm" % suffix))
+        subprocess.run(["dcmquant"] + options + [os.path.join(data_dir, "test_files", "SC_rgb_small_odd.dcm"),
+                                                 quantized[-1]], check=True)
+    return [overlay_path, palette_path, empty_window, exact, signed_lut] + quantized
 
 
 def emit(lines, path=None, kind="info"):
