@@ -188,6 +188,7 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
         if (HasEmptyValue(data->GetTagItem(static_cast<int>(tag >> 16), static_cast<int>(tag & 0xFFFF))))
             aEmptyNumberElements.push_back(tag);
     GetPixelSpacing(data, dRowSpacing, dColumnSpacing);
+    GetInfoFromFunctionalGroups(data);
     if (dRowSpacing != 0.0 && dColumnSpacing != 0.0)
         nFlags |= 8;
     ReadText(data, 0x0032, 0x4000, sStudyComments);
@@ -473,28 +474,7 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
         wPixelRepresentation = word;
     ReadInt16(data, 0x0028, 0x0120, nPixelPaddingValue);
     ReadText(data, 0x0028, 0x1040, sPixelIntensityRelationship);
-    std::u16string centres, widths, explanations, text, first;
-    if (FirstDecimal(data, 0x0028, 0x1050, centres, first)) {
-        nWindowCenter = TruncateToInt(StringToFloat(first));
-        dWindowCenter = StringToDouble(first);
-        nFlags |= 1;
-    }
-    // PS3.3 C.11.2.1.2: a window is at least 1 wide; a smaller width leaves
-    // the record's default.
-    if (FirstDecimal(data, 0x0028, 0x1051, widths, first) && StringToFloat(first) >= 1.0f) {
-        nWindowWidth = TruncateToInt(StringToFloat(first));
-        dWindowWidth = StringToDouble(first);
-        nFlags |= 2;
-    }
-    if (FirstDecimal(data, 0x0028, 0x1052, text, first)) {
-        nRescaleIntercept = TruncateToInt(StringToFloat(first));
-        dRescaleIntercept = StringToDouble(first);
-    }
-    if (FirstDecimal(data, 0x0028, 0x1053, text, first))
-        dRescaleSlope = StringToDouble(first);
-    ReadText(data, 0x0028, 0x1054, sRescaleType);
-    data->GetTagValue(0x0028, 0x1055, explanations);
-    RegisterWindowing(explanations, centres, widths);
+    ReadWindowAndRescale(data);
 
     uint16_t descriptor[3];
     DICOM_LUT* palettes[3] = {&RedPaletteLut, &GreenPaletteLut, &BluePaletteLut};
@@ -504,18 +484,8 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
     std::u16string lossy;
     data->GetTagValue(0x0028, 0x2110, lossy);
     bLossyCompressed = EqualsNoCase(Trim(lossy), u"01") ? 1 : 0;
-    if (const CDicomItem* lut = data->GetTagItem(0x0028, 0x3000)) {
-        const CDicomItem* lutDescriptor = lut->GetSequenceChildItemMandatory(0x0028, 0x3002, 0);
-        if (Descriptor(lutDescriptor, descriptor)) {
-            // PS3.3 C.11.1.1.1: the first value mapped has the sign of the
-            // stored values (SS in explicit VR).
-            ModalityLut.LoadDescriptor(descriptor, bBigEndian,
-                                       wPixelRepresentation == 1 || lutDescriptor->GetVR() == "SS");
-            Words words = WordsOf(lut->GetSequenceChildItemMandatory(0x0028, 0x3006, 0));
-            if (words.values)
-                ModalityLut.LoadData(words.values, bBigEndian, words.count);
-        }
-    }
+    ReadLutSequence(data, 0x3000, ModalityLut);
+    ReadLutSequence(data, 0x3010, VoiLut);
     for (int i = 0; i < 3; ++i) {
         Words plain = WordsOf(data->GetTagItem(0x0028, 0x1201 + i));
         if (plain.values)
@@ -524,6 +494,96 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
         if (segmented.values)
             palettes[i]->LoadSegmentedData(segmented.values, bBigEndian, segmented.count);
     }
+}
+
+void DICOMINFO::ReadWindowAndRescale(const CDicomItem* from)
+{
+    std::u16string centres, widths, explanations, text, first;
+    if (FirstDecimal(from, 0x0028, 0x1050, centres, first)) {
+        nWindowCenter = TruncateToInt(StringToFloat(first));
+        dWindowCenter = StringToDouble(first);
+        nFlags |= 1;
+    }
+    // PS3.3 C.11.2.1.2: a window is at least 1 wide; a smaller width leaves
+    // the record's default.
+    if (FirstDecimal(from, 0x0028, 0x1051, widths, first) && StringToFloat(first) >= 1.0f) {
+        nWindowWidth = TruncateToInt(StringToFloat(first));
+        dWindowWidth = StringToDouble(first);
+        nFlags |= 2;
+    }
+    if (FirstDecimal(from, 0x0028, 0x1052, text, first)) {
+        nRescaleIntercept = TruncateToInt(StringToFloat(first));
+        dRescaleIntercept = StringToDouble(first);
+    }
+    if (FirstDecimal(from, 0x0028, 0x1053, text, first))
+        dRescaleSlope = StringToDouble(first);
+    ReadText(from, 0x0028, 0x1054, sRescaleType);
+    from->GetTagValue(0x0028, 0x1055, explanations);
+    RegisterWindowing(explanations, centres, widths);
+}
+
+void DICOMINFO::ReadLutSequence(const CDicomItem* from, int element, CModalityLutDesc& lut) const
+{
+    const CDicomItem* sequence = from->GetTagItem(0x0028, element);
+    if (!sequence)
+        return;
+    const CDicomItem* lutDescriptor = sequence->GetSequenceChildItemMandatory(0x0028, 0x3002, 0);
+    uint16_t descriptor[3];
+    if (!Descriptor(lutDescriptor, descriptor))
+        return;
+    // PS3.3 C.11.1.1.1: the first value mapped has the sign of the stored
+    // values (SS in explicit VR).
+    lut.LoadDescriptor(descriptor, bBigEndian, wPixelRepresentation == 1 || lutDescriptor->GetVR() == "SS");
+    Words words = WordsOf(sequence->GetSequenceChildItemMandatory(0x0028, 0x3006, 0));
+    if (words.values)
+        lut.LoadData(words.values, bBigEndian, words.count);
+}
+
+namespace {
+
+// The first item of a functional group macro (group, element): from the
+// Shared Functional Groups Sequence, else from the first item of the
+// Per-frame Functional Groups Sequence (PS3.3 C.7.6.16).
+const CDicomItem* FunctionalGroup(const CDicomItem* data, int group, int element)
+{
+    for (int sequence : {0x9229, 0x9230})
+        if (const CDicomItem* frame = data->GetSequenceItem(0x5200, sequence))
+            if (const CDicomItem* macro = frame->GetSequenceItem(group, element))
+                return macro;
+    return nullptr;
+}
+
+}  // namespace
+
+void DICOMINFO::GetInfoFromFunctionalGroups(const CDicomItem* data)
+{
+    if (!data || (!data->GetTagItem(0x5200, 0x9229) && !data->GetTagItem(0x5200, 0x9230)))
+        return;
+    if (const CDicomItem* measures = FunctionalGroup(data, 0x0028, 0x9110)) {  // Pixel Measures
+        if (dRowSpacing == 0.0 || dColumnSpacing == 0.0)
+            GetPixelSpacing(measures, dRowSpacing, dColumnSpacing);
+        if (sSliceThickness.empty())
+            ReadText(measures, 0x0018, 0x0050, sSliceThickness);
+        if (sSpacingBetweenSlices.empty())
+            ReadText(measures, 0x0018, 0x0088, sSpacingBetweenSlices);
+    }
+    const CDicomItem* position = FunctionalGroup(data, 0x0020, 0x9113);  // Plane Position (Patient)
+    if (position && sImagePositionPatient.empty())
+        ReadText(position, 0x0020, 0x0032, sImagePositionPatient);
+    const CDicomItem* orientation = FunctionalGroup(data, 0x0020, 0x9116);  // Plane Orientation (Patient)
+    if (orientation && sImageOrientationPatient.empty())
+        ReadText(orientation, 0x0020, 0x0037, sImageOrientationPatient);
+    // Frame VOI LUT and Pixel Value Transformation: the window and rescale
+    // where the top level gives none.
+    const CDicomItem* voi = FunctionalGroup(data, 0x0028, 0x9132);
+    if (voi && (nFlags & 3) == 0) {
+        ReadWindowAndRescale(voi);
+        if (!VoiLut.IsDataPresent())
+            ReadLutSequence(voi, 0x3010, VoiLut);
+    }
+    const CDicomItem* rescale = FunctionalGroup(data, 0x0028, 0x9145);
+    if (rescale && !data->GetTagItem(0x0028, 0x1052) && !data->GetTagItem(0x0028, 0x1053))
+        ReadWindowAndRescale(rescale);
 }
 
 void DICOMINFO::RegisterWindowing(const std::u16string& explanations, const std::u16string& centres,

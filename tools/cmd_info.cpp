@@ -212,12 +212,13 @@ std::string ToJson(const DICOMINFO& info)
             v.Int("nDataSize", ov.nDataSize);
         }
         overlays += ']';
-        {
-            JsonObject m(o.Key("ModalityLut"));
-            m.Int("nEntries", info.ModalityLut.nEntries);
-            m.Int("nFirstMapped", FirstMapped(info.ModalityLut));
-            m.Int("nBits", info.ModalityLut.nBits);
-            m.Bool("bDataPresent", info.ModalityLut.IsDataPresent());
+        for (const auto& [name, lut] : {std::pair<const char*, const CModalityLutDesc*>{"ModalityLut", &info.ModalityLut},
+                                        {"VoiLut", &info.VoiLut}}) {
+            JsonObject m(o.Key(name));
+            m.Int("nEntries", lut->nEntries);
+            m.Int("nFirstMapped", FirstMapped(*lut));
+            m.Int("nBits", lut->nBits);
+            m.Bool("bDataPresent", lut->IsDataPresent());
         }
         const std::pair<const char*, const DICOM_LUT*> palettes[] = {{"RedPaletteLut", &info.RedPaletteLut},
                                                                     {"GreenPaletteLut", &info.GreenPaletteLut},
@@ -341,6 +342,9 @@ std::string ToText(const char* path, const DICOMINFO& info)
     }
     Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, FirstMapped(info.ModalityLut),
                                       info.ModalityLut.nBits, info.ModalityLut.IsDataPresent()));
+    if (info.VoiLut.nEntries > 0)
+        Line(out, "VOI LUT", LutLine(info.VoiLut.nEntries, FirstMapped(info.VoiLut), info.VoiLut.nBits,
+                                     info.VoiLut.IsDataPresent()));
     if (info.nPhotometric == DICOMINFO::PALETTE_COLOR || info.RedPaletteLut.pData)
         PaletteLines(out, info);
     for (const auto& overlay : info.aOverlays)

@@ -118,6 +118,25 @@ def decimal(ds, keyword):
     return None if tag not in ds or empty(ds, tag) else float(first(ds[tag].value))
 
 
+def raw_text(ds, tag):
+    """An element's value text as stored, padding stripped; None when absent."""
+    if tag not in ds:
+        return None
+    element = ds.get_item(tag)
+    if isinstance(element.value, bytes):
+        return element.value.decode("latin-1").strip(" \0")
+    values = element.value if isinstance(element.value, MultiValue) else [element.value]
+    return "\\".join(getattr(v, "original_string", str(v)) for v in values).strip(" \0")
+
+
+def functional_group(ds, keyword):
+    """The first item of a functional group macro: shared, else the first frame's (PS3.3 C.7.6.16)."""
+    for sequence in ("SharedFunctionalGroupsSequence", "PerFrameFunctionalGroupsSequence"):
+        if len(ds.get(sequence, [])) and len(ds[sequence][0].get(keyword, [])):
+            return ds[sequence][0][keyword][0]
+    return None
+
+
 def describe(path):
     ds = pydicom.dcmread(path)
     syntax = str(ds.file_meta.get("TransferSyntaxUID", ""))
@@ -139,16 +158,24 @@ def describe(path):
         "wPixelRepresentation": ds.get("PixelRepresentation", 0), "wSamplesPerPixel": ds.get("SamplesPerPixel", 1),
         "nNumberOfFrames": frames, "nPhotometric": index,
     }
+    # Enhanced objects: what the top level lacks from the functional groups.
+    voi, measures = functional_group(ds, "FrameVOILUTSequence"), functional_group(ds, "PixelMeasuresSequence")
+    position, orientation = functional_group(ds, "PlanePositionSequence"), functional_group(ds, "PlaneOrientationSequence")
+    transformation = functional_group(ds, "PixelValueTransformationSequence")
+    window_source = ds if "WindowCenter" in ds or "WindowWidth" in ds or voi is None else voi
+    rescale_source = ds if "RescaleIntercept" in ds or "RescaleSlope" in ds or transformation is None \
+        else transformation
     flags, centre, width = 0, 2048, 4096
-    if decimal(ds, "WindowCenter") is not None:
-        centre, flags = int(f32(decimal(ds, "WindowCenter"))), flags | 1
-    if decimal(ds, "WindowWidth") is not None and f32(decimal(ds, "WindowWidth")) >= 1:  # PS3.3 C.11.2.1.2
-        width, flags = int(f32(decimal(ds, "WindowWidth"))), flags | 2
-    intercept = int(f32(decimal(ds, "RescaleIntercept") or 0))
+    if decimal(window_source, "WindowCenter") is not None:
+        centre, flags = int(f32(decimal(window_source, "WindowCenter"))), flags | 1
+    if decimal(window_source, "WindowWidth") is not None and f32(decimal(window_source, "WindowWidth")) >= 1:
+        width, flags = int(f32(decimal(window_source, "WindowWidth"))), flags | 2  # PS3.3 C.11.2.1.2
+    intercept = int(f32(decimal(rescale_source, "RescaleIntercept") or 0))
     # The exact values beside the truncated ones.
-    exact = [decimal(ds, "WindowCenter") if flags & 1 else 2048.0, decimal(ds, "WindowWidth") if flags & 2 else 4096.0,
-             decimal(ds, "RescaleIntercept") or 0.0, 1.0 if decimal(ds, "RescaleSlope") is None else
-             decimal(ds, "RescaleSlope")]
+    exact = [decimal(window_source, "WindowCenter") if flags & 1 else 2048.0,
+             decimal(window_source, "WindowWidth") if flags & 2 else 4096.0,
+             decimal(rescale_source, "RescaleIntercept") or 0.0,
+             1.0 if decimal(rescale_source, "RescaleSlope") is None else decimal(rescale_source, "RescaleSlope")]
     if text(ds, "Modality") == "CT" and flags & 3 != 3:
         centre, width, exact[0:2] = 400, 2000, [400.0, 2000.0]
     if index == 3:
@@ -171,6 +198,13 @@ def describe(path):
         spacing = ds.get("PixelSpacing")
     if spacing is not None and len(spacing) >= 2:
         row, column = f32(spacing[0]) / magnification, f32(spacing[1]) / magnification
+    if (row == 0 or column == 0) and measures is not None and len(measures.get("PixelSpacing", [])) >= 2:
+        row, column = f32(measures.PixelSpacing[0]), f32(measures.PixelSpacing[1])
+    for key, tag, macro in (("sImagePositionPatient", 0x00200032, position),
+                            ("sImageOrientationPatient", 0x00200037, orientation)):
+        value = raw_text(ds, tag)
+        value = raw_text(macro, tag) if not value and macro is not None else value
+        fields[key] = value or ""
     sex = text(ds, "PatientSex")[:1].upper()
     date = text(ds, "StudyDate")
     fields.update(dRowSpacing=row, dColumnSpacing=column, nPixelDataOffset=raw.value_tell,
@@ -195,6 +229,10 @@ def describe(path):
             values = [v for v in values if v >= 0]
         mapped = apply_modality_lut(numpy.array(values), ds)
         out.append("ModalityLut.map(%s) %s" % (",".join(map(str, values)), " ".join(str(int(v)) for v in mapped)))
+    voi_lut = ds if "VOILUTSequence" in ds or voi is None or "WindowCenter" in ds else voi
+    if len(voi_lut.get("VOILUTSequence", [])):
+        lut(out, "VoiLut", voi_lut.VOILUTSequence[0], "LUTDescriptor", "LUTData",
+            signed=ds.get("PixelRepresentation", 0) == 1)
     for group in range(0x6000, 0x6020, 2):
         if all((group << 16 | e) in ds for e in (0x10, 0x11, 0x50, 0x100, 0x102)):
             origin = [v if v < 32768 else v - 65536 for v in words(ds[group << 16 | 0x50].value)] \
@@ -278,7 +316,35 @@ def synthetic(scratch, data_dir):
         quantized.append(os.path.join(scratch, "dcmquant_palette%s.dcm" % suffix))
         subprocess.run(["dcmquant"] + options + [os.path.join(data_dir, "test_files", "SC_rgb_small_odd.dcm"),
                                                  quantized[-1]], check=True)
-    return [overlay_path, palette_path, empty_window, exact, signed_lut] + quantized
+    # dcmmklut's VOI LUT (a gamma curve), first value mapped -1024.
+    voi_lut = os.path.join(scratch, "dcmmklut_voi_lut.dcm")
+    subprocess.run(["dcmmklut", "+Tv", "-f", "-1024", "+Cg", "0.5", "+Fi",
+                    os.path.join(data_dir, "test_files", "CT_small.dcm"), voi_lut], check=True)
+
+    # An enhanced MR object as pydicom builds it: spacing, window and
+    # orientation shared, the position per frame.
+    ds = pydicom.dcmread(os.path.join(data_dir, "test_files", "MR_small.dcm"))
+    for keyword in ("PixelSpacing", "SliceThickness", "WindowCenter", "WindowWidth", "ImagePositionPatient",
+                    "ImageOrientationPatient"):
+        if keyword in ds:
+            delattr(ds, keyword)
+    ds.SOPClassUID = ds.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.4.1"
+    ds.NumberOfFrames = 1
+    measures, voi, orientation, position = (pydicom.Dataset() for _ in range(4))
+    measures.PixelSpacing, measures.SliceThickness = ["0.5", "0.75"], "2.5"
+    voi.WindowCenter, voi.WindowWidth = "300", "600"
+    orientation.ImageOrientationPatient = ["0.7071", "0.7071", "0", "0", "0", "-1"]
+    position.ImagePositionPatient = ["10", "-20", "30"]
+    shared, frame = pydicom.Dataset(), pydicom.Dataset()
+    shared.PixelMeasuresSequence = pydicom.Sequence([measures])
+    shared.FrameVOILUTSequence = pydicom.Sequence([voi])
+    shared.PlaneOrientationSequence = pydicom.Sequence([orientation])
+    frame.PlanePositionSequence = pydicom.Sequence([position])
+    ds.SharedFunctionalGroupsSequence = pydicom.Sequence([shared])
+    ds.PerFrameFunctionalGroupsSequence = pydicom.Sequence([frame])
+    enhanced = os.path.join(scratch, "pydicom_enhanced_mr.dcm")
+    ds.save_as(enhanced, write_like_original=False)
+    return [overlay_path, palette_path, empty_window, exact, signed_lut, voi_lut, enhanced] + quantized
 
 
 def emit(lines, path=None, kind="info"):
