@@ -137,6 +137,12 @@ def functional_group(ds, keyword):
     return None
 
 
+def direction_label(x, y, z):
+    """PS3.3 C.7.6.1.1.1: letters from the principal component down."""
+    axes = sorted(((x, "L", "R"), (y, "P", "A"), (z, "H", "F")), key=lambda a: -abs(a[0]))
+    return "".join(plus if v > 0.01 else minus if v < -0.01 else "" for v, plus, minus in axes)
+
+
 def describe(path):
     ds = pydicom.dcmread(path)
     syntax = str(ds.file_meta.get("TransferSyntaxUID", ""))
@@ -205,6 +211,12 @@ def describe(path):
         value = raw_text(ds, tag)
         value = raw_text(macro, tag) if not value and macro is not None else value
         fields[key] = value or ""
+    labels = ""
+    if fields["sImageOrientationPatient"]:
+        cosines = [float(v or 0) for v in (fields["sImageOrientationPatient"].split("\\") + ["0"] * 6)[:6]]
+        rows, columns = direction_label(*cosines[:3]), direction_label(*cosines[3:])
+        labels = rows + "\\" + columns if rows and columns else ""
+    fields["sPatientOrientation"] = raw_text(ds, 0x00200020) or labels
     sex = text(ds, "PatientSex")[:1].upper()
     date = text(ds, "StudyDate")
     fields.update(dRowSpacing=row, dColumnSpacing=column, nPixelDataOffset=raw.value_tell,
@@ -333,7 +345,7 @@ def synthetic(scratch, data_dir):
     measures, voi, orientation, position = (pydicom.Dataset() for _ in range(4))
     measures.PixelSpacing, measures.SliceThickness = ["0.5", "0.75"], "2.5"
     voi.WindowCenter, voi.WindowWidth = "300", "600"
-    orientation.ImageOrientationPatient = ["0.7071", "0.7071", "0", "0", "0", "-1"]
+    orientation.ImageOrientationPatient = ["0.5", "0.866", "0", "0", "0", "-1"]  # PL\F
     position.ImagePositionPatient = ["10", "-20", "30"]
     shared, frame = pydicom.Dataset(), pydicom.Dataset()
     shared.PixelMeasuresSequence = pydicom.Sequence([measures])

@@ -306,6 +306,8 @@ TEST(PatientOrientation, LabelsTransformsAndGeometry)
 
     EXPECT_EQ(CPatientOrientation::ImageToPatientOrientation("0.7071\\0.7071\\0\\0\\0\\-1"), u"LP\\F");
     EXPECT_EQ(CPatientOrientation::ImageToPatientOrientation("0\\0\\0\\0\\0\\0"), u"");
+    // The principal direction first (PS3.3 C.7.6.1.1.1).
+    EXPECT_EQ(CPatientOrientation::ImageToPatientOrientation("0.5\\0.866\\0\\0.1\\-0.2\\-0.97"), u"PL\\FAL");
     std::u16string cosines = u"1\\0\\0\\0\\1\\0";
     EXPECT_TRUE(CPatientOrientation::UpdateImageOrientation(cosines, 2));
     EXPECT_EQ(cosines, u"-1\\-0\\-0\\0\\1\\0");
@@ -314,6 +316,11 @@ TEST(PatientOrientation, LabelsTransformsAndGeometry)
     std::u16string position = u"0\\0\\0";
     EXPECT_TRUE(CPatientOrientation::UpdateImagePosition(position, u"1\\0\\0\\0\\1\\0", 512, 256, u"0.5\\0.5", 3));
     EXPECT_EQ(position, u"255.5\\127.5\\0");
+    // Rows 0.5 apart, columns 0.25 apart: the last column lies 511 x 0.25
+    // along the row vector, the last row 255 x 0.5 down the column vector.
+    position = u"0\\0\\0";
+    EXPECT_TRUE(CPatientOrientation::UpdateImagePosition(position, u"1\\0\\0\\0\\1\\0", 512, 256, u"0.5\\0.25", 3));
+    EXPECT_EQ(position, u"127.75\\127.5\\0");
     std::u16string spacing = u"0.3\\0.4";
     EXPECT_FALSE(CPatientOrientation::UpdatePixelSpacing(spacing, 1));
     EXPECT_TRUE(CPatientOrientation::UpdatePixelSpacing(spacing, 5));
