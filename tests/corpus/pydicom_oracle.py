@@ -19,7 +19,7 @@ from pydicom.multival import MultiValue
 from pydicom.filereader import read_preamble, _read_file_meta_info
 
 import json_compare
-from pydicom.encaps import get_frame_offsets, generate_pixel_data_fragment
+from pydicom.encaps import get_frame_offsets, generate_pixel_data_fragment, generate_pixel_data_frame
 from pydicom.pixel_data_handlers.util import _expand_segmented_lut, apply_modality_lut
 import numpy
 
@@ -82,12 +82,27 @@ def frame_offsets(ds, raw, frames, syntax):
     stream = pydicom.filebase.DicomBytesIO(ds.PixelData)
     stream.is_little_endian = True
     has_table, offsets = get_frame_offsets(stream)
-    if has_table:
-        return offsets + [0] if len(offsets) == frames else None, "table"
-    lengths = [len(f) for f in generate_pixel_data_fragment(stream)]
-    if len(lengths) < frames:
+    if has_table and len(offsets) == frames:
+        return offsets + [0], "table"
+    # No table, or not one entry a frame (PS3.5 A.4): the frames as pydicom
+    # splits the fragments without a table, each at its first fragment.
+    fragments = list(generate_pixel_data_fragment(stream))
+    items = b"".join(struct.pack("<HHI", 0xFFFE, 0xE000, len(f)) + f for f in fragments)
+    try:
+        split = list(generate_pixel_data_frame(struct.pack("<HHI", 0xFFFE, 0xE000, 0) + items, frames))
+    except Exception:
         return None, "fragments"
-    return [sum(n + 8 for n in lengths[:i]) for i in range(frames)] + [0], "fragments"
+    offsets, position, at = [], 0, 0
+    for frame in split:
+        offsets.append(position)
+        joined = b""
+        while len(joined) < len(frame) and at < len(fragments):
+            joined += fragments[at]
+            position += len(fragments[at]) + 8
+            at += 1
+        if joined != frame:
+            return None, "fragments"
+    return (offsets + [0] if len(offsets) == frames else None), "fragments"
 
 
 def palettes(out, ds):
@@ -356,7 +371,20 @@ def synthetic(scratch, data_dir):
     ds.PerFrameFunctionalGroupsSequence = pydicom.Sequence([frame])
     enhanced = os.path.join(scratch, "pydicom_enhanced_mr.dcm")
     ds.save_as(enhanced, write_like_original=False)
-    return [overlay_path, palette_path, empty_window, exact, signed_lut, voi_lut, enhanced] + quantized
+    # DCMTK's JPEG of a two-frame image in 1 KiB fragments: an empty offset
+    # table, and (edited here) a table with one entry more than frames.
+    native = os.path.join(scratch, "dcmdrle_2frame.dcm")
+    subprocess.run(["dcmdrle", os.path.join(data_dir, "test_files", "SC_rgb_rle_2frame.dcm"), native], check=True)
+    fragmented = []
+    for suffix, table in (("empty_table", "-ot"), ("long_table", "+ot")):
+        fragmented.append(os.path.join(scratch, "dcmcjpeg_fragments_%s.dcm" % suffix))
+        subprocess.run(["dcmcjpeg", "+fs", "1", table, native, fragmented[-1]], check=True)
+    ds = pydicom.dcmread(fragmented[-1])
+    table = struct.unpack("<I", ds.PixelData[4:8])[0]
+    ds.PixelData = ds.PixelData[:4] + struct.pack("<I", table + 4) + ds.PixelData[8:8 + table] + \
+        struct.pack("<I", 0) + ds.PixelData[8 + table:]
+    ds.save_as(fragmented[-1])
+    return [overlay_path, palette_path, empty_window, exact, signed_lut, voi_lut, enhanced] + quantized + fragmented
 
 
 def emit(lines, path=None, kind="info"):
