@@ -212,8 +212,9 @@ std::string ToJson(const DICOMINFO& info)
             v.Int("nDataSize", ov.nDataSize);
         }
         overlays += ']';
-        for (const auto& [name, lut] : {std::pair<const char*, const CModalityLutDesc*>{"ModalityLut", &info.ModalityLut},
-                                        {"VoiLut", &info.VoiLut}}) {
+        const std::pair<const char*, const CModalityLutDesc*> luts[] = {{"ModalityLut", &info.ModalityLut},
+                                                                        {"VoiLut", &info.VoiLut}};
+        for (const auto& [name, lut] : luts) {
             JsonObject m(o.Key(name));
             m.Int("nEntries", lut->nEntries);
             m.Int("nFirstMapped", FirstMapped(*lut));

@@ -181,7 +181,8 @@ def describe(path):
     }
     # Enhanced objects: what the top level lacks from the functional groups.
     voi, measures = functional_group(ds, "FrameVOILUTSequence"), functional_group(ds, "PixelMeasuresSequence")
-    position, orientation = functional_group(ds, "PlanePositionSequence"), functional_group(ds, "PlaneOrientationSequence")
+    position = functional_group(ds, "PlanePositionSequence")
+    orientation = functional_group(ds, "PlaneOrientationSequence")
     transformation = functional_group(ds, "PixelValueTransformationSequence")
     window_source = ds if "WindowCenter" in ds or "WindowWidth" in ds or voi is None else voi
     rescale_source = ds if "RescaleIntercept" in ds or "RescaleSlope" in ds or transformation is None \
