@@ -74,8 +74,16 @@ TEST(InfoRecord, RegistersAlternativeWindows)
     EXPECT_EQ(info->aWindows[0]->nCenter, 40);
     EXPECT_EQ(info->aWindows[1]->sExplanation, u"LUNG");
     EXPECT_EQ(info->aWindows[1]->nCenter, -600);  // truncated toward zero
+    EXPECT_EQ(info->aWindows[1]->dCenter, -600.7);
     EXPECT_EQ(info->nWindowCenter, 0);
     EXPECT_EQ(info->nFlags & 3, 3);
+
+    // An empty centre is absent; a width below 1 is no width: the defaults stay.
+    auto empty = Read(cat({elem(0x0028, 0x1050, "DS", ""), elem(0x0028, 0x1051, "DS", "0.5")}));
+    EXPECT_EQ(empty->nWindowCenter, 2048);
+    EXPECT_EQ(empty->nWindowWidth, 4096);
+    EXPECT_EQ(empty->nFlags & 3, 0);
+    EXPECT_EQ(empty->aEmptyNumberElements, std::vector<uint32_t>{0x00281050});
 }
 
 TEST(InfoRecord, DisplaysLinkedAttributes)
