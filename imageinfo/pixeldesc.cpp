@@ -104,7 +104,6 @@ namespace {
 // endian.
 struct FragmentWalk {
     ByteCursor cursor;
-    uint32_t offset = 0;  // of the current fragment's item, from the first one
     bool next(uint32_t& length, bool& endsFrame)
     {
         uint16_t group, element;
