@@ -262,6 +262,20 @@ struct DICOMINFO : public CDicomInfoStatics {
 
     // Number of entries pFrameOffsets holds (0 when none).
     int nFrameOffsetCount = 0;
+    // The window and rescale values as the object gives them: the integer
+    // fields above hold them truncated (40.5 as 40), these keep them exact.
+    // Assigned wherever their integer fields are; no integer field holds the
+    // slope (0028,1053).
+    double dWindowCenter = 2048.0;
+    double dWindowWidth = 4096.0;
+    double dRescaleIntercept = 0.0;
+    double dRescaleSlope = 1.0;
+    // The VOI LUT: the first item of (0028,3010), descriptor (0028,3002) and
+    // data (0028,3006), read as the modality LUT is.
+    CModalityLutDesc VoiLut;
+    // Elements present with an empty value (group << 16 | element) among
+    // those the record takes a number from; reading treats them as absent.
+    std::vector<uint32_t> aEmptyNumberElements;
 
     // --- the record's own operations (inforecord.cpp)
     // Every scalar field, in declaration order; count in fieldCount.
@@ -396,6 +410,13 @@ protected:
     void GetInfoFromGroup0020(const CDicomItem* data);
     void GetInfoFromGroup0028(const CDicomItem* data);
     void GetInfoFromPixelRatio(const CDicomItem* data);
+    // Enhanced multi-frame objects (PS3.3 C.7.6.16): what the top level
+    // lacks, from the shared functional groups, else the first frame's.
+    void GetInfoFromFunctionalGroups(const CDicomItem* data);
+    // (0028,1050) to (0028,1055) of a data set or functional group item.
+    void ReadWindowAndRescale(const CDicomItem* from);
+    // A LUT sequence's first item into lut.
+    void ReadLutSequence(const CDicomItem* from, int element, CModalityLutDesc& lut) const;
     void ValidatePhotometric();
     void ValidateDates();
     void SpecialCTProcessing(const unsigned char* buffer, size_t size);

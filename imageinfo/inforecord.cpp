@@ -166,6 +166,10 @@ const INFOFIELD kFields[] = {
     {"bBigEndian", INFOFIELD::Int, {.n = &DICOMINFO::bBigEndian}},
     {"nPixelDataOffset", INFOFIELD::Int, {.n = &DICOMINFO::nPixelDataOffset}},
     {"sFirstRefSourceImageSOPInstanceUID", INFOFIELD::Text, {.s = &DICOMINFO::sFirstRefSourceImageSOPInstanceUID}},
+    {"dWindowCenter", INFOFIELD::Double, {.d = &DICOMINFO::dWindowCenter}},
+    {"dWindowWidth", INFOFIELD::Double, {.d = &DICOMINFO::dWindowWidth}},
+    {"dRescaleIntercept", INFOFIELD::Double, {.d = &DICOMINFO::dRescaleIntercept}},
+    {"dRescaleSlope", INFOFIELD::Double, {.d = &DICOMINFO::dRescaleSlope}},
 };
 
 // Where a link points, by the kind of field.
@@ -502,6 +506,7 @@ DICOMINFO& DICOMINFO::operator=(const DICOMINFO& other)
     aViewModifierCodes = other.aViewModifierCodes;
     PatientSpeciesCode = other.PatientSpeciesCode;
     PatientBreedCode = other.PatientBreedCode;
+    aEmptyNumberElements = other.aEmptyNumberElements;
     return *this;
 }
 
@@ -522,11 +527,14 @@ void DICOMINFO::SetCommonInfo(const DICOMINFO* source)
     sSeriesNumber = source->sSeriesNumber;
     wPixelRepresentation = source->wPixelRepresentation;
     nRescaleIntercept = source->nRescaleIntercept;
+    dRescaleIntercept = source->dRescaleIntercept;
+    dRescaleSlope = source->dRescaleSlope;
     nBitsAllocated = source->nBitsAllocated;
     nBitsStored = source->nBitsStored;
     nHighBit = source->nHighBit;
     nPhotometric = source->nPhotometric;
     nWindowWidth = source->nWindowWidth;
+    dWindowWidth = source->dWindowWidth;
     dRowSpacing = source->dRowSpacing;
     dColumnSpacing = source->dColumnSpacing;
     ModalityLut = source->ModalityLut;

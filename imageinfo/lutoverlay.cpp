@@ -36,14 +36,17 @@ std::unique_ptr<uint16_t[]> CopyWords(const uint16_t* values, uint32_t count, si
 }
 
 // The entry for a stored value: below the first mapped value the first
-// entry, past the table the last one.
-uint16_t LookUp(const uint16_t* table, uint32_t entries, uint32_t first, uint32_t index, bool firstInclusive)
+// entry, past the table the last one. Signed LUTs compare the index and the
+// first value mapped as two's complement numbers.
+uint16_t LookUp(const uint16_t* table, uint32_t entries, uint32_t first, uint32_t index, bool isSigned)
 {
     if (!table || entries == 0)
         return 0;
-    if (index < first || (firstInclusive && index == first))
+    int64_t value = isSigned ? static_cast<int32_t>(index) : static_cast<int64_t>(index);
+    int64_t start = isSigned ? static_cast<int32_t>(first) : static_cast<int64_t>(first);
+    if (value <= start)
         return table[0];
-    uint64_t offset = static_cast<uint64_t>(index) - first;
+    int64_t offset = value - start;
     if (offset >= entries)
         return table[entries - 1];
     return table[offset];
@@ -117,31 +120,55 @@ void DICOM_LUT::LoadDescriptor(const uint16_t* d, int swap)
 
 int DICOM_LUT::LoadData(const uint16_t* values, int swap, size_t available)
 {
-    if (wBits != 16)
+    if (wBits != 16 && wBits != 8)
         return 0;
     Free();
-    pData = CopyWords(values, nEntries, available, swap, 1);
-    return pData ? 1 : 0;
+    if (wBits == 16 || !values || available >= nEntries) {
+        pData = CopyWords(values, nEntries, available, swap, 1);
+        // 8-bit entries one a word: some writers put them in the high byte.
+        bool highBytes = pData && wBits == 8;
+        for (uint32_t i = 0; highBytes && i < nEntries; ++i)
+            highBytes = (pData[i] & 0xFF) == 0;
+        for (uint32_t i = 0; highBytes && i < nEntries; ++i)
+            pData[i] = static_cast<uint16_t>(pData[i] >> 8);
+        return pData ? 1 : 0;
+    }
+    // 8-bit entries packed two a word (pydicom's standard palettes, dcmquant):
+    // entry 2k is the low byte of word k.
+    if (available * 2 < nEntries)
+        return 0;
+    pData.reset(new uint16_t[static_cast<size_t>(nEntries) + 1]());
+    for (uint32_t i = 0; i < nEntries; ++i)
+        pData[i] = static_cast<uint16_t>((WordAt(values, i / 2, swap) >> (8 * (i % 2))) & 0xFF);
+    return 1;
 }
 
 bool DICOM_LUT::SegmentWalk::next(uint16_t& out)
 {
     if (read >= available)
         return false;
-    out = WordAt(values, read++, swap);
+    if (bytes) {
+        out = static_cast<uint16_t>((WordAt(values, read / 2, swap) >> (8 * (read % 2))) & 0xFF);
+        ++read;
+    } else {
+        out = WordAt(values, read++, swap);
+    }
     return true;
 }
 
 // PS3.3 C.7.9.2: segment types 0 (discrete), 1 (linear) and 2 (indirect).
 int DICOM_LUT::LoadSegmentedData(const uint16_t* values, int swap, size_t available)
 {
-    if (wBits != 16)
+    if (wBits != 16 && wBits != 8)
         return 0;
     Free();
     if (!values)
         return 0;
     pData.reset(new uint16_t[static_cast<size_t>(nEntries) + 1]());
-    SegmentWalk walk{values, available, 0, swap};
+    // With 8-bit entries every opcode, length and value is one byte (the
+    // standard palettes of PS3.6 Annex B).
+    bool bytes = wBits == 8;
+    SegmentWalk walk{values, bytes ? available * 2 : available, 0, swap, bytes};
     uint32_t written = 0;
     while (written < nEntries) {
         uint16_t opcode;
@@ -185,7 +212,14 @@ bool DICOM_LUT::LoadSegmentDirect(uint16_t opcode, SegmentWalk& walk, uint32_t& 
     for (int32_t k = 1; k <= steps; ++k) {
         if (written >= nEntries)
             return false;
-        int64_t step = (static_cast<int64_t>(y1 - y0) * k + steps / 2) / steps;
+        // The nearest value, a half to the even neighbour, in both
+        // directions (as pydicom expands them): rounding half up before a
+        // truncating division put every value of a descending ramp one high.
+        int64_t scaled = static_cast<int64_t>(y1 - y0) * k;
+        int64_t step = scaled / steps, rest = scaled % steps;
+        int64_t twice = 2 * (rest < 0 ? -rest : rest);
+        if (twice > steps || (twice == steps && (y0 + step) % 2 != 0))
+            step += scaled < 0 ? -1 : 1;
         pData[written++] = static_cast<uint16_t>(y0 + step);
     }
     return true;
@@ -197,9 +231,11 @@ bool DICOM_LUT::LoadSegmentIndirect(SegmentWalk& walk, uint32_t& written)
     if (!walk.next(count) || !walk.next(low) || !walk.next(high))
         return false;
     size_t byteOffset = static_cast<size_t>(high) * 65536 + low;
-    if (byteOffset % 2 != 0 || byteOffset / 2 > walk.available)
+    if (byteOffset % 2 != 0 || byteOffset / 2 > walk.available / (walk.bytes ? 2 : 1))
         return false;
-    SegmentWalk repeat{walk.values + byteOffset / 2, walk.available - byteOffset / 2, 0, walk.swap};
+    // The repeated segments start on a word; in bytes the walk counts from there.
+    size_t skipped = walk.bytes ? byteOffset : byteOffset / 2;
+    SegmentWalk repeat{walk.values + byteOffset / 2, walk.available - skipped, 0, walk.swap, walk.bytes};
     for (uint32_t i = 0; i < count; ++i) {
         uint16_t opcode;
         if (!repeat.next(opcode) || !LoadSegmentDirect(opcode, repeat, written))
@@ -226,8 +262,10 @@ int DICOM_LUT::FillTable(uint8_t* out, uint32_t count) const
 {
     if (!pData || !out)
         return 0;
+    // The entry's most significant 8 bits.
+    int shift = wBits > 8 ? wBits - 8 : 0;
     for (uint32_t i = 0; i < count; ++i)
-        out[i] = static_cast<uint8_t>(GetEntry(i) >> 8);
+        out[i] = static_cast<uint8_t>(GetEntry(i) >> shift);
     return 1;
 }
 
@@ -240,6 +278,7 @@ CModalityLutDesc& CModalityLutDesc::operator=(const CModalityLutDesc& other)
     nEntries = other.nEntries;
     nFirstMapped = other.nFirstMapped;
     nBits = other.nBits;
+    bSignedFirstMapped = other.bSignedFirstMapped;
     // A source without entries leaves none behind: the old ones described
     // another LUT.
     pData.reset();
@@ -248,12 +287,15 @@ CModalityLutDesc& CModalityLutDesc::operator=(const CModalityLutDesc& other)
     return *this;
 }
 
-void CModalityLutDesc::LoadDescriptor(const uint16_t* d, int swap)
+void CModalityLutDesc::LoadDescriptor(const uint16_t* d, int swap, bool signedFirst)
 {
     if (!d)
         return;
     nEntries = WordAt(d, 0, swap);
     nFirstMapped = WordAt(d, 1, swap);
+    bSignedFirstMapped = signedFirst;
+    if (signedFirst)
+        nFirstMapped = static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(nFirstMapped)));
     nBits = WordAt(d, 2, swap);
     if (nEntries == 0)
         nEntries = 65536;
@@ -270,7 +312,7 @@ int CModalityLutDesc::LoadData(const uint16_t* values, int swap, size_t availabl
 
 uint16_t CModalityLutDesc::GetEntry(uint32_t index) const
 {
-    return LookUp(pData.get(), nEntries, nFirstMapped, index, true);
+    return LookUp(pData.get(), nEntries, nFirstMapped, index, bSignedFirstMapped);
 }
 
 bool CModalityLutDesc::FillTable(uint16_t* out, uint32_t count) const

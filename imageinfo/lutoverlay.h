@@ -2,8 +2,10 @@
 // Windows, LUTs and overlays: what a viewer needs to turn stored pixel values
 // into displayed ones and to draw overlay planes (groups 6000 to 601E).
 //
-// All LUT data are 16-bit words: a LUT whose descriptor announces another
-// number of bits per entry is described but holds no data.
+// LUT data are held as 16-bit words. Palettes take 8- and 16-bit entries
+// (PS3.3 C.7.6.3.1.5), an 8-bit entry held in the low byte; the modality LUT
+// takes 16-bit entries. A LUT whose descriptor announces another number of
+// bits per entry is described but holds no data.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -20,6 +22,9 @@ struct WINDOW {
     std::u16string sExplanation;
     int nCenter = 0;
     int nWidth = 0;
+    // The same values exact, as the object gives them.
+    double dCenter = 0.0;
+    double dWidth = 0.0;
 };
 
 // One overlay plane as read into the image record. pData owns a copy of
@@ -57,9 +62,11 @@ struct DICOM_LUT {
     // d holds the three descriptor values: entries (0 meaning 65536), first
     // mapped value, bits per entry.
     void LoadDescriptor(const uint16_t* d, int swap);
-    // The loaders read nEntries words (plain) or walk segments; available is
-    // the number of 16-bit words that values holds, and nothing is read
-    // beyond it. They return 1 when data were loaded.
+    // The loaders read nEntries entries (plain) or walk segments; available
+    // is the number of 16-bit words that values holds, and nothing is read
+    // beyond it. They return 1 when data were loaded. 8-bit entries come one
+    // a word or packed two a word, as the value's length tells; 8-bit
+    // segmented data are a stream of bytes.
     int LoadData(const uint16_t* values, int swap, size_t available = SIZE_MAX);
     int LoadSegmentedData(const uint16_t* values, int swap, size_t available = SIZE_MAX);
     uint16_t GetEntry(uint32_t index) const;
@@ -74,9 +81,10 @@ struct DICOM_LUT {
 protected:
     struct SegmentWalk {
         const uint16_t* values;
-        size_t available;  // words in values
-        size_t read;       // next word to read
+        size_t available;  // units in values
+        size_t read;       // next unit to read
         int swap;
+        bool bytes;  // units are bytes (8-bit entries), not words
         bool next(uint16_t& out);
     };
     bool LoadSegmentDirect(uint16_t opcode, SegmentWalk& walk, uint32_t& written);
@@ -91,7 +99,11 @@ public:
     CModalityLutDesc& operator=(const CModalityLutDesc& other);
     virtual ~CModalityLutDesc() = default;
 
-    void LoadDescriptor(const uint16_t* d, int swap);
+    // PS3.3 C.11.1.1.1: with signed stored pixel values (Pixel
+    // Representation 1) the first value mapped is signed; signedFirst reads
+    // it so. nFirstMapped then holds it as a 32-bit two's complement, and
+    // GetEntry takes its index, a stored value, as one too.
+    void LoadDescriptor(const uint16_t* d, int swap, bool signedFirst = false);
     // available: the number of 16-bit words values holds.
     int LoadData(const uint16_t* values, int swap, size_t available = SIZE_MAX);
     const uint16_t* GetData() const { return pData.get(); }
@@ -100,12 +112,14 @@ public:
     bool FillTable(uint16_t* out, uint32_t count) const;
     uint32_t GetSize() const { return nEntries; }
     uint32_t GetFirstEntry() const { return nFirstMapped; }
+    bool IsFirstEntrySigned() const { return bSignedFirstMapped; }
     uint32_t GetBitsNumber() const { return nBits; }
 
     uint32_t nEntries = 0;
     uint32_t nFirstMapped = 0;
     uint32_t nBits = 0;
     std::unique_ptr<uint16_t[]> pData;
+    bool bSignedFirstMapped = false;
 };
 
 struct OVERLAY_RECT {

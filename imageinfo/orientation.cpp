@@ -1,7 +1,10 @@
 // Patient orientation labels and slice geometry.
 #include "imageinfo/orientation.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <cstdlib>
 
 #include "platform/text.h"
@@ -58,21 +61,23 @@ std::u16string Negated(const std::u16string& value)
     return u"-" + text;
 }
 
+// PS3.3 C.7.6.1.1.1: an oblique direction lists its letters from the
+// principal (largest) component down; components of 0.01 or less add none.
+// Equal components keep the x, y, z order.
 std::u16string Label(double x, double y, double z)
 {
+    struct Axis {
+        double value;
+        char16_t positive, negative;
+    } axes[3] = {{x, u'L', u'R'}, {y, u'P', u'A'}, {z, u'H', u'F'}};
+    std::stable_sort(std::begin(axes), std::end(axes),
+                     [](const Axis& a, const Axis& b) { return std::fabs(a.value) > std::fabs(b.value); });
     std::u16string label;
-    if (x > 0.01)
-        label += u'L';
-    else if (x < -0.01)
-        label += u'R';
-    if (y > 0.01)
-        label += u'P';
-    else if (y < -0.01)
-        label += u'A';
-    if (z > 0.01)
-        label += u'H';
-    else if (z < -0.01)
-        label += u'F';
+    for (const Axis& axis : axes)
+        if (axis.value > 0.01)
+            label += axis.positive;
+        else if (axis.value < -0.01)
+            label += axis.negative;
     return label;
 }
 
@@ -194,15 +199,16 @@ bool CPatientOrientation::UpdateImagePosition(std::u16string& position, const st
         s[i] = static_cast<float>(NumberOf(GetField(spacing, u'\\', i)));
     if (s[0] == 0.0f || s[1] == 0.0f)
         return false;
-    // Along the row vector by the first spacing value, along the column
-    // vector by the second; for square pixels both pairings agree.
+    // PS3.3 C.7.6.2.1.1: Pixel Spacing is the spacing between rows, then
+    // between columns. Along a row (the row vector) pixels lie one column
+    // spacing apart, down a column one row spacing apart.
     Transform t = TransformOf(transform);
     if (t.invertRows)
         for (int i = 0; i < 3; ++i)
-            p[i] += static_cast<float>(width - 1) * s[0] * o[i];
+            p[i] += static_cast<float>(width - 1) * s[1] * o[i];
     if (t.invertColumns)
         for (int i = 0; i < 3; ++i)
-            p[i] += static_cast<float>(height - 1) * s[1] * o[3 + i];
+            p[i] += static_cast<float>(height - 1) * s[0] * o[3 + i];
     if (!t.invertRows && !t.invertColumns)
         return false;
     position = FormatWide("%g\\%g\\%g", p[0], p[1], p[2]);

@@ -95,6 +95,68 @@ void DICOMINFO::GetInfoFromPixelRatio(const CDicomItem* data)
     }
 }
 
+namespace {
+
+// The fragments of encapsulated pixel data from the cursor on (right after
+// the Basic Offset Table), up to the sequence delimiter or the end of the
+// bytes: how many, and how many end a JPEG or JPEG 2000 codestream (EOI/EOC
+// FFD9, perhaps padded with one zero byte). Fragment headers are little
+// endian.
+struct FragmentWalk {
+    ByteCursor cursor;
+    bool next(uint32_t& length, bool& endsFrame)
+    {
+        uint16_t group, element;
+        if (!cursor.peekUint16LE(0, group) || !cursor.peekUint16LE(2, element) || !cursor.peekUint32LE(4, length) ||
+            group != 0xFFFE || element != 0xE000 || !cursor.skip(8) || !cursor.has(length))
+            return false;
+        const unsigned char* value = cursor.here();
+        uint32_t end = length >= 3 && value[length - 1] == 0 ? length - 1 : length;
+        endsFrame = end >= 2 && value[end - 2] == 0xFF && value[end - 1] == 0xD9;
+        cursor.skip(length);
+        return true;
+    }
+};
+
+// Frame offsets from the fragments: one fragment a frame when they are as
+// many as the frames; otherwise a frame ends with each fragment that ends a
+// codestream, when those are as many as the frames. False when neither holds.
+bool FramesFromFragments(const ByteCursor& start, int64_t frames, uint32_t* offsets)
+{
+    if (frames == 1) {  // the one frame starts with the first fragment
+        offsets[0] = 0;
+        return true;
+    }
+    FragmentWalk walk{start};
+    int64_t fragments = 0, ends = 0;
+    uint32_t length;
+    bool endsFrame = false, lastEnds = false;
+    while (walk.next(length, endsFrame)) {
+        ++fragments;
+        ends += endsFrame ? 1 : 0;
+        lastEnds = endsFrame;
+    }
+    bool oneEach = fragments == frames;
+    if (!oneEach && !(fragments > frames && ends == frames && lastEnds))
+        return false;
+    walk = FragmentWalk{start};
+    int64_t frame = 0;
+    uint64_t running = 0;
+    bool startsFrame = true;
+    while (frame < frames && walk.next(length, endsFrame)) {
+        if (startsFrame) {
+            if (running > UINT32_MAX)
+                return false;
+            offsets[frame++] = static_cast<uint32_t>(running);
+        }
+        startsFrame = oneEach || endsFrame;
+        running += static_cast<uint64_t>(length) + 8;
+    }
+    return frame == frames;
+}
+
+}  // namespace
+
 int DICOMINFO::GetFramesOffsetTable(const unsigned char* value, size_t available)
 {
     pFrameOffsets.reset();
@@ -128,31 +190,8 @@ int DICOMINFO::GetFramesOffsetTable(const unsigned char* value, size_t available
                          : cursor.readUint16LE(group) && cursor.readUint16LE(element) && cursor.readUint32LE(length);
     if (!ok || group != 0xFFFE || element != 0xE000)
         return 0;
-    if (length == 0) {
-        // No Basic Offset Table: one fragment per frame is assumed.
-        pFrameOffsets[0] = 0;
-        int64_t found = 1;
-        uint32_t running = 0;
-        for (int64_t i = 1; i < frames; ++i) {
-            uint16_t itemGroup, itemElement;
-            uint32_t itemLength;
-            if (!cursor.peekUint16LE(0, itemGroup) || !cursor.peekUint16LE(2, itemElement) ||
-                !cursor.peekUint32LE(4, itemLength))
-                break;
-            if (itemGroup == 0xFFFE && itemElement == 0xE000) {
-                running += itemLength + 8;
-                pFrameOffsets[i] = running;
-                ++found;
-                if (!cursor.skip(8) || !cursor.skip(itemLength))
-                    break;
-            } else if (!cursor.skip(8)) {
-                break;
-            }
-        }
-        return found == frames ? 1 : 0;
-    }
     uint32_t count = length / 4;
-    if (length < 4) {
+    if (length > 0 && length < 4) {
         std::u16string maker = sManufacturer.substr(0, 7);
         for (char16_t& c : maker)
             if (c >= u'a' && c <= u'z')
@@ -162,17 +201,22 @@ int DICOMINFO::GetFramesOffsetTable(const unsigned char* value, size_t available
             return 0;
         }
     }
-    if (static_cast<int64_t>(count) != frames || !cursor.has(static_cast<size_t>(count) * 4))
-        return 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        uint32_t entry = 0;
-        if (bBigEndian)
-            cursor.readUint32BE(entry);
-        else
-            cursor.readUint32LE(entry);
-        pFrameOffsets[i] = entry;
+    if (length >= 4 && static_cast<int64_t>(count) == frames && cursor.has(static_cast<size_t>(count) * 4)) {
+        for (uint32_t i = 0; i < count; ++i) {
+            uint32_t entry = 0;
+            if (bBigEndian)
+                cursor.readUint32BE(entry);
+            else
+                cursor.readUint32LE(entry);
+            pFrameOffsets[i] = entry;
+        }
+        return 1;
     }
-    return 1;
+    // PS3.5 A.4: an empty Basic Offset Table, or one that does not hold one
+    // entry a frame, leaves the frames to be found among the fragments.
+    if (!cursor.skip(length))
+        return 0;
+    return FramesFromFragments(cursor, frames, pFrameOffsets.get()) ? 1 : 0;
 }
 
 ZOOM_SIZE DICOMINFO::CalcZoomSize(ZOOM_SIZE box) const

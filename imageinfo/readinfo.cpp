@@ -2,11 +2,13 @@
 // element tree and values are copied out group by group. The pixel data are
 // never read: only their position and, for encapsulated data, the item
 // headers of the offset table and fragments.
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
 #include "dicomdata/bytecursor.h"
 #include "dicomdata/dicomitem.h"
+#include "dicomdata/tagtable.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/orientation.h"
 #include "platform/datainmemory.h"
@@ -23,6 +25,14 @@ float StringToFloat(const std::u16string& text)
 {
     std::string ascii = WideToAscii(Trim(text));
     return std::strtof(ascii.c_str(), nullptr);
+}
+
+// The exact number a decimal string gives; 0 when the text is no number.
+double StringToDouble(const std::u16string& text)
+{
+    std::string ascii = WideToAscii(Trim(text));
+    double value = std::strtod(ascii.c_str(), nullptr);
+    return std::isfinite(value) ? value : 0.0;
 }
 
 // Truncation toward zero of a float, kept inside the int range.
@@ -71,6 +81,38 @@ void ReadIS(const CDicomItem* data, int group, int element, int& field)
     int value;
     if (item && item->GetTagValueForIS(value, 0))
         field = value;
+}
+
+// PS3.5 7.4: an element of zero length (or, for text, only padding) has no
+// value. Where the record takes a number from an element, such an element
+// counts as absent: several vendors write empty Window Center and Width into
+// their JPEG objects, and a width of 0 is no window (PS3.3 C.11.2.1.2).
+bool HasEmptyValue(const CDicomItem* item)
+{
+    if (!item || item->GetDataSize() < 0)
+        return false;
+    if (item->GetDataSize() == 0 || !item->GetData())
+        return true;
+    std::u16string text;
+    return CTagTable::IsString(AsciiToWide(item->GetVR())) && item->GetTagValue(text) && Trim(text).empty();
+}
+
+// The elements of the data set whose numbers the record takes.
+constexpr uint32_t kNumberElements[] = {
+    0x00082142, 0x00082143, 0x00082144, 0x00180050, 0x00180088, 0x00181063, 0x00181066, 0x00181114,
+    0x00181164, 0x00200032, 0x00200037, 0x00201002, 0x00280002, 0x00280006, 0x00280008, 0x00280010,
+    0x00280011, 0x00280030, 0x00280034, 0x00280100, 0x00280101, 0x00280102, 0x00280103, 0x00280120,
+    0x00281050, 0x00281051, 0x00281052, 0x00281053,
+};
+
+// The first value of a decimal string element as text; false when the
+// element is absent or that value is empty.
+bool FirstDecimal(const CDicomItem* from, int group, int element, std::u16string& all, std::u16string& first)
+{
+    if (!from->GetTagValue(group, element, all))
+        return false;
+    first = Trim(GetField(all, u'\\', 0));
+    return !first.empty();
 }
 
 // A LUT element's words: the value pointer and how many whole words it holds.
@@ -142,7 +184,11 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     GetInfoFromGroup0018(data);
     GetInfoFromGroup0020(data);
     GetInfoFromGroup0028(data);
+    for (uint32_t tag : kNumberElements)
+        if (HasEmptyValue(data->GetTagItem(static_cast<int>(tag >> 16), static_cast<int>(tag & 0xFFFF))))
+            aEmptyNumberElements.push_back(tag);
     GetPixelSpacing(data, dRowSpacing, dColumnSpacing);
+    GetInfoFromFunctionalGroups(data);
     if (dRowSpacing != 0.0 && dColumnSpacing != 0.0)
         nFlags |= 8;
     ReadText(data, 0x0032, 0x4000, sStudyComments);
@@ -428,21 +474,7 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
         wPixelRepresentation = word;
     ReadInt16(data, 0x0028, 0x0120, nPixelPaddingValue);
     ReadText(data, 0x0028, 0x1040, sPixelIntensityRelationship);
-    std::u16string centres, widths, explanations, text;
-    if (data->GetTagValue(0x0028, 0x1050, centres)) {
-        nWindowCenter = TruncateToInt(StringToFloat(GetField(centres, u'\\', 0)));
-        nFlags |= 1;
-    }
-    if (data->GetTagValue(0x0028, 0x1051, widths)) {
-        nWindowWidth = TruncateToInt(StringToFloat(GetField(widths, u'\\', 0)));
-        if (nWindowWidth != 0)
-            nFlags |= 2;
-    }
-    if (data->GetTagValue(0x0028, 0x1052, text))
-        nRescaleIntercept = TruncateToInt(StringToFloat(GetField(text, u'\\', 0)));
-    ReadText(data, 0x0028, 0x1054, sRescaleType);
-    data->GetTagValue(0x0028, 0x1055, explanations);
-    RegisterWindowing(explanations, centres, widths);
+    ReadWindowAndRescale(data);
 
     uint16_t descriptor[3];
     DICOM_LUT* palettes[3] = {&RedPaletteLut, &GreenPaletteLut, &BluePaletteLut};
@@ -452,14 +484,8 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
     std::u16string lossy;
     data->GetTagValue(0x0028, 0x2110, lossy);
     bLossyCompressed = EqualsNoCase(Trim(lossy), u"01") ? 1 : 0;
-    if (const CDicomItem* lut = data->GetTagItem(0x0028, 0x3000)) {
-        if (Descriptor(lut->GetSequenceChildItemMandatory(0x0028, 0x3002, 0), descriptor)) {
-            ModalityLut.LoadDescriptor(descriptor, bBigEndian);
-            Words words = WordsOf(lut->GetSequenceChildItemMandatory(0x0028, 0x3006, 0));
-            if (words.values)
-                ModalityLut.LoadData(words.values, bBigEndian, words.count);
-        }
-    }
+    ReadLutSequence(data, 0x3000, ModalityLut);
+    ReadLutSequence(data, 0x3010, VoiLut);
     for (int i = 0; i < 3; ++i) {
         Words plain = WordsOf(data->GetTagItem(0x0028, 0x1201 + i));
         if (plain.values)
@@ -468,6 +494,96 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
         if (segmented.values)
             palettes[i]->LoadSegmentedData(segmented.values, bBigEndian, segmented.count);
     }
+}
+
+void DICOMINFO::ReadWindowAndRescale(const CDicomItem* from)
+{
+    std::u16string centres, widths, explanations, text, first;
+    if (FirstDecimal(from, 0x0028, 0x1050, centres, first)) {
+        nWindowCenter = TruncateToInt(StringToFloat(first));
+        dWindowCenter = StringToDouble(first);
+        nFlags |= 1;
+    }
+    // PS3.3 C.11.2.1.2: a window is at least 1 wide; a smaller width leaves
+    // the record's default.
+    if (FirstDecimal(from, 0x0028, 0x1051, widths, first) && StringToFloat(first) >= 1.0f) {
+        nWindowWidth = TruncateToInt(StringToFloat(first));
+        dWindowWidth = StringToDouble(first);
+        nFlags |= 2;
+    }
+    if (FirstDecimal(from, 0x0028, 0x1052, text, first)) {
+        nRescaleIntercept = TruncateToInt(StringToFloat(first));
+        dRescaleIntercept = StringToDouble(first);
+    }
+    if (FirstDecimal(from, 0x0028, 0x1053, text, first))
+        dRescaleSlope = StringToDouble(first);
+    ReadText(from, 0x0028, 0x1054, sRescaleType);
+    from->GetTagValue(0x0028, 0x1055, explanations);
+    RegisterWindowing(explanations, centres, widths);
+}
+
+void DICOMINFO::ReadLutSequence(const CDicomItem* from, int element, CModalityLutDesc& lut) const
+{
+    const CDicomItem* sequence = from->GetTagItem(0x0028, element);
+    if (!sequence)
+        return;
+    const CDicomItem* lutDescriptor = sequence->GetSequenceChildItemMandatory(0x0028, 0x3002, 0);
+    uint16_t descriptor[3];
+    if (!Descriptor(lutDescriptor, descriptor))
+        return;
+    // PS3.3 C.11.1.1.1: the first value mapped has the sign of the stored
+    // values (SS in explicit VR).
+    lut.LoadDescriptor(descriptor, bBigEndian, wPixelRepresentation == 1 || lutDescriptor->GetVR() == "SS");
+    Words words = WordsOf(sequence->GetSequenceChildItemMandatory(0x0028, 0x3006, 0));
+    if (words.values)
+        lut.LoadData(words.values, bBigEndian, words.count);
+}
+
+namespace {
+
+// The first item of a functional group macro (group, element): from the
+// Shared Functional Groups Sequence, else from the first item of the
+// Per-frame Functional Groups Sequence (PS3.3 C.7.6.16).
+const CDicomItem* FunctionalGroup(const CDicomItem* data, int group, int element)
+{
+    for (int sequence : {0x9229, 0x9230})
+        if (const CDicomItem* frame = data->GetSequenceItem(0x5200, sequence))
+            if (const CDicomItem* macro = frame->GetSequenceItem(group, element))
+                return macro;
+    return nullptr;
+}
+
+}  // namespace
+
+void DICOMINFO::GetInfoFromFunctionalGroups(const CDicomItem* data)
+{
+    if (!data || (!data->GetTagItem(0x5200, 0x9229) && !data->GetTagItem(0x5200, 0x9230)))
+        return;
+    if (const CDicomItem* measures = FunctionalGroup(data, 0x0028, 0x9110)) {  // Pixel Measures
+        if (dRowSpacing == 0.0 || dColumnSpacing == 0.0)
+            GetPixelSpacing(measures, dRowSpacing, dColumnSpacing);
+        if (sSliceThickness.empty())
+            ReadText(measures, 0x0018, 0x0050, sSliceThickness);
+        if (sSpacingBetweenSlices.empty())
+            ReadText(measures, 0x0018, 0x0088, sSpacingBetweenSlices);
+    }
+    const CDicomItem* position = FunctionalGroup(data, 0x0020, 0x9113);  // Plane Position (Patient)
+    if (position && sImagePositionPatient.empty())
+        ReadText(position, 0x0020, 0x0032, sImagePositionPatient);
+    const CDicomItem* orientation = FunctionalGroup(data, 0x0020, 0x9116);  // Plane Orientation (Patient)
+    if (orientation && sImageOrientationPatient.empty())
+        ReadText(orientation, 0x0020, 0x0037, sImageOrientationPatient);
+    // Frame VOI LUT and Pixel Value Transformation: the window and rescale
+    // where the top level gives none.
+    const CDicomItem* voi = FunctionalGroup(data, 0x0028, 0x9132);
+    if (voi && (nFlags & 3) == 0) {
+        ReadWindowAndRescale(voi);
+        if (!VoiLut.IsDataPresent())
+            ReadLutSequence(voi, 0x3010, VoiLut);
+    }
+    const CDicomItem* rescale = FunctionalGroup(data, 0x0028, 0x9145);
+    if (rescale && !data->GetTagItem(0x0028, 0x1052) && !data->GetTagItem(0x0028, 0x1053))
+        ReadWindowAndRescale(rescale);
 }
 
 void DICOMINFO::RegisterWindowing(const std::u16string& explanations, const std::u16string& centres,
@@ -486,6 +602,8 @@ void DICOMINFO::RegisterWindowing(const std::u16string& explanations, const std:
         auto window = std::make_unique<WINDOW>();
         window->nCenter = centre;
         window->nWidth = width;
+        window->dCenter = StringToDouble(GetField(centres, u'\\', i));
+        window->dWidth = StringToDouble(GetField(widths, u'\\', i));
         window->sExplanation = Trim(GetField(explanations, u'\\', i));
         if (window->sExplanation.empty()) {
             // The translation is a format text with one integer placeholder;
@@ -561,14 +679,20 @@ void DICOMINFO::ValidateDates()
 
 void DICOMINFO::ValidatePhotometric()
 {
-    if (nPhotometric != MONOCHROME1 && nPhotometric != MONOCHROME2)
+    // Colour images carry no rescale: their stored values are shown as they are.
+    if (nPhotometric != MONOCHROME1 && nPhotometric != MONOCHROME2) {
         nRescaleIntercept = 0;
+        dRescaleIntercept = 0.0;
+        dRescaleSlope = 1.0;
+    }
     if (nPhotometric == YBR_FULL_422 && wPlanarConfiguration == 1)
         wPlanarConfiguration = 0;
     if (nPhotometric == RGB) {
         nFlags &= ~3;
         nWindowCenter = 128;
         nWindowWidth = 256;
+        dWindowCenter = 128.0;
+        dWindowWidth = 256.0;
         nRescaleIntercept = 0;
     }
 }
@@ -589,6 +713,8 @@ void DICOMINFO::SpecialCTProcessing(const unsigned char* buffer, size_t size)
         nFlags |= 3;
         nWindowCenter = 400;
         nWindowWidth = 2000;
+        dWindowCenter = 400.0;
+        dWindowWidth = 2000.0;
     }
 }
 

@@ -3,8 +3,10 @@
 // record's field names.
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
+#include "dicomdata/tagtable.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/orientation.h"
 #include "platform/datetools.h"
@@ -52,12 +54,26 @@ void JsonString(std::string& out, const std::string& utf8)
     out += '"';
 }
 
+// The shortest text that reads back as the same double: 350.7, not
+// 350.69999999999999.
+std::string Exact(double value)
+{
+    if (value == std::trunc(value) && std::fabs(value) < 1e15)
+        return FormatText("%.0f", value);
+    for (int digits = 1; digits < 17; ++digits) {
+        std::string text = FormatText("%.*g", digits, value);
+        if (std::strtod(text.c_str(), nullptr) == value)
+            return text;
+    }
+    return FormatText("%.17g", value);
+}
+
 void JsonNumber(std::string& out, double value)
 {
     if (!std::isfinite(value))
         out += "null";
     else
-        out += FormatText("%.17g", value);
+        out += Exact(value);
 }
 
 class JsonObject {
@@ -113,6 +129,14 @@ void JsonArray(std::string& out, const T* values, int count)
     out += ']';
 }
 
+// The first value mapped, negative when the LUT maps signed stored values.
+long long FirstMapped(const CModalityLutDesc& lut)
+{
+    if (lut.IsFirstEntrySigned())
+        return static_cast<int32_t>(lut.nFirstMapped);
+    return lut.nFirstMapped;
+}
+
 std::string ToJson(const DICOMINFO& info)
 {
     std::string out;
@@ -146,6 +170,11 @@ std::string ToJson(const DICOMINFO& info)
         JsonArray(o.Key("pFrameIncrementPointers"), info.pFrameIncrementPointers.get(),
                   info.nFrameIncrementPointerCount);
         JsonArray(o.Key("pFrameOffsets"), info.pFrameOffsets.get(), info.nFrameOffsetCount);
+        std::string& empty = o.Key("aEmptyNumberElements");
+        empty += '[';
+        for (size_t i = 0; i < info.aEmptyNumberElements.size(); ++i)
+            JsonString(empty += i ? "," : "", FormatText("%08X", info.aEmptyNumberElements[i]));
+        empty += ']';
         JsonCode(o.Key("ViewCode"), info.ViewCode);
         JsonCodes(o.Key("aViewModifierCodes"), info.aViewModifierCodes);
         JsonCode(o.Key("PatientSpeciesCode"), info.PatientSpeciesCode);
@@ -160,6 +189,8 @@ std::string ToJson(const DICOMINFO& info)
             w.Text("sExplanation", info.aWindows[i]->sExplanation);
             w.Int("nCenter", info.aWindows[i]->nCenter);
             w.Int("nWidth", info.aWindows[i]->nWidth);
+            JsonNumber(w.Key("dCenter"), info.aWindows[i]->dCenter);
+            JsonNumber(w.Key("dWidth"), info.aWindows[i]->dWidth);
         }
         windows += ']';
         std::string& overlays = o.Key("overlays");
@@ -181,12 +212,14 @@ std::string ToJson(const DICOMINFO& info)
             v.Int("nDataSize", ov.nDataSize);
         }
         overlays += ']';
-        {
-            JsonObject m(o.Key("ModalityLut"));
-            m.Int("nEntries", info.ModalityLut.nEntries);
-            m.Int("nFirstMapped", info.ModalityLut.nFirstMapped);
-            m.Int("nBits", info.ModalityLut.nBits);
-            m.Bool("bDataPresent", info.ModalityLut.IsDataPresent());
+        const std::pair<const char*, const CModalityLutDesc*> luts[] = {{"ModalityLut", &info.ModalityLut},
+                                                                        {"VoiLut", &info.VoiLut}};
+        for (const auto& [name, lut] : luts) {
+            JsonObject m(o.Key(name));
+            m.Int("nEntries", lut->nEntries);
+            m.Int("nFirstMapped", FirstMapped(*lut));
+            m.Int("nBits", lut->nBits);
+            m.Bool("bDataPresent", lut->IsDataPresent());
         }
         const std::pair<const char*, const DICOM_LUT*> palettes[] = {{"RedPaletteLut", &info.RedPaletteLut},
                                                                     {"GreenPaletteLut", &info.GreenPaletteLut},
@@ -231,9 +264,19 @@ void Line(std::string& out, const char* label, const std::string& value)
     out += FormatText("  %-22s %s\n", label, value.c_str());
 }
 
-std::string LutLine(uint32_t entries, uint32_t first, uint32_t bits, bool data)
+std::string LutLine(uint32_t entries, long long first, uint32_t bits, bool data)
 {
-    return FormatText("%u entries from %u, %u bits, %s", entries, first, bits, data ? "data loaded" : "no data");
+    return FormatText("%u entries from %lld, %u bits, %s", entries, first, bits, data ? "data loaded" : "no data");
+}
+
+
+void PaletteLines(std::string& out, const DICOMINFO& info)
+{
+    const std::pair<const char*, const DICOM_LUT*> palettes[] = {
+        {"red palette", &info.RedPaletteLut}, {"green palette", &info.GreenPaletteLut},
+        {"blue palette", &info.BluePaletteLut}};
+    for (const auto& [name, lut] : palettes)
+        Line(out, name, LutLine(lut->nEntries, lut->nFirstMapped, lut->wBits, lut->pData != nullptr));
 }
 
 std::string ToText(const char* path, const DICOMINFO& info)
@@ -265,6 +308,9 @@ std::string ToText(const char* path, const DICOMINFO& info)
         // A report, plan or other object without Rows and Columns: the
         // record's pixel, display and orientation defaults describe nothing.
         Line(out, "image", "none (the object has no Rows and Columns)");
+        // A Color Palette object is its LUTs.
+        if (info.RedPaletteLut.pData || info.GreenPaletteLut.pData || info.BluePaletteLut.pData)
+            PaletteLines(out, info);
         return out;
     }
     Line(out, "size", FormatText("%d columns x %d rows, %d frame(s)", info.nColumns, info.nRows,
@@ -278,20 +324,30 @@ std::string ToText(const char* path, const DICOMINFO& info)
     Line(out, "aspect ratio", FormatText("%d:%d", info.nPixelAspectRatioV, info.nPixelAspectRatioH));
     Line(out, "pixel data offset", FormatText("%d", info.nPixelDataOffset));
     out += "Display\n";
-    Line(out, "window", FormatText("centre %d, width %d%s", info.nWindowCenter, info.nWindowWidth,
-                                   (info.nFlags & 3) == 3 ? "" : " (default)"));
+    // The record's integers, then the exact values they were truncated from.
+    Line(out, "window", FormatText("centre %d, width %d%s (exact %s, %s)", info.nWindowCenter, info.nWindowWidth,
+                                   (info.nFlags & 3) == 3 ? "" : " (default)", Exact(info.dWindowCenter).c_str(),
+                                   Exact(info.dWindowWidth).c_str()));
     for (const auto& window : info.aWindows)
-        Line(out, "  alternative", FormatText("%s: centre %d, width %d", U8(window->sExplanation).c_str(),
-                                              window->nCenter, window->nWidth));
-    Line(out, "rescale", FormatText("intercept %d %s", info.nRescaleIntercept, U8(info.sRescaleType).c_str()));
-    Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, info.ModalityLut.nFirstMapped,
+        Line(out, "  alternative", FormatText("%s: centre %d, width %d (exact %s, %s)",
+                                              U8(window->sExplanation).c_str(), window->nCenter, window->nWidth,
+                                              Exact(window->dCenter).c_str(), Exact(window->dWidth).c_str()));
+    Line(out, "rescale", FormatText("intercept %d (exact %s), slope %s %s", info.nRescaleIntercept,
+                                    Exact(info.dRescaleIntercept).c_str(), Exact(info.dRescaleSlope).c_str(),
+                                    U8(info.sRescaleType).c_str()));
+    // Elements the file holds without a value: the record kept its defaults.
+    for (uint32_t tag : info.aEmptyNumberElements) {
+        std::u16string vr, name;
+        CTagTable::GetTagInfo(static_cast<int>(tag >> 16), static_cast<int>(tag & 0xFFFF), vr, name);
+        Line(out, "empty in the file", FormatText("(%04X,%04X) %s", tag >> 16, tag & 0xFFFF, U8(name).c_str()));
+    }
+    Line(out, "modality LUT", LutLine(info.ModalityLut.nEntries, FirstMapped(info.ModalityLut),
                                       info.ModalityLut.nBits, info.ModalityLut.IsDataPresent()));
-    const std::pair<const char*, const DICOM_LUT*> palettes[] = {
-        {"red palette", &info.RedPaletteLut}, {"green palette", &info.GreenPaletteLut},
-        {"blue palette", &info.BluePaletteLut}};
+    if (info.VoiLut.nEntries > 0)
+        Line(out, "VOI LUT", LutLine(info.VoiLut.nEntries, FirstMapped(info.VoiLut), info.VoiLut.nBits,
+                                     info.VoiLut.IsDataPresent()));
     if (info.nPhotometric == DICOMINFO::PALETTE_COLOR || info.RedPaletteLut.pData)
-        for (const auto& [name, lut] : palettes)
-            Line(out, name, LutLine(lut->nEntries, lut->nFirstMapped, lut->wBits, lut->pData != nullptr));
+        PaletteLines(out, info);
     for (const auto& overlay : info.aOverlays)
         Line(out, "overlay", FormatText("group %04X: %u x %u at row %d column %d, type %s, bit %u, %d bytes",
                                         0x6000 + overlay->nIndex, overlay->wColumns, overlay->wRows,

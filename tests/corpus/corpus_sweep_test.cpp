@@ -297,7 +297,7 @@ std::string LutData(const uint16_t* data, uint32_t entries)
 }
 
 // The image record's value for an oracle key, in the oracle's form.
-std::string RecordValue(const DICOMINFO& info, const std::string& key)
+std::string RecordValue(const DICOMINFO& info, std::string key)
 {
     int count = 0;
     const INFOFIELD* fields = DICOMINFO::GetFieldTable(count);
@@ -314,6 +314,12 @@ std::string RecordValue(const DICOMINFO& info, const std::string& key)
         case INFOFIELD::Float: return FormatText("%.9g", info.*f.member.f);
         }
     }
+    if (key == "empty") {
+        std::string out;
+        for (uint32_t tag : info.aEmptyNumberElements)
+            out += FormatText(out.empty() ? "%08X" : " %08X", tag);
+        return out.empty() ? "-" : out;
+    }
     if (key.rfind("pFrameOffsets.", 0) == 0) {
         std::string out;
         for (int i = 0; info.pFrameOffsets && i < info.nFrameOffsetCount; ++i)
@@ -329,9 +335,23 @@ std::string RecordValue(const DICOMINFO& info, const std::string& key)
         if (key == std::string(name) + ".data")
             return LutData(lut->pData.get(), lut->nEntries);
     }
-    const CModalityLutDesc& modality = info.ModalityLut;
+    const bool voi = key.rfind("VoiLut", 0) == 0;
+    const CModalityLutDesc& modality = voi ? info.VoiLut : info.ModalityLut;
+    if (voi)
+        key = "ModalityLut" + key.substr(6);
     if (key == "ModalityLut")
-        return FormatText("%u %u %u", modality.nEntries, modality.nFirstMapped, modality.nBits);
+        return FormatText("%u %lld %u", modality.nEntries,
+                          modality.IsFirstEntrySigned() ? static_cast<int32_t>(modality.nFirstMapped)
+                                                        : static_cast<long long>(modality.nFirstMapped),
+                          modality.nBits);
+    if (key.rfind("ModalityLut.map(", 0) == 0) {  // stored values, signed as written
+        std::string out, values = key.substr(16, key.size() - 17);
+        std::stringstream in(values);
+        for (std::string value; std::getline(in, value, ',');)
+            out += (out.empty() ? "" : " ") +
+                   std::to_string(modality.GetEntry(static_cast<uint32_t>(std::stoi(value))));
+        return out;
+    }
     if (key == "ModalityLut.data")
         return LutData(modality.GetData(), modality.nEntries);
     if (key.rfind("overlay.", 0) == 0) {
@@ -363,6 +383,8 @@ void CheckRecord(const std::string& path, const std::vector<std::string>& expect
         EXPECT_TRUE(same) << "record " << key << ": pydicom " << value << ", record " << actual;
         if (EndsWith(key, ".data") && value != "none")
             ++seen["lut data"];
+        if (key == "empty" && value != "-")
+            ++seen["empty values"];
         ++seen[key.substr(0, key.find('.'))];
         if (key.rfind("pFrameOffsets.", 0) == 0 && std::count(value.begin(), value.end(), ' ') > 1)
             ++seen[key + " multi-frame"];
@@ -603,9 +625,11 @@ TEST(CorpusSweep, EveryFileMeetsEveryOracle)
     }
     EXPECT_EQ(static_cast<size_t>(seen["json compared"] + seen["json skipped"]), loadable.size());
     for (const auto& [kind, least] : std::map<std::string, int>{
-             {"refused", 15}, {"raw scan elements", 1000}, {"converted", 450}, {"long values", 3}, {"dump compared", 250}, {"implicit round trip", 8},
-             {"pairs", 450}, {"text values", 100}, {"file", 40}, {"dcmtk", 1}, {"lut data", 1}, {"overlay", 1},
-             {"ModalityLut", 1}, {"RedPaletteLut", 1}, {"pFrameOffsets.native multi-frame", 1},
+             {"refused", 15}, {"raw scan elements", 1000}, {"converted", 450}, {"long values", 3}, {"dump compared", 250},
+             {"implicit round trip", 8},
+             {"pairs", 450}, {"text values", 100}, {"file", 40}, {"dcmtk", 1}, {"lut data", 30}, {"overlay", 1},
+             {"empty values", 7},
+             {"ModalityLut", 1}, {"VoiLut", 1}, {"RedPaletteLut", 1}, {"pFrameOffsets.native multi-frame", 1},
              {"pFrameOffsets.table multi-frame", 1}, {"pFrameOffsets.fragments multi-frame", 1}, {"meta", 40},
              {"no meta", 2}, {"big endian", 5}, {"not DICOM", 5}})
         EXPECT_GE(seen[kind], least) << "the sweep checked too few: " << kind;

@@ -74,8 +74,16 @@ TEST(InfoRecord, RegistersAlternativeWindows)
     EXPECT_EQ(info->aWindows[0]->nCenter, 40);
     EXPECT_EQ(info->aWindows[1]->sExplanation, u"LUNG");
     EXPECT_EQ(info->aWindows[1]->nCenter, -600);  // truncated toward zero
+    EXPECT_EQ(info->aWindows[1]->dCenter, -600.7);
     EXPECT_EQ(info->nWindowCenter, 0);
     EXPECT_EQ(info->nFlags & 3, 3);
+
+    // An empty centre is absent; a width below 1 is no width: the defaults stay.
+    auto empty = Read(cat({elem(0x0028, 0x1050, "DS", ""), elem(0x0028, 0x1051, "DS", "0.5")}));
+    EXPECT_EQ(empty->nWindowCenter, 2048);
+    EXPECT_EQ(empty->nWindowWidth, 4096);
+    EXPECT_EQ(empty->nFlags & 3, 0);
+    EXPECT_EQ(empty->aEmptyNumberElements, std::vector<uint32_t>{0x00281050});
 }
 
 TEST(InfoRecord, DisplaysLinkedAttributes)
@@ -157,12 +165,23 @@ TEST(LutsAndOverlays, Edges)
     uint16_t descriptor[3] = {0, 0, 16};
     lut.LoadDescriptor(descriptor, 0);
     EXPECT_EQ(lut.nEntries, 65536u);
-    uint16_t eightBits[3] = {256, 100, 8};
-    lut.LoadDescriptor(eightBits, 0);
+    uint16_t twelveBits[3] = {256, 100, 12};
+    lut.LoadDescriptor(twelveBits, 0);
     uint16_t values[256];
     for (int i = 0; i < 256; ++i)
         values[i] = static_cast<uint16_t>(i * 10);
-    EXPECT_EQ(lut.LoadData(values, 0, 256), 0);  // 8 bits: described, no data
+    EXPECT_EQ(lut.LoadData(values, 0, 256), 0);  // neither 8 nor 16 bits: described, no data
+    // 8-bit entries one a word (in the high byte too) or packed two a word.
+    lut.wBits = 8;
+    lut.nEntries = 4;
+    const uint16_t low[] = {1, 2, 3, 255}, high[] = {0x100, 0x200, 0x300, 0xFF00}, packed[] = {0x0201, 0xFF03};
+    for (const uint16_t* data : {low, high, packed}) {
+        ASSERT_EQ(lut.LoadData(data, 0, data == packed ? 2 : 4), 1);
+        EXPECT_EQ(lut.GetEntry(103), 255);
+        EXPECT_EQ(lut.GetEntry(101), 2);
+    }
+    EXPECT_EQ(lut.LoadData(packed, 0, 1), 0);  // fewer bytes than entries
+    lut.nEntries = 256;
     lut.wBits = 16;
     ASSERT_EQ(lut.LoadData(values, 0, 256), 1);
     EXPECT_EQ(lut.GetEntry(50), 0);
@@ -185,6 +204,17 @@ TEST(LutsAndOverlays, Edges)
     uint16_t linearFirst[] = {1, 2, 100};
     lut.nEntries = 2;
     EXPECT_EQ(lut.LoadSegmentedData(linearFirst, 0, 3), 0);
+    // 8-bit segments are bytes: discrete 255, then down to 0 in 3 steps.
+    const uint16_t descending[] = {0x0100, 0x01FF, 0x0003};
+    lut.wBits = 8;
+    lut.nEntries = 4;
+    ASSERT_EQ(lut.LoadSegmentedData(descending, 0, 3), 1);
+    const uint16_t ramp[] = {255, 170, 85, 0};
+    for (uint32_t i = 0; i < 4; ++i)
+        EXPECT_EQ(lut.GetEntry(i), ramp[i]) << i;
+    uint8_t bytes[4];
+    ASSERT_EQ(lut.FillTable(bytes, 4), 1);
+    EXPECT_EQ(bytes[1], 170);  // 8-bit entries are their own high byte
 
     CModalityLutDesc modality;
     uint16_t swapped[3] = {0x0004, 0x0100, 0x1000};
@@ -284,6 +314,8 @@ TEST(PatientOrientation, LabelsTransformsAndGeometry)
 
     EXPECT_EQ(CPatientOrientation::ImageToPatientOrientation("0.7071\\0.7071\\0\\0\\0\\-1"), u"LP\\F");
     EXPECT_EQ(CPatientOrientation::ImageToPatientOrientation("0\\0\\0\\0\\0\\0"), u"");
+    // The principal direction first (PS3.3 C.7.6.1.1.1).
+    EXPECT_EQ(CPatientOrientation::ImageToPatientOrientation("0.5\\0.866\\0\\0.1\\-0.2\\-0.97"), u"PL\\FAL");
     std::u16string cosines = u"1\\0\\0\\0\\1\\0";
     EXPECT_TRUE(CPatientOrientation::UpdateImageOrientation(cosines, 2));
     EXPECT_EQ(cosines, u"-1\\-0\\-0\\0\\1\\0");
@@ -292,6 +324,11 @@ TEST(PatientOrientation, LabelsTransformsAndGeometry)
     std::u16string position = u"0\\0\\0";
     EXPECT_TRUE(CPatientOrientation::UpdateImagePosition(position, u"1\\0\\0\\0\\1\\0", 512, 256, u"0.5\\0.5", 3));
     EXPECT_EQ(position, u"255.5\\127.5\\0");
+    // Rows 0.5 apart, columns 0.25 apart: the last column lies 511 x 0.25
+    // along the row vector, the last row 255 x 0.5 down the column vector.
+    position = u"0\\0\\0";
+    EXPECT_TRUE(CPatientOrientation::UpdateImagePosition(position, u"1\\0\\0\\0\\1\\0", 512, 256, u"0.5\\0.25", 3));
+    EXPECT_EQ(position, u"127.75\\127.5\\0");
     std::u16string spacing = u"0.3\\0.4";
     EXPECT_FALSE(CPatientOrientation::UpdatePixelSpacing(spacing, 1));
     EXPECT_TRUE(CPatientOrientation::UpdatePixelSpacing(spacing, 5));

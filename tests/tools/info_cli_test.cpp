@@ -2,11 +2,15 @@
 // names, and a one-line error for what the record cannot describe.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "imageinfo/dicominfo.h"
+#include "platform/text.h"
 #include "support/dicomwriter.h"
 #include "support/cli.h"
 
 using namespace testsupport;
+using namespace zeldicom;
 
 TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
 {
@@ -47,4 +51,75 @@ TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
     EXPECT_NE(refused.out.find("CT_small.dcm"), std::string::npos);
     EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
     EXPECT_EQ(refused.err.rfind("zeldicom info: " + data + "/test_files/README.txt: ", 0), 0u) << refused.err;
+}
+
+TEST(InfoCommand, ShowsExactValuesAndNamesEmptyOnes)
+{
+    std::string data = PydicomDataDir();
+    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    // A JPEG object whose Window Center and Width DCMTK empties, as several
+    // vendors write them: the record's default window, not 0/0.
+    std::string file = ScratchPath("empty_window.dcm");
+    ASSERT_EQ(RunShell("cp " + data + "/test_files/JPEG-lossy.dcm " + file +
+                       " && dcmodify -nb -i '(0028,1050)=' -i '(0028,1051)=' " + file).first, 0);
+    CliResult text = RunCli({"info", file});
+    ASSERT_EQ(text.status, 0) << text.err;
+    for (const char* expected :
+         {"centre 2048, width 4096 (default)", "empty in the file      (0028,1050) Window Center",
+          "empty in the file      (0028,1051) Window Width"})
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
+    CliResult json = RunCli({"info", "--json", file});
+    EXPECT_NE(json.out.find("\"aEmptyNumberElements\":[\"00281050\",\"00281051\"]"), std::string::npos) << json.out;
+
+    // Window and rescale values that are no integers: the record's integers
+    // and, beside them, the values as the file gives them.
+    ASSERT_EQ(RunShell("cp " + data + "/test_files/CT_small.dcm " + file + " && dcmodify -nb -i '(0028,1050)=40.5' "
+                       "-i '(0028,1051)=350.7' -m '(0028,1052)=-1024.25' -m '(0028,1053)=0.5' " + file).first, 0);
+    text = RunCli({"info", file});
+    for (const char* expected :
+         {"centre 40, width 350 (exact 40.5, 350.7)", "intercept -1024 (exact -1024.25), slope 0.5"})
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
+    json = RunCli({"info", "--json", file});
+    for (const char* expected : {"\"nWindowCenter\":40,", "\"dWindowCenter\":40.5,", "\"dWindowWidth\":350.7,",
+                                 "\"dRescaleIntercept\":-1024.25,", "\"dRescaleSlope\":0.5,"})
+        EXPECT_NE(json.out.find(expected), std::string::npos) << expected << "\n" << json.out;
+    std::remove(file.c_str());
+}
+
+namespace {
+// The numbers between the brackets of gdcminfo's line "label: (a,b,c)".
+std::vector<double> GdcmTriple(const std::string& out, const std::string& label)
+{
+    std::vector<double> values;
+    size_t at = out.find("\n" + label + ": (");
+    if (at == std::string::npos)
+        return values;
+    std::stringstream in(out.substr(at + label.size() + 4, out.find(')', at) - at - label.size() - 4));
+    for (std::string value; std::getline(in, value, ',');)
+        values.push_back(std::stod(value));
+    return values;
+}
+}  // namespace
+
+TEST(InfoCommand, EnhancedObjectAgreesWithGdcminfo)
+{
+    std::string data = PydicomDataDir();
+    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    // A Segmentation object: spacing and orientation in the shared functional
+    // groups, the position in the first frame's.
+    std::string seg = data + "/test_files/liver_1frame.dcm";
+    auto [status, gdcm] = RunShell("gdcminfo " + seg);
+    ASSERT_EQ(status, 0) << gdcm;
+    std::vector<double> spacing = GdcmTriple(gdcm, "Spacing"), origin = GdcmTriple(gdcm, "Origin");
+    ASSERT_EQ(spacing.size(), 3u) << gdcm;
+    ASSERT_EQ(origin.size(), 3u) << gdcm;
+    DICOMINFO info;
+    ASSERT_EQ(info.ReadFileInfo(Utf8ToUtf16(seg)), 1);
+    EXPECT_NEAR(info.dColumnSpacing, spacing[0], 1e-5);
+    EXPECT_NEAR(info.dRowSpacing, spacing[1], 1e-5);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NEAR(std::stod(Utf16ToUtf8(GetField(info.sImagePositionPatient, u'\\', i))), origin[i], 1e-4) << i;
+    CliResult text = RunCli({"info", seg});
+    EXPECT_NE(text.out.find("image position         -2.352000e+02\\-2.268000e+02\\-1.286900e+02"), std::string::npos)
+        << text.out;
 }
