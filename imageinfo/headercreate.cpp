@@ -16,19 +16,78 @@ using namespace zeldicom;
 namespace {
 
 constexpr char16_t kLatin1[] = u"ISO_IR 100";
+constexpr char16_t kUtf8[] = u"ISO_IR 192";
 constexpr char16_t kSecondaryCaptureImageStorage[] = u"1.2.840.10008.5.1.4.1.1.7";
 constexpr uint32_t kPreambleSize = 128;
 constexpr unsigned char kMagic[4] = {'D', 'I', 'C', 'M'};
 
-// Text elements of CreateHeader: the value converted for ISO_IR 100.
+// Text elements of the modality LUT sequence: ASCII, written for ISO_IR 100.
 void AddText(CDynBuffer& buffer, const char16_t* vr, uint16_t group, uint16_t element, const std::u16string& text)
 {
     DICOMINFO::AddTagByVR(buffer, vr, group, element, text, kLatin1);
 }
 
-void AddNumber(CDynBuffer& buffer, const char16_t* vr, uint16_t group, uint16_t element, int value)
+// The text elements of CreateHeader in one character set; remembers whether
+// any value was one that the set cannot hold (and so was left out).
+struct TextWriter {
+    CDynBuffer& buffer;
+    const char16_t* characterSet;
+    bool complete = true;
+
+    void operator()(const char16_t* vr, uint16_t group, uint16_t element, const std::u16string& text)
+    {
+        if (!DICOMINFO::AddTagByVR(buffer, vr, group, element, text, characterSet))
+            complete = false;
+    }
+    void Number(const char16_t* vr, uint16_t group, uint16_t element, int value)
+    {
+        (*this)(vr, group, element, AsciiToWide(FormatText("%d", value)));
+    }
+};
+
+// The Photometric Interpretation to write. GetPhotometricString leaves the
+// two YBR_FULL forms empty (the record's reader decodes them to RGB), but a
+// header written for pixels still in those forms must name them
+// (PS3.3 C.7.6.3.1.2: the attribute is Type 1).
+std::u16string PhotometricText(int photometric)
 {
-    AddText(buffer, vr, group, element, AsciiToWide(FormatText("%d", value)));
+    if (photometric == DICOMINFO::YBR_FULL)
+        return u"YBR_FULL";
+    if (photometric == DICOMINFO::YBR_FULL_422)
+        return u"YBR_FULL_422";
+    return DICOMINFO::GetPhotometricString(static_cast<DICOMINFO::PHOTOMETRIC>(photometric));
+}
+
+// PS3.4 B.5: a multi-frame capture takes the multi-frame Secondary Capture
+// class that fits its pixels (PS3.3 A.8.2 to A.8.5); the single-frame class
+// allows one frame only (PS3.3 C.8.6.2). 32-bit and rescaled pixels fit none
+// of them and keep the single-frame class with their frame count.
+std::u16string SecondaryCaptureClass(const DICOMINFO& info)
+{
+    if (info.nNumberOfFrames <= 1 || info.nRescaleIntercept != 0 || info.ModalityLut.IsDataPresent())
+        return kSecondaryCaptureImageStorage;
+    if (info.wSamplesPerPixel == 3 && info.nBitsAllocated == 8)
+        return u"1.2.840.10008.5.1.4.1.1.7.4";  // Multi-frame True Color
+    if (info.wSamplesPerPixel == 1 && info.nBitsAllocated == 8)
+        return u"1.2.840.10008.5.1.4.1.1.7.2";  // Multi-frame Grayscale Byte
+    if (info.wSamplesPerPixel == 1 && info.nBitsAllocated == 16)
+        return u"1.2.840.10008.5.1.4.1.1.7.3";  // Multi-frame Grayscale Word
+    return kSecondaryCaptureImageStorage;
+}
+
+// The Patient's Name as stored (PS3.5 6.2: components separated by "^").
+// The record's reader keeps that form in sDicomPatientName and gives
+// sPatientName with blanks for display; a name the host has changed since
+// is written as the host gave it.
+std::u16string StoredPatientName(const DICOMINFO& info)
+{
+    if (info.sDicomPatientName.empty())
+        return info.sPatientName;
+    std::u16string shown = info.sDicomPatientName;
+    for (char16_t& c : shown)
+        if (c == u'^')
+            c = u' ';
+    return shown == info.sPatientName ? info.sDicomPatientName : info.sPatientName;
 }
 
 // Several 16-bit values as one little-endian value.
@@ -68,6 +127,132 @@ bool PaletteHasData(const DICOM_LUT& lut)
     return lut.pData != nullptr && lut.nEntries > 0;
 }
 
+
+// The Secondary Capture header up to the palette LUTs (PS3.3 A.8.1).
+void WriteImageHead(const DICOMINFO& info, TextWriter& text)
+{
+    CDynBuffer& buffer = text.buffer;
+    text(u"CS", 0x0008, 0x0005, text.characterSet);
+    text(u"CS", 0x0008, 0x0008, u"DERIVED\\SECONDARY");
+    std::u16string sopClass = SecondaryCaptureClass(info);
+    bool multiFrameClass = sopClass != kSecondaryCaptureImageStorage;
+    text(u"UI", 0x0008, 0x0016, sopClass);
+    text(u"UI", 0x0008, 0x0018, info.sSOPInstanceUID);
+    text(u"DA", 0x0008, 0x0020, DICOMINFO::ConvertDateToDicom(info.lStudyDate));
+    text(u"DA", 0x0008, 0x0023, DICOMINFO::ConvertDateToDicom(info.lContentDate));
+    text(u"TM", 0x0008, 0x0030, DICOMINFO::ConvertTimeToDicom(info.lStudyTime));
+    text(u"TM", 0x0008, 0x0033, DICOMINFO::ConvertTimeToDicom(info.lContentTime));
+    text(u"SH", 0x0008, 0x0050, info.sAccessionNumber);
+    text(u"CS", 0x0008, 0x0060, info.sModality);
+    // PS3.3 C.8.6.1: Conversion Type is Type 1; the library makes workstation captures.
+    text(u"CS", 0x0008, 0x0064, u"WSD");
+    text(u"CS", 0x0008, 0x0068, info.sPresentationIntentType);
+    text(u"LO", 0x0008, 0x0070, info.sManufacturer);
+    text(u"LO", 0x0008, 0x0080, info.sInstitutionName);
+    text(u"PN", 0x0008, 0x0090, info.sReferringPhysicianName);
+    text(u"SH", 0x0008, 0x1010, info.sStationName);
+    text(u"LO", 0x0008, 0x1030, info.sStudyDescription);
+    text(u"LO", 0x0008, 0x1090, info.sManufacturerModelName);
+
+    text(u"PN", 0x0010, 0x0010, StoredPatientName(info));
+    text(u"LO", 0x0010, 0x0020, info.sPatientID);
+    text(u"DA", 0x0010, 0x0030, DICOMINFO::ConvertDateToDicom(info.lPatientBirthDate));
+    text(u"TM", 0x0010, 0x0032, u"");
+    text(u"CS", 0x0010, 0x0040, SexCode(info.sPatientSex));
+    text(u"CS", 0x0018, 0x0015, info.sBodyPartExamined);
+    // PS3.3 C.7.6.5: the frames of a multi-frame capture are a cine run.
+    if (multiFrameClass)
+        text(u"DS", 0x0018, 0x1063, AsciiToWide(FormatText("%g", static_cast<double>(info.fFrameTime))));
+
+    text(u"UI", 0x0020, 0x000D, info.sStudyInstanceUID);
+    text(u"UI", 0x0020, 0x000E, info.sSeriesInstanceUID);
+    text(u"SH", 0x0020, 0x0010, info.sStudyID);
+    text(u"IS", 0x0020, 0x0011, info.sSeriesNumber);
+    text(u"IS", 0x0020, 0x0012, info.sAcquisitionNumber);
+    text(u"IS", 0x0020, 0x0013, info.sInstanceNumber);
+    // PS3.3 C.7.6.1: Patient Orientation is Type 2C (no Image Orientation
+    // here); PS3.3 C.7.3.1: Laterality is Type 2C (empty: not known).
+    text(u"CS", 0x0020, 0x0020, info.sPatientOrientation);
+    text(u"CS", 0x0020, 0x0060, info.sLaterality);
+
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0002, info.wSamplesPerPixel);
+    text(u"CS", 0x0028, 0x0004, PhotometricText(info.nPhotometric));
+    // PS3.3 C.7.6.3.1.3: Planar Configuration is Type 1C, present for more
+    // than one sample per pixel.
+    if (info.wSamplesPerPixel > 1)
+        DICOMINFO::AddTag(buffer, 0x0028, 0x0006, info.wPlanarConfiguration);
+    // Every frame of the pixel data counts: without Number of Frames a
+    // reader sees one frame and the rest as surplus bytes (PS3.3 C.7.6.6).
+    if (info.nNumberOfFrames > 1)
+        text.Number(u"IS", 0x0028, 0x0008, info.nNumberOfFrames);
+    if (multiFrameClass) {
+        // Frame Increment Pointer: Frame Time (PS3.3 C.8.6.3).
+        const unsigned char frameTime[4] = {0x18, 0x00, 0x63, 0x10};
+        DICOMINFO::AddTagByVR(buffer, u"AT", 0x0028, 0x0009, frameTime, sizeof(frameTime));
+    }
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0010, static_cast<uint16_t>(info.nRows));
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0011, static_cast<uint16_t>(info.nColumns));
+    if (info.dRowSpacing != 0.0 && info.dColumnSpacing != 0.0)
+        text(u"DS", 0x0028, 0x0030, AsciiToWide(FormatText("%f\\%f", info.dRowSpacing, info.dColumnSpacing)));
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0100, static_cast<uint16_t>(info.nBitsAllocated));
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0101, static_cast<uint16_t>(info.nBitsStored));
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0102, static_cast<uint16_t>(info.nHighBit));
+    DICOMINFO::AddTag(buffer, 0x0028, 0x0103, info.wPixelRepresentation);
+    // PS3.3 C.8.6.3: Type 1 in a multi-frame capture; a capture of a screen
+    // may hold its text, so it is not said to be free of it.
+    if (multiFrameClass)
+        text(u"CS", 0x0028, 0x0301, u"YES");
+    text.Number(u"DS", 0x0028, 0x1050, info.nWindowCenter);
+    text.Number(u"DS", 0x0028, 0x1051, info.nWindowWidth);
+    // A modality LUT replaces the rescale (PS3.3 C.11.1). PS3.3 C.8.6.2:
+    // Rescale Slope and Rescale Type are Type 1C with the Rescale Intercept;
+    // the record keeps no slope (its intercept is an integer), so 1, and
+    // the type read from the source or "US" (unspecified).
+    // PS3.3 C.8.6.3: a multi-frame colour capture has no rescale.
+    if (!info.ModalityLut.IsDataPresent() && (!multiFrameClass || info.wSamplesPerPixel == 1)) {
+        text.Number(u"DS", 0x0028, 0x1052, info.nRescaleIntercept);
+        text(u"DS", 0x0028, 0x1053, u"1");
+        text(u"LO", 0x0028, 0x1054, Trim(info.sRescaleType).empty() ? std::u16string(u"US") : info.sRescaleType);
+    }
+
+    const DICOM_LUT* palettes[3] = {&info.RedPaletteLut, &info.GreenPaletteLut, &info.BluePaletteLut};
+    for (uint16_t i = 0; i < 3; ++i)
+        if (PaletteHasData(*palettes[i]))
+            AddWords(buffer, u"US", 0x0028, static_cast<uint16_t>(0x1101 + i),
+                     {static_cast<uint16_t>(palettes[i]->nEntries), static_cast<uint16_t>(palettes[i]->nFirstMapped),
+                      palettes[i]->wBits});
+    for (uint16_t i = 0; i < 3; ++i)
+        if (PaletteHasData(*palettes[i]))
+            DICOMINFO::AddTagByVR(buffer, u"OW", 0x0028, static_cast<uint16_t>(0x1201 + i), palettes[i]->pData.get(),
+                       2 * palettes[i]->nEntries);
+}
+
+// What follows the modality LUT sequence: the presentation LUT shape of a
+// multi-frame greyscale capture and the overlay planes (PS3.3 C.9.2).
+void WriteTail(const DICOMINFO& info, TextWriter& text)
+{
+    CDynBuffer& buffer = text.buffer;
+    // PS3.3 C.8.6.3: Type 1C for greyscale, and IDENTITY there.
+    if (SecondaryCaptureClass(info) != kSecondaryCaptureImageStorage && info.wSamplesPerPixel == 1)
+        text(u"CS", 0x2050, 0x0020, u"IDENTITY");
+    for (const std::unique_ptr<DICOM_OVERLAY>& overlay : info.aOverlays) {
+        // Overlay groups are the even groups 6000 to 601E (PS3.3 C.9.2).
+        if (!overlay || !overlay->pData || overlay->nDataSize <= 0 || overlay->nIndex < 0 ||
+            overlay->nIndex > 0x1E || overlay->nIndex % 2 != 0)
+            continue;
+        uint16_t group = static_cast<uint16_t>(0x6000 + overlay->nIndex);
+        DICOMINFO::AddTag(buffer, group, 0x0010, overlay->wRows);
+        DICOMINFO::AddTag(buffer, group, 0x0011, overlay->wColumns);
+        DICOMINFO::AddTag(buffer, group, 0x0012, overlay->wPlanes);
+        text(u"CS", group, 0x0040, overlay->sType);
+        AddWords(buffer, u"SS", group, 0x0050,
+                 {static_cast<uint16_t>(overlay->nOriginRow), static_cast<uint16_t>(overlay->nOriginColumn)});
+        DICOMINFO::AddTag(buffer, group, 0x0100, overlay->wBitsAllocated);
+        DICOMINFO::AddTag(buffer, group, 0x0102, overlay->wBitPosition);
+        DICOMINFO::AddTagByVR(buffer, u"OW", group, 0x3000, overlay->pData.get(), static_cast<uint32_t>(overlay->nDataSize));
+    }
+}
+
 }  // namespace
 
 void DICOMINFO::AddModalityLutSequence(CDynBuffer& buffer) const
@@ -90,81 +275,18 @@ void DICOMINFO::AddModalityLutSequence(CDynBuffer& buffer) const
 
 int DICOMINFO::CreateHeader(CDynBuffer& buffer) const
 {
-    AddText(buffer, u"CS", 0x0008, 0x0005, kLatin1);
-    AddText(buffer, u"CS", 0x0008, 0x0008, u"DERIVED\\SECONDARY");
-    AddText(buffer, u"UI", 0x0008, 0x0016, kSecondaryCaptureImageStorage);
-    AddText(buffer, u"UI", 0x0008, 0x0018, sSOPInstanceUID);
-    AddText(buffer, u"DA", 0x0008, 0x0020, ConvertDateToDicom(lStudyDate));
-    AddText(buffer, u"DA", 0x0008, 0x0023, ConvertDateToDicom(lContentDate));
-    AddText(buffer, u"TM", 0x0008, 0x0030, ConvertTimeToDicom(lStudyTime));
-    AddText(buffer, u"TM", 0x0008, 0x0033, ConvertTimeToDicom(lContentTime));
-    AddText(buffer, u"SH", 0x0008, 0x0050, sAccessionNumber);
-    AddText(buffer, u"CS", 0x0008, 0x0060, sModality);
-    AddText(buffer, u"CS", 0x0008, 0x0068, sPresentationIntentType);
-    AddText(buffer, u"LO", 0x0008, 0x0070, sManufacturer);
-    AddText(buffer, u"LO", 0x0008, 0x0080, sInstitutionName);
-    AddText(buffer, u"PN", 0x0008, 0x0090, sReferringPhysicianName);
-    AddText(buffer, u"SH", 0x0008, 0x1010, sStationName);
-    AddText(buffer, u"LO", 0x0008, 0x1030, sStudyDescription);
-    AddText(buffer, u"LO", 0x0008, 0x1090, sManufacturerModelName);
-
-    AddText(buffer, u"PN", 0x0010, 0x0010, sPatientName);
-    AddText(buffer, u"LO", 0x0010, 0x0020, sPatientID);
-    AddText(buffer, u"DA", 0x0010, 0x0030, ConvertDateToDicom(lPatientBirthDate));
-    AddText(buffer, u"TM", 0x0010, 0x0032, u"");
-    AddText(buffer, u"CS", 0x0010, 0x0040, SexCode(sPatientSex));
-    AddText(buffer, u"CS", 0x0018, 0x0015, sBodyPartExamined);
-
-    AddText(buffer, u"UI", 0x0020, 0x000D, sStudyInstanceUID);
-    AddText(buffer, u"UI", 0x0020, 0x000E, sSeriesInstanceUID);
-    AddText(buffer, u"SH", 0x0020, 0x0010, sStudyID);
-    AddText(buffer, u"IS", 0x0020, 0x0011, sSeriesNumber);
-    AddText(buffer, u"IS", 0x0020, 0x0012, sAcquisitionNumber);
-    AddText(buffer, u"IS", 0x0020, 0x0013, sInstanceNumber);
-
-    AddTag(buffer, 0x0028, 0x0002, wSamplesPerPixel);
-    AddText(buffer, u"CS", 0x0028, 0x0004, GetPhotometricString(static_cast<PHOTOMETRIC>(nPhotometric)));
-    AddTag(buffer, 0x0028, 0x0010, static_cast<uint16_t>(nRows));
-    AddTag(buffer, 0x0028, 0x0011, static_cast<uint16_t>(nColumns));
-    if (dRowSpacing != 0.0 && dColumnSpacing != 0.0)
-        AddText(buffer, u"DS", 0x0028, 0x0030, AsciiToWide(FormatText("%f\\%f", dRowSpacing, dColumnSpacing)));
-    AddTag(buffer, 0x0028, 0x0100, static_cast<uint16_t>(nBitsAllocated));
-    AddTag(buffer, 0x0028, 0x0101, static_cast<uint16_t>(nBitsStored));
-    AddTag(buffer, 0x0028, 0x0102, static_cast<uint16_t>(nHighBit));
-    AddTag(buffer, 0x0028, 0x0103, wPixelRepresentation);
-    AddNumber(buffer, u"DS", 0x0028, 0x1050, nWindowCenter);
-    AddNumber(buffer, u"DS", 0x0028, 0x1051, nWindowWidth);
-    // A modality LUT replaces the rescale (PS3.3 C.11.1).
-    if (!ModalityLut.IsDataPresent())
-        AddNumber(buffer, u"DS", 0x0028, 0x1052, nRescaleIntercept);
-
-    const DICOM_LUT* palettes[3] = {&RedPaletteLut, &GreenPaletteLut, &BluePaletteLut};
-    for (uint16_t i = 0; i < 3; ++i)
-        if (PaletteHasData(*palettes[i]))
-            AddWords(buffer, u"US", 0x0028, static_cast<uint16_t>(0x1101 + i),
-                     {static_cast<uint16_t>(palettes[i]->nEntries), static_cast<uint16_t>(palettes[i]->nFirstMapped),
-                      palettes[i]->wBits});
-    for (uint16_t i = 0; i < 3; ++i)
-        if (PaletteHasData(*palettes[i]))
-            AddTagByVR(buffer, u"OW", 0x0028, static_cast<uint16_t>(0x1201 + i), palettes[i]->pData.get(),
-                       2 * palettes[i]->nEntries);
-    AddModalityLutSequence(buffer);
-
-    for (const std::unique_ptr<DICOM_OVERLAY>& overlay : aOverlays) {
-        // Overlay groups are the even groups 6000 to 601E (PS3.3 C.9.2).
-        if (!overlay || !overlay->pData || overlay->nDataSize <= 0 || overlay->nIndex < 0 ||
-            overlay->nIndex > 0x1E || overlay->nIndex % 2 != 0)
-            continue;
-        uint16_t group = static_cast<uint16_t>(0x6000 + overlay->nIndex);
-        AddTag(buffer, group, 0x0010, overlay->wRows);
-        AddTag(buffer, group, 0x0011, overlay->wColumns);
-        AddTag(buffer, group, 0x0012, overlay->wPlanes);
-        AddText(buffer, u"CS", group, 0x0040, overlay->sType);
-        AddWords(buffer, u"SS", group, 0x0050,
-                 {static_cast<uint16_t>(overlay->nOriginRow), static_cast<uint16_t>(overlay->nOriginColumn)});
-        AddTag(buffer, group, 0x0100, overlay->wBitsAllocated);
-        AddTag(buffer, group, 0x0102, overlay->wBitPosition);
-        AddTagByVR(buffer, u"OW", group, 0x3000, overlay->pData.get(), static_cast<uint32_t>(overlay->nDataSize));
+    // ISO_IR 100 unless a value needs more: then the whole header is written
+    // again in UTF-8 rather than without that value (PS3.3 C.12.1.1.2).
+    for (const char16_t* characterSet : {kLatin1, kUtf8}) {
+        CDynBuffer header;
+        TextWriter text{header, characterSet};
+        WriteImageHead(*this, text);
+        AddModalityLutSequence(header);
+        WriteTail(*this, text);
+        if (text.complete || characterSet == kUtf8) {
+            buffer.Add(header.GetData(), header.m_nSize);
+            break;
+        }
     }
     return 1;
 }
