@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "dicomdata/dicomitem.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
@@ -32,12 +33,22 @@ void AddText(CDynBuffer& buffer, const char16_t* vr, uint16_t group, uint16_t el
 struct TextWriter {
     CDynBuffer& buffer;
     const char16_t* characterSet;
+    bool explicitVR = false;
     bool complete = true;
 
     void operator()(const char16_t* vr, uint16_t group, uint16_t element, const std::u16string& text)
     {
-        if (!DICOMINFO::AddTagByVR(buffer, vr, group, element, text, characterSet))
+        if (!explicitVR) {
+            if (!DICOMINFO::AddTagByVR(buffer, vr, group, element, text, characterSet))
+                complete = false;
+            return;
+        }
+        std::string bytes;
+        if (!CDicomItem::TranslateTagValueFromUnicodeToDicom(text, WideToAscii(vr), characterSet, bytes)) {
             complete = false;
+            return;
+        }
+        DICOMINFO::AddTagExpVR(buffer, group, element, bytes.data(), static_cast<uint32_t>(bytes.size()));
     }
     void Number(const char16_t* vr, uint16_t group, uint16_t element, int value)
     {
@@ -143,7 +154,8 @@ void WriteImageHead(const DICOMINFO& info, TextWriter& text)
     text(u"TM", 0x0008, 0x0030, DICOMINFO::ConvertTimeToDicom(info.lStudyTime));
     text(u"TM", 0x0008, 0x0033, DICOMINFO::ConvertTimeToDicom(info.lContentTime));
     text(u"SH", 0x0008, 0x0050, info.sAccessionNumber);
-    text(u"CS", 0x0008, 0x0060, info.sModality);
+    if (!Trim(info.sModality).empty())  // Type 3 here, as above
+        text(u"CS", 0x0008, 0x0060, info.sModality);
     // PS3.3 C.8.6.1: Conversion Type is Type 1; the library makes workstation captures.
     text(u"CS", 0x0008, 0x0064, u"WSD");
     text(u"CS", 0x0008, 0x0068, info.sPresentationIntentType);
@@ -253,6 +265,101 @@ void WriteTail(const DICOMINFO& info, TextWriter& text)
     }
 }
 
+// The data set of CreateHeaderCompressed, in explicit VR, up to the pixel data.
+void WriteCompressedDataSet(const DICOMINFO& info, TextWriter& text)
+{
+    CDynBuffer& buffer = text.buffer;
+    text(u"CS", 0x0008, 0x0005, text.characterSet);
+    text(u"CS", 0x0008, 0x0008, info.sImageType);
+    text(u"UI", 0x0008, 0x0016, info.sSOPClassUID);
+    text(u"UI", 0x0008, 0x0018, info.sSOPInstanceUID);
+    text(u"DA", 0x0008, 0x0020, DICOMINFO::ConvertDateToDicom(info.lStudyDate));
+    text(u"DA", 0x0008, 0x0021, DICOMINFO::ConvertDateToDicom(info.lSeriesDate));
+    text(u"DA", 0x0008, 0x0023, DICOMINFO::ConvertDateToDicom(info.lContentDate));
+    text(u"TM", 0x0008, 0x0030, DICOMINFO::ConvertTimeToDicom(info.lStudyTime));
+    text(u"TM", 0x0008, 0x0031, DICOMINFO::ConvertTimeToDicom(info.lSeriesTime));
+    text(u"TM", 0x0008, 0x0033, DICOMINFO::ConvertTimeToDicom(info.lContentTime));
+    text(u"SH", 0x0008, 0x0050, info.sAccessionNumber);
+    // PS3.3 A.8.1: Modality is Type 3 in the SC Equipment module, so an
+    // unknown one is left out rather than written empty.
+    if (!Trim(info.sModality).empty())
+        text(u"CS", 0x0008, 0x0060, info.sModality);
+    // PS3.3 C.8.6.1: Conversion Type is Type 1 in the Secondary Capture IODs.
+    if (info.sSOPClassUID.rfind(kSecondaryCaptureImageStorage, 0) == 0)
+        text(u"CS", 0x0008, 0x0064, u"WSD");
+    text(u"CS", 0x0008, 0x0068, info.sPresentationIntentType);
+    text(u"LO", 0x0008, 0x0070, info.sManufacturer);
+    text(u"LO", 0x0008, 0x0080, info.sInstitutionName);
+    text(u"ST", 0x0008, 0x0081, info.sInstitutionAddress);
+    text(u"PN", 0x0008, 0x0090, info.sReferringPhysicianName);
+    text(u"LO", 0x0008, 0x1030, info.sStudyDescription);
+    text(u"PN", 0x0008, 0x1050, info.sPerformingPhysicianName);
+    text(u"LO", 0x0008, 0x1090, info.sManufacturerModelName);
+    if (!info.sReferencedSOPClassUID.empty() && !info.sReferencedSOPInstanceUID.empty()) {
+        // Referenced Image Sequence: one item, both of undefined length.
+        DICOMINFO::AddTagExpVR(buffer, 0x0008, 0x1140);
+        DICOMINFO::AddTag(buffer, 0xFFFE, 0xE000);
+        text(u"UI", 0x0008, 0x1150, info.sReferencedSOPClassUID);
+        text(u"UI", 0x0008, 0x1155, info.sReferencedSOPInstanceUID);
+        AddDelimiter(buffer, 0xE00D);
+        AddDelimiter(buffer, 0xE0DD);
+    }
+
+    text(u"PN", 0x0010, 0x0010, StoredPatientName(info));
+    text(u"LO", 0x0010, 0x0020, info.sPatientID);
+    text(u"DA", 0x0010, 0x0030, DICOMINFO::ConvertDateToDicom(info.lPatientBirthDate));
+    text(u"CS", 0x0010, 0x0040, info.sPatientSex);
+    text(u"LO", 0x0018, 0x0010, info.sContrastBolusAgent);
+    text(u"DS", 0x0018, 0x0060, info.sKVP);
+    bool multiFrame = info.nNumberOfFrames > 1;
+    if (multiFrame)
+        text(u"DS", 0x0018, 0x1063, AsciiToWide(FormatText("%f", static_cast<double>(info.fFrameTime))));
+    text(u"IS", 0x0018, 0x1152, info.sExposure);
+    text(u"CS", 0x0018, 0x1155, info.sRadiationSetting);
+    text(u"CS", 0x0018, 0x1500, info.sPositionerType);
+    text(u"DS", 0x0018, 0x1510, info.sPositionerPrimaryAngle);
+    text(u"DS", 0x0018, 0x1511, info.sPositionerSecondaryAngle);
+
+    text(u"UI", 0x0020, 0x000D, info.sStudyInstanceUID);
+    text(u"UI", 0x0020, 0x000E, info.sSeriesInstanceUID);
+    text(u"SH", 0x0020, 0x0010, info.sStudyID);
+    text(u"IS", 0x0020, 0x0011, info.sSeriesNumber);
+    text(u"IS", 0x0020, 0x0013, info.sInstanceNumber);
+    text(u"CS", 0x0020, 0x0020, info.sPatientOrientation);
+    text(u"CS", 0x0020, 0x0060, info.sLaterality);  // PS3.3 C.7.3.1: Type 2C
+    text(u"LT", 0x0020, 0x4000, info.sImageComments);
+
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0002, info.wSamplesPerPixel);
+    text(u"CS", 0x0028, 0x0004, PhotometricText(info.nPhotometric));
+    // PS3.3 C.7.6.3.1.3: Type 1C with more than one sample; PS3.5 8.2.1:
+    // 0 for the JPEG processes.
+    if (info.wSamplesPerPixel > 1)
+        DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0006, info.wPlanarConfiguration);
+    if (multiFrame) {
+        text(u"IS", 0x0028, 0x0008, AsciiToWide(FormatText("%d", info.nNumberOfFrames)));
+        // Frame Increment Pointer: the tag of Frame Time, group then element.
+        const unsigned char frameTime[4] = {0x18, 0x00, 0x63, 0x10};
+        DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0009, frameTime, sizeof(frameTime));
+    }
+    // The image's own size: a JPEG stream pads its last blocks but says how
+    // many rows and columns it holds (ISO/IEC 10918-1 B.2.2), and DICOM's
+    // Rows and Columns must equal them (PS3.5 8.2.1).
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0010, static_cast<uint16_t>(info.nRows));
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0011, static_cast<uint16_t>(info.nColumns));
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0100, static_cast<uint16_t>(info.nBitsAllocated));
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0101, static_cast<uint16_t>(info.nBitsStored));
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0102, static_cast<uint16_t>(info.nHighBit));
+    DICOMINFO::AddTagExpVR(buffer, 0x0028, 0x0103, info.wPixelRepresentation);
+    text(u"CS", 0x0028, 0x1040, info.sPixelIntensityRelationship);
+    text(u"DS", 0x0028, 0x1050, AsciiToWide(FormatText("%d", info.nWindowCenter)));
+    text(u"DS", 0x0028, 0x1051, AsciiToWide(FormatText("%d", info.nWindowWidth)));
+    text(u"DS", 0x0028, 0x1052, AsciiToWide(FormatText("%d", info.nRescaleIntercept)));
+    // PS3.3 C.11.1: Rescale Slope and Type come with the intercept.
+    text(u"DS", 0x0028, 0x1053, u"1");
+    text(u"LO", 0x0028, 0x1054, Trim(info.sRescaleType).empty() ? std::u16string(u"US") : info.sRescaleType);
+    text(u"CS", 0x0050, 0x0004, info.sCalibrationImage);
+}
+
 }  // namespace
 
 void DICOMINFO::AddModalityLutSequence(CDynBuffer& buffer) const
@@ -306,79 +413,16 @@ int DICOMINFO::CreateHeaderCompressed(CDynBuffer& buffer) const
     buffer.Insert(kMagic, sizeof(kMagic), 0);
     buffer.Insert(nullptr, kPreambleSize, 0);
 
-    AddTagExpVR(buffer, 0x0008, 0x0008, sImageType);
-    AddTagExpVR(buffer, 0x0008, 0x0016, sSOPClassUID);
-    AddTagExpVR(buffer, 0x0008, 0x0018, sSOPInstanceUID);
-    AddTagExpVR(buffer, 0x0008, 0x0020, ConvertDateToDicom(lStudyDate));
-    AddTagExpVR(buffer, 0x0008, 0x0021, ConvertDateToDicom(lSeriesDate));
-    AddTagExpVR(buffer, 0x0008, 0x0023, ConvertDateToDicom(lContentDate));
-    AddTagExpVR(buffer, 0x0008, 0x0030, ConvertTimeToDicom(lStudyTime));
-    AddTagExpVR(buffer, 0x0008, 0x0031, ConvertTimeToDicom(lSeriesTime));
-    AddTagExpVR(buffer, 0x0008, 0x0033, ConvertTimeToDicom(lContentTime));
-    AddTagExpVR(buffer, 0x0008, 0x0050, sAccessionNumber);
-    AddTagExpVR(buffer, 0x0008, 0x0060, sModality);
-    AddTagExpVR(buffer, 0x0008, 0x0068, sPresentationIntentType);
-    AddTagExpVR(buffer, 0x0008, 0x0070, sManufacturer);
-    AddTagExpVR(buffer, 0x0008, 0x0080, sInstitutionName);
-    AddTagExpVR(buffer, 0x0008, 0x0081, sInstitutionAddress);
-    AddTagExpVR(buffer, 0x0008, 0x0090, sReferringPhysicianName);
-    AddTagExpVR(buffer, 0x0008, 0x1030, sStudyDescription);
-    AddTagExpVR(buffer, 0x0008, 0x1050, sPerformingPhysicianName);
-    AddTagExpVR(buffer, 0x0008, 0x1090, sManufacturerModelName);
-    if (!sReferencedSOPClassUID.empty() && !sReferencedSOPInstanceUID.empty()) {
-        // Referenced Image Sequence: one item, both of undefined length.
-        AddTagExpVR(buffer, 0x0008, 0x1140);
-        AddTag(buffer, 0xFFFE, 0xE000);
-        AddTagExpVR(buffer, 0x0008, 0x1150, sReferencedSOPClassUID);
-        AddTagExpVR(buffer, 0x0008, 0x1155, sReferencedSOPInstanceUID);
-        AddDelimiter(buffer, 0xE00D);
-        AddDelimiter(buffer, 0xE0DD);
+    // ISO_IR 100 unless a value needs more, then UTF-8 (PS3.3 C.12.1.1.2).
+    for (const char16_t* characterSet : {kLatin1, kUtf8}) {
+        CDynBuffer dataSet;
+        TextWriter text{dataSet, characterSet, true};
+        WriteCompressedDataSet(*this, text);
+        if (text.complete || characterSet == kUtf8) {
+            buffer.Add(dataSet.GetData(), dataSet.m_nSize);
+            break;
+        }
     }
-
-    AddTagExpVR(buffer, 0x0010, 0x0010, sPatientName);
-    AddTagExpVR(buffer, 0x0010, 0x0020, sPatientID);
-    AddTagExpVR(buffer, 0x0010, 0x0030, ConvertDateToDicom(lPatientBirthDate));
-    AddTagExpVR(buffer, 0x0010, 0x0040, sPatientSex);
-    AddTagExpVR(buffer, 0x0018, 0x0010, sContrastBolusAgent);
-    AddTagExpVR(buffer, 0x0018, 0x0060, sKVP);
-    bool multiFrame = nNumberOfFrames > 1;
-    if (multiFrame)
-        AddTagExpVR(buffer, 0x0018, 0x1063, AsciiToWide(FormatText("%f", static_cast<double>(fFrameTime))));
-    AddTagExpVR(buffer, 0x0018, 0x1152, sExposure);
-    AddTagExpVR(buffer, 0x0018, 0x1155, sRadiationSetting);
-    AddTagExpVR(buffer, 0x0018, 0x1500, sPositionerType);
-    AddTagExpVR(buffer, 0x0018, 0x1510, sPositionerPrimaryAngle);
-    AddTagExpVR(buffer, 0x0018, 0x1511, sPositionerSecondaryAngle);
-
-    AddTagExpVR(buffer, 0x0020, 0x000D, sStudyInstanceUID);
-    AddTagExpVR(buffer, 0x0020, 0x000E, sSeriesInstanceUID);
-    AddTagExpVR(buffer, 0x0020, 0x0010, sStudyID);
-    AddTagExpVR(buffer, 0x0020, 0x0011, sSeriesNumber);
-    AddTagExpVR(buffer, 0x0020, 0x0013, sInstanceNumber);
-    AddTagExpVR(buffer, 0x0020, 0x0020, sPatientOrientation);
-    AddTagExpVR(buffer, 0x0020, 0x4000, sImageComments);
-
-    AddTagExpVR(buffer, 0x0028, 0x0002, wSamplesPerPixel);
-    AddTagExpVR(buffer, 0x0028, 0x0004, GetPhotometricString(static_cast<PHOTOMETRIC>(nPhotometric)));
-    if (multiFrame) {
-        AddTagExpVR(buffer, 0x0028, 0x0008, AsciiToWide(FormatText("%d", nNumberOfFrames)));
-        // Frame Increment Pointer: the tag of Frame Time, group then element.
-        const unsigned char frameTime[4] = {0x18, 0x00, 0x63, 0x10};
-        AddTagExpVR(buffer, 0x0028, 0x0009, frameTime, sizeof(frameTime));
-    }
-    // Rows and columns rounded down to a multiple of 8, as the block codecs
-    // that produce these images leave them.
-    AddTagExpVR(buffer, 0x0028, 0x0010, static_cast<uint16_t>(nRows & ~7));
-    AddTagExpVR(buffer, 0x0028, 0x0011, static_cast<uint16_t>(nColumns & ~7));
-    AddTagExpVR(buffer, 0x0028, 0x0100, static_cast<uint16_t>(nBitsAllocated));
-    AddTagExpVR(buffer, 0x0028, 0x0101, static_cast<uint16_t>(nBitsStored));
-    AddTagExpVR(buffer, 0x0028, 0x0102, static_cast<uint16_t>(nHighBit));
-    AddTagExpVR(buffer, 0x0028, 0x0103, wPixelRepresentation);
-    AddTagExpVR(buffer, 0x0028, 0x1040, sPixelIntensityRelationship);
-    AddTagExpVR(buffer, 0x0028, 0x1050, AsciiToWide(FormatText("%d", nWindowCenter)));
-    AddTagExpVR(buffer, 0x0028, 0x1051, AsciiToWide(FormatText("%d", nWindowWidth)));
-    AddTagExpVR(buffer, 0x0028, 0x1052, AsciiToWide(FormatText("%d", nRescaleIntercept)));
-    AddTagExpVR(buffer, 0x0050, 0x0004, sCalibrationImage);
 
     // Encapsulated pixel data is OB whatever the dictionary's OW says
     // (PS3.5 A.4; DCMTK warns about an OW of fragments). The caller appends
