@@ -56,6 +56,23 @@ struct TextWriter {
     }
 };
 
+// Appends what write writes in ISO_IR 100 unless a value needs more: then
+// all of it is written again in UTF-8 rather than without that value
+// (PS3.3 C.12.1.1.2).
+template <typename Write>
+void WriteInFittingCharacterSet(CDynBuffer& buffer, bool explicitVR, Write write)
+{
+    for (const char16_t* characterSet : {kLatin1, kUtf8}) {
+        CDynBuffer part;
+        TextWriter text{part, characterSet, explicitVR};
+        write(text);
+        if (text.complete || characterSet == kUtf8) {
+            buffer.Add(part.GetData(), part.m_nSize);
+            return;
+        }
+    }
+}
+
 // The Photometric Interpretation to write. GetPhotometricString leaves the
 // two YBR_FULL forms empty (the record's reader decodes them to RGB), but a
 // header written for pixels still in those forms must name them
@@ -154,7 +171,9 @@ void WriteImageHead(const DICOMINFO& info, TextWriter& text)
     text(u"TM", 0x0008, 0x0030, DICOMINFO::ConvertTimeToDicom(info.lStudyTime));
     text(u"TM", 0x0008, 0x0033, DICOMINFO::ConvertTimeToDicom(info.lContentTime));
     text(u"SH", 0x0008, 0x0050, info.sAccessionNumber);
-    if (!Trim(info.sModality).empty())  // Type 3 here, as above
+    // PS3.3 A.8.1: Modality is Type 3 in the SC Equipment module, so an
+    // unknown one is left out rather than written empty.
+    if (!Trim(info.sModality).empty())
         text(u"CS", 0x0008, 0x0060, info.sModality);
     // PS3.3 C.8.6.1: Conversion Type is Type 1; the library makes workstation captures.
     text(u"CS", 0x0008, 0x0064, u"WSD");
@@ -280,9 +299,7 @@ void WriteCompressedDataSet(const DICOMINFO& info, TextWriter& text)
     text(u"TM", 0x0008, 0x0031, DICOMINFO::ConvertTimeToDicom(info.lSeriesTime));
     text(u"TM", 0x0008, 0x0033, DICOMINFO::ConvertTimeToDicom(info.lContentTime));
     text(u"SH", 0x0008, 0x0050, info.sAccessionNumber);
-    // PS3.3 A.8.1: Modality is Type 3 in the SC Equipment module, so an
-    // unknown one is left out rather than written empty.
-    if (!Trim(info.sModality).empty())
+    if (!Trim(info.sModality).empty())  // as in WriteImageHead
         text(u"CS", 0x0008, 0x0060, info.sModality);
     // PS3.3 C.8.6.1: Conversion Type is Type 1 in the Secondary Capture IODs.
     if (info.sSOPClassUID.rfind(kSecondaryCaptureImageStorage, 0) == 0)
@@ -382,19 +399,11 @@ void DICOMINFO::AddModalityLutSequence(CDynBuffer& buffer) const
 
 int DICOMINFO::CreateHeader(CDynBuffer& buffer) const
 {
-    // ISO_IR 100 unless a value needs more: then the whole header is written
-    // again in UTF-8 rather than without that value (PS3.3 C.12.1.1.2).
-    for (const char16_t* characterSet : {kLatin1, kUtf8}) {
-        CDynBuffer header;
-        TextWriter text{header, characterSet};
+    WriteInFittingCharacterSet(buffer, false, [this](TextWriter& text) {
         WriteImageHead(*this, text);
-        AddModalityLutSequence(header);
+        AddModalityLutSequence(text.buffer);
         WriteTail(*this, text);
-        if (text.complete || characterSet == kUtf8) {
-            buffer.Add(header.GetData(), header.m_nSize);
-            break;
-        }
-    }
+    });
     return 1;
 }
 
@@ -413,16 +422,7 @@ int DICOMINFO::CreateHeaderCompressed(CDynBuffer& buffer) const
     buffer.Insert(kMagic, sizeof(kMagic), 0);
     buffer.Insert(nullptr, kPreambleSize, 0);
 
-    // ISO_IR 100 unless a value needs more, then UTF-8 (PS3.3 C.12.1.1.2).
-    for (const char16_t* characterSet : {kLatin1, kUtf8}) {
-        CDynBuffer dataSet;
-        TextWriter text{dataSet, characterSet, true};
-        WriteCompressedDataSet(*this, text);
-        if (text.complete || characterSet == kUtf8) {
-            buffer.Add(dataSet.GetData(), dataSet.m_nSize);
-            break;
-        }
-    }
+    WriteInFittingCharacterSet(buffer, true, [this](TextWriter& text) { WriteCompressedDataSet(*this, text); });
 
     // Encapsulated pixel data is OB whatever the dictionary's OW says
     // (PS3.5 A.4; DCMTK warns about an OW of fragments). The caller appends
