@@ -114,9 +114,10 @@ void CopyRequired(CDicomItem* record, const CDicomItem* dataSet, int group, int 
     record->AddTag(group, element, lastResort, VROf(group, element));
 }
 
-// PS3.3 F.5.18, F.5.19: the Content Sequence of an SR or key object record
-// holds only the document's HAS CONCEPT MOD items (what qualifies its
-// title), each without content of its own, not the report's content tree.
+// PS3.3 F.5 (SR Document and Key Object Document keys): the Content
+// Sequence of a record holds only the document's HAS CONCEPT MOD items
+// (what qualifies its title), each without content of its own, not the
+// report's content tree.
 void CopyConceptModifiers(CDicomItem* record, const CDicomItem* dataSet)
 {
     const CDicomItem* source = dataSet->GetTagItem(0x0040, 0xA730);
@@ -170,8 +171,8 @@ std::string RefusalOf(const CDicomItem* header, const CDicomItem* dataSet)
     for (auto [inHeader, inDataSet] : {std::pair{0x0002, 0x0016}, {0x0003, 0x0018}}) {
         std::u16string inData = Value(dataSet, 0x0008, inDataSet);
         if (!inData.empty() && inData != Value(header, 0x0002, inHeader))
-            return inHeader == 0x0002 ? "not added: its SOP Class UID differs from its Media Storage SOP Class UID"
-                                     : "not added: its SOP Instance UID differs from its Media Storage SOP Instance UID";
+            return std::string("not added: its SOP ") + (inHeader == 0x0002 ? "Class" : "Instance") +
+                   " UID differs from its Media Storage SOP " + (inHeader == 0x0002 ? "Class" : "Instance") + " UID";
     }
     return std::string();
 }
@@ -183,9 +184,9 @@ bool IsNumber(const std::u16string& text)
            std::all_of(value.begin(), value.end(), [](char16_t c) { return c >= u'0' && c <= u'9'; });
 }
 
-// PS3.3 F.5.18: a VERIFIED report's record needs its Verification DateTime
-// (Type 1C), which a report keeps in the last item of its Verifying
-// Observer Sequence (0040,A073) (PS3.3 C.17.2).
+// PS3.3 F.5 (SR Document keys): a VERIFIED report's record needs its
+// Verification DateTime (Type 1C), which a report keeps in the last item of
+// its Verifying Observer Sequence (0040,A073) (PS3.3 C.17.2).
 void CopyVerificationTime(CDicomItem* record, const CDicomItem* dataSet)
 {
     const CDicomItem* source = dataSet;
@@ -292,16 +293,15 @@ CDicomItem* CDicomDirEx::CreateRecordSource(const CDicomItem* instance)
         return nullptr;
     // Every element that Add, AddStudy, AddSeries and the instance steps read.
     static const std::pair<int, int> kRead[] = {
-        {0x0008, 0x0005}, {0x0008, 0x0008}, {0x0008, 0x0016}, {0x0008, 0x0018}, {0x0008, 0x0020}, {0x0008, 0x0021}, {0x0008, 0x0023},
-        {0x0008, 0x0030}, {0x0008, 0x0031}, {0x0008, 0x0033}, {0x0008, 0x0050}, {0x0008, 0x0060},
-        {0x0008, 0x0080}, {0x0008, 0x0081}, {0x0008, 0x0090}, {0x0008, 0x1030}, {0x0008, 0x103E},
-        {0x0008, 0x1050}, {0x0010, 0x0010}, {0x0010, 0x0020}, {0x0010, 0x0030}, {0x0010, 0x0040},
-        {0x0018, 0x0015}, {0x0018, 0x1030}, {0x0018, 0x1510}, {0x0018, 0x1511}, {0x0020, 0x000D},
-        {0x0020, 0x000E}, {0x0020, 0x0010}, {0x0020, 0x0011}, {0x0020, 0x0012}, {0x0020, 0x0013},
-        {0x0020, 0x0032}, {0x0020, 0x0037}, {0x0020, 0x0052}, {0x0020, 0x4000}, {0x0028, 0x0002},
-        {0x0028, 0x0004}, {0x0028, 0x0008}, {0x0028, 0x0010}, {0x0028, 0x0011}, {0x0028, 0x0030},
-        {0x0028, 0x0101}, {0x0028, 0x1050}, {0x0028, 0x1051}, {0x0040, 0xA030}, {0x0040, 0xA043},
-        {0x0040, 0xA073}, {0x0040, 0xA491}, {0x0040, 0xA493}, {0x0040, 0xA730}, {0x0050, 0x0004}};
+        {0x0008, 0x0005}, {0x0008, 0x0008}, {0x0008, 0x0016}, {0x0008, 0x0018}, {0x0008, 0x0020}, {0x0008, 0x0021},
+        {0x0008, 0x0022}, {0x0008, 0x0023}, {0x0008, 0x0030}, {0x0008, 0x0031}, {0x0008, 0x0032}, {0x0008, 0x0033},
+        {0x0008, 0x0050}, {0x0008, 0x0060}, {0x0008, 0x0080}, {0x0008, 0x0081}, {0x0008, 0x0090}, {0x0008, 0x1030},
+        {0x0008, 0x103E}, {0x0008, 0x1050}, {0x0010, 0x0010}, {0x0010, 0x0020}, {0x0010, 0x0030}, {0x0010, 0x0040},
+        {0x0018, 0x0015}, {0x0018, 0x1030}, {0x0018, 0x1510}, {0x0018, 0x1511}, {0x0020, 0x000D}, {0x0020, 0x000E},
+        {0x0020, 0x0010}, {0x0020, 0x0011}, {0x0020, 0x0012}, {0x0020, 0x0013}, {0x0020, 0x0032}, {0x0020, 0x0037},
+        {0x0020, 0x0052}, {0x0020, 0x4000}, {0x0028, 0x0002}, {0x0028, 0x0004}, {0x0028, 0x0008}, {0x0028, 0x0010},
+        {0x0028, 0x0011}, {0x0028, 0x0030}, {0x0028, 0x0101}, {0x0028, 0x1050}, {0x0028, 0x1051}, {0x0040, 0xA030},
+        {0x0040, 0xA043}, {0x0040, 0xA073}, {0x0040, 0xA491}, {0x0040, 0xA493}, {0x0040, 0xA730}, {0x0050, 0x0004}};
     auto* source = new CDicomItem(u"");
     source->m_sCharacterSet = instance->m_sCharacterSet;
     if (header)
@@ -458,7 +458,8 @@ int CDicomDirEx::PositionBelow(CDicomItem* parent)
     DirIndex* index = CurrentIndex();
     if (!parent || (index && index->EndsBelow(parent)))
         return end;
-    // PS3.3 F.3.2.1: a record belongs to the record before it one level up,
+    // A record belongs to the record before it one level up (the order this
+    // model keeps in place of the links),
     // so a new record of an earlier parent goes after that parent's last
     // descendant, not after the records of later patients or studies.
     int position = GetRecordPos(parent, 0);
@@ -671,8 +672,9 @@ bool CDicomDirEx::AddObject(CDicomItem* instance, CDicomItem* series, const char
             if (Has(data, 0x0028, element))
                 CopyKey(record, data, 0x0028, element, true);
     } else {
-        // PS3.3 F.5.18, F.5.19: Content Date and Time, Instance Number and,
-        // for a report, both flags are Type 1.
+        // PS3.3 F.5 (SR Document and Key Object Document keys): Content
+        // Date and Time, Instance Number and, for a report, both flags are
+        // Type 1.
         CopyRequired(record, data, 0x0008, 0x0023, {{0x0008, 0x0020}}, u"19000101");
         CopyRequired(record, data, 0x0008, 0x0033, {{0x0008, 0x0030}}, u"000000");
         CopyRequired(record, data, 0x0020, 0x0013, {}, Numbered(siblings));

@@ -254,8 +254,8 @@ void WriteImageHead(const DICOMINFO& info, TextWriter& text)
                       palettes[i]->wBits});
     for (uint16_t i = 0; i < 3; ++i)
         if (PaletteHasData(*palettes[i]))
-            DICOMINFO::AddTagByVR(buffer, u"OW", 0x0028, static_cast<uint16_t>(0x1201 + i), palettes[i]->pData.get(),
-                       2 * palettes[i]->nEntries);
+            DICOMINFO::AddTagByVR(buffer, u"OW", 0x0028, static_cast<uint16_t>(0x1201 + i),
+                                  palettes[i]->pData.get(), 2 * palettes[i]->nEntries);
 }
 
 // What follows the modality LUT sequence: the presentation LUT shape of a
@@ -280,7 +280,8 @@ void WriteTail(const DICOMINFO& info, TextWriter& text)
                  {static_cast<uint16_t>(overlay->nOriginRow), static_cast<uint16_t>(overlay->nOriginColumn)});
         DICOMINFO::AddTag(buffer, group, 0x0100, overlay->wBitsAllocated);
         DICOMINFO::AddTag(buffer, group, 0x0102, overlay->wBitPosition);
-        DICOMINFO::AddTagByVR(buffer, u"OW", group, 0x3000, overlay->pData.get(), static_cast<uint32_t>(overlay->nDataSize));
+        DICOMINFO::AddTagByVR(buffer, u"OW", group, 0x3000, overlay->pData.get(),
+                              static_cast<uint32_t>(overlay->nDataSize));
     }
 }
 
