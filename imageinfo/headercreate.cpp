@@ -89,16 +89,18 @@ std::u16string PhotometricText(int photometric)
 // PS3.4 B.5: a multi-frame capture takes the multi-frame Secondary Capture
 // class that fits its pixels (PS3.3 A.8.2 to A.8.5); the single-frame class
 // allows one frame only (PS3.3 C.8.6.2). 32-bit and rescaled pixels fit none
-// of them and keep the single-frame class with their frame count.
+// of them (nor do signed greyscale ones) and keep the single-frame class
+// with their frame count.
 std::u16string SecondaryCaptureClass(const DICOMINFO& info)
 {
     if (info.nNumberOfFrames <= 1 || info.nRescaleIntercept != 0 || info.ModalityLut.IsDataPresent())
         return kSecondaryCaptureImageStorage;
     if (info.wSamplesPerPixel == 3 && info.nBitsAllocated == 8)
         return u"1.2.840.10008.5.1.4.1.1.7.4";  // Multi-frame True Color
-    if (info.wSamplesPerPixel == 1 && info.nBitsAllocated == 8)
+    // The greyscale ones hold unsigned pixels only (PS3.3 C.8.6.3).
+    if (info.wSamplesPerPixel == 1 && info.wPixelRepresentation == 0 && info.nBitsAllocated == 8)
         return u"1.2.840.10008.5.1.4.1.1.7.2";  // Multi-frame Grayscale Byte
-    if (info.wSamplesPerPixel == 1 && info.nBitsAllocated == 16)
+    if (info.wSamplesPerPixel == 1 && info.wPixelRepresentation == 0 && info.nBitsAllocated == 16)
         return u"1.2.840.10008.5.1.4.1.1.7.3";  // Multi-frame Grayscale Word
     return kSecondaryCaptureImageStorage;
 }

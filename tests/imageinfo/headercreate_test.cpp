@@ -276,10 +276,19 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
     auto [decoded, why] =
         RunShell("/usr/bin/dcmdrle '" + dataDir + "/test_files/SC_rgb_rle_2frame.dcm' '" + twoFrames + "'");
     ASSERT_EQ(decoded, 0) << why;
+    // A three-frame unsigned greyscale object as pydicom writes it from the
+    // MR sample.
+    std::string greyFrames = ScratchPath("mr-3frame.dcm");
+    auto [written, said] = RunShell("/usr/bin/python3 -c \"import pydicom\n"
+                                    "ds = pydicom.dcmread('" + dataDir + "/test_files/MR_small.dcm')\n"
+                                    "ds.PixelData, ds.NumberOfFrames = ds.PixelData * 3, 3\n"
+                                    "ds.PixelRepresentation = 0\n"
+                                    "ds.save_as('" + greyFrames + "')\"");
+    ASSERT_EQ(written, 0) << said;
     for (std::string name : {"test_files/CT_small.dcm", "test_files/MR_small.dcm", "test_files/SC_rgb_small_odd.dcm",
                              "test_files/rtdose.dcm", "charset_files/chrFren.dcm", "charset_files/chrRuss.dcm",
-                             "charset_files/chrH31.dcm", "charset_files/chrX1.dcm", "rgb-2frame"}) {
-        std::string source = name == "rgb-2frame" ? twoFrames : dataDir + "/" + name;
+                             "charset_files/chrH31.dcm", "charset_files/chrX1.dcm", "rgb-2frame", "mr-3frame"}) {
+        std::string source = name == "rgb-2frame" ? twoFrames : name == "mr-3frame" ? greyFrames : dataDir + "/" + name;
         DICOMINFO record;
         ASSERT_EQ(record.ReadFileInfo(Utf8ToUtf16(source)), 1) << name;
         CDicomItem root(u"Object");
@@ -303,6 +312,7 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
     }
     unlink(script.c_str());
     unlink(twoFrames.c_str());
+    unlink(greyFrames.c_str());
 }
 
 // CreateHeaderCompressed over JPEG objects nobody here wrote (pydicom's
