@@ -325,11 +325,9 @@ TEST(DicomDirPeers, RecordsOfPydicomSamplesStandUnderTheirPatientAndPassDciodvfy
     fs::copy_file(samples + "/MR_small.dcm", set + "/MR");
     fs::copy_file(samples + "/test-SR.dcm", set + "/SR");
     ASSERT_EQ(RunCli({"dicomdir", "create", set}).status, 0);
-    auto [made, why] = RunShell("/usr/bin/python3 -c \"import pydicom; from pydicom.uid import generate_uid as g\n"
-                                "ds = pydicom.dcmread('" + samples + "/CT_small.dcm')\n"
-                                "ds.StudyInstanceUID, ds.SeriesInstanceUID, ds.SOPInstanceUID = g(), g(), g()\n"
-                                "ds.file_meta.MediaStorageSOPInstanceUID = ds.SOPInstanceUID\n"
-                                "ds.save_as('" + set + "/CT2')\"");
+    auto [made, why] = PydicomRewrite(samples + "/CT_small.dcm", set + "/CT2",
+                                      "ds.StudyInstanceUID, ds.SeriesInstanceUID, ds.SOPInstanceUID = uid(), uid(), uid()\n"
+                                      "ds.file_meta.MediaStorageSOPInstanceUID = ds.SOPInstanceUID");
     ASSERT_EQ(made, 0) << why;
     CliResult added = RunCli({"dicomdir", "add", set + "/DICOMDIR", set + "/CT2"});
     ASSERT_EQ(added.status, 0) << added.err;

@@ -279,11 +279,9 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
     // A three-frame unsigned greyscale object as pydicom writes it from the
     // MR sample.
     std::string greyFrames = ScratchPath("mr-3frame.dcm");
-    auto [written, said] = RunShell("/usr/bin/python3 -c \"import pydicom\n"
-                                    "ds = pydicom.dcmread('" + dataDir + "/test_files/MR_small.dcm')\n"
-                                    "ds.PixelData, ds.NumberOfFrames = ds.PixelData * 3, 3\n"
-                                    "ds.PixelRepresentation = 0\n"
-                                    "ds.save_as('" + greyFrames + "')\"");
+    auto [written, said] = PydicomRewrite(dataDir + "/test_files/MR_small.dcm", greyFrames,
+                                          "ds.PixelData, ds.NumberOfFrames = ds.PixelData * 3, 3\n"
+                                          "ds.PixelRepresentation = 0");
     ASSERT_EQ(written, 0) << said;
     for (std::string name : {"test_files/CT_small.dcm", "test_files/MR_small.dcm", "test_files/SC_rgb_small_odd.dcm",
                              "test_files/rtdose.dcm", "charset_files/chrFren.dcm", "charset_files/chrRuss.dcm",
