@@ -2,9 +2,12 @@
 // and image attributes written into a data set, and the referenced SOP
 // sequence of a derived object.
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
+#include "dicomdata/vrtable.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -57,6 +60,57 @@ constexpr KeyRow kKeys[] = {
     {Level::Image, u"ImageNumber", 0x0020, 0x0013, KeyKind::Text},
 };
 
+// The elements below node, in nested items too, whose values follow the
+// data set's character set (PS3.5 6.1.2.3), with their text.
+void CollectTexts(CDicomItem& node, std::vector<std::pair<CDicomItem*, std::u16string>>& texts)
+{
+    for (CXmlItem* child : node.m_children) {
+        bool isGroup = CDicomItem::ParseGroupName(child->m_sName) >= 0;
+        bool isElement = CDicomItem::ParseElementName(child->m_sName) >= 0;
+        if (!isGroup && !isElement)
+            continue;  // the "VR", "Size", ... attributes
+        auto* item = static_cast<CDicomItem*>(child);
+        if (isElement && item->GetDataSize() > 0 && IsCharacterSetSensitiveVR(item->GetVR())) {
+            std::u16string text;
+            item->GetTagValue(text);
+            texts.emplace_back(item, std::move(text));
+        }
+        CollectTexts(*item, texts);
+    }
+}
+
+// Switches the data set to UTF-8 (ISO_IR 192, PS3.3 C.12.1.1.2), which
+// holds any text: every value in its character set is written again in
+// UTF-8. False when a value cannot be (the data set is left as it was).
+bool SwitchToUtf8(CDicomItem& data)
+{
+    std::vector<std::pair<CDicomItem*, std::u16string>> texts;
+    CollectTexts(data, texts);
+    std::vector<std::string> encoded;
+    for (const auto& [item, text] : texts) {
+        std::string bytes;
+        if (!CDicomItem::TranslateTagValueFromUnicodeToDicom(text, item->GetVR(), u"ISO_IR 192", bytes))
+            return false;
+        encoded.push_back(std::move(bytes));
+    }
+    data.ChangeCharacterSet("ISO_IR 192");
+    for (size_t i = 0; i < texts.size(); ++i)
+        texts[i].first->CopyData(encoded[i].data(), static_cast<int>(encoded[i].size()));
+    return data.ReplaceTag(0x0008, 0x0005, u"ISO_IR 192", std::u16string()) != nullptr;
+}
+
+// Writes a value; one that the data set's character set cannot hold
+// switches the data set to UTF-8 first rather than leave the old value.
+// A refusal that remains says why in the data set's GetLastError().
+void Replace(CDicomItem& data, int group, int element, const std::u16string& text)
+{
+    if (data.ReplaceTag(group, element, text, std::u16string()) ||
+        data.GetLastError().GetCode() != CLastError::kNotRepresentable)
+        return;
+    if (SwitchToUtf8(data))
+        data.ReplaceTag(group, element, text, std::u16string());
+}
+
 // 1800-00-00 as yyyymmdd: dates below it mean "no date".
 constexpr long kFirstDate = 18000000;
 
@@ -88,7 +142,7 @@ void ApplyKey(CDicomItem& data, const KeyRow& row, const CXmlItem& node)
         text = number >= 0 ? AsciiToWide(FormatText("%06ld", number)) : std::u16string();
         break;
     }
-    data.ReplaceTag(row.group, row.element, text, std::u16string());
+    Replace(data, row.group, row.element, text);
 }
 
 }  // namespace
@@ -105,8 +159,7 @@ void CDicomItem::ModifyImageTags(const CXmlItem* patient, const CXmlItem* study,
             std::u16string previous;
             if (CDicomItem* name = GetTagItem(0x0010, 0x0010))
                 name->GetTagValue("PN", previous);
-            ReplaceTag(0x0010, 0x0010, CDicomInfoStatics::ConvertNameToDicom(last, first, Trim(previous)),
-                       std::u16string());
+            Replace(*this, 0x0010, 0x0010, CDicomInfoStatics::ConvertNameToDicom(last, first, Trim(previous)));
         }
     }
     const CXmlItem* nodes[] = {patient, study, series, image};

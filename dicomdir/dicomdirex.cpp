@@ -2,6 +2,7 @@
 // position, and adding instances under their patient, study and series.
 #include "dicomdir/dicomdirex.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "dicomdata/dicomitem.h"
@@ -76,6 +77,133 @@ void CopySequence(CDicomItem* record, const CDicomItem* dataSet, int group, int 
     auto* copy = static_cast<CDicomItem*>(source->CreateCopy());
     copy->ChangeCharacterSet(record->m_sCharacterSet);
     record->InsertDicomItem(copy, group);
+}
+
+std::u16string Value(const CDicomItem* node, int group, int element)
+{
+    return node ? DirIndex::TextKey(node, group, element) : std::u16string();
+}
+
+// PS3.3 F.5: Specific Character Set is Type 1C in every record (present
+// when a key uses another repertoire than the default one): copied when the
+// instance has one, and the record's text then uses it.
+void CopyCharacterSet(CDicomItem* record, const CDicomItem* dataSet)
+{
+    if (Value(dataSet, 0x0008, 0x0005).empty())
+        return;
+    CopyKey(record, dataSet, 0x0008, 0x0005);
+    std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(record);
+    if (!characterSet.empty())
+        record->ChangeCharacterSet(characterSet);
+}
+
+// A Type 1 key (PS3.3 F.5): the instance's value, or, when it has none,
+// the first of the alternatives that it has, else the last resort.
+void CopyRequired(CDicomItem* record, const CDicomItem* dataSet, int group, int element,
+                  std::initializer_list<std::pair<int, int>> alternatives, const std::u16string& lastResort)
+{
+    if (!Value(dataSet, group, element).empty()) {
+        CopyKey(record, dataSet, group, element);
+        return;
+    }
+    for (auto [otherGroup, otherElement] : alternatives)
+        if (!Value(dataSet, otherGroup, otherElement).empty()) {
+            CopyKey(record, dataSet, otherGroup, otherElement, false, group, element);
+            return;
+        }
+    record->AddTag(group, element, lastResort, VROf(group, element));
+}
+
+// PS3.3 F.5 (SR Document and Key Object Document keys): the Content
+// Sequence of a record holds only the document's HAS CONCEPT MOD items
+// (what qualifies its title), each without content of its own, not the
+// report's content tree.
+void CopyConceptModifiers(CDicomItem* record, const CDicomItem* dataSet)
+{
+    const CDicomItem* source = dataSet->GetTagItem(0x0040, 0xA730);
+    if (!source)
+        return;
+    auto* copy = static_cast<CDicomItem*>(source->CreateCopy());
+    int kept = 0;
+    if (CDicomItem* items = copy->GetGroupItem(0xFFFE)) {
+        for (int i = items->GetChildCount() - 1; i >= 0; --i) {
+            auto* item = static_cast<CDicomItem*>(items->GetChildItem(i));
+            if (item->m_sName != u"eE000")
+                continue;
+            if (Value(item, 0x0040, 0xA010) != u"HAS CONCEPT MOD") {
+                delete items->RemoveChildAt(i);
+                continue;
+            }
+            item->RemoveTag(0x0040, 0xA730);
+            ++kept;
+        }
+    }
+    if (kept == 0) {
+        delete copy;
+        return;
+    }
+    copy->ChangeCharacterSet(record->m_sCharacterSet);
+    record->InsertDicomItem(copy, 0x0040);
+}
+
+// Why an instance cannot have records (PS3.3 F.5: Type 1 keys that cannot
+// be made up): empty when it can.
+std::string RefusalOf(const CDicomItem* header, const CDicomItem* dataSet)
+{
+    static const struct {
+        bool inHeader;
+        int group, element;
+        const char* name;
+    } kNeeded[] = {{true, 0x0002, 0x0002, "Media Storage SOP Class UID (0002,0002)"},
+                   {true, 0x0002, 0x0003, "Media Storage SOP Instance UID (0002,0003)"},
+                   {true, 0x0002, 0x0010, "Transfer Syntax UID (0002,0010)"},
+                   {false, 0x0020, 0x000D, "Study Instance UID (0020,000D)"},
+                   {false, 0x0020, 0x000E, "Series Instance UID (0020,000E)"},
+                   {false, 0x0008, 0x0060, "Modality (0008,0060)"}};
+    std::string missing;
+    for (const auto& needed : kNeeded)
+        if (Value(needed.inHeader ? header : dataSet, needed.group, needed.element).empty())
+            missing += std::string(missing.empty() ? "" : ", ") + needed.name;
+    if (!missing.empty())
+        return "not added: no " + missing;
+    // PS3.10 7.1: the meta information names the SOP instance of its data
+    // set; a record cannot reference an instance that contradicts itself.
+    for (auto [inHeader, inDataSet] : {std::pair{0x0002, 0x0016}, {0x0003, 0x0018}}) {
+        std::u16string inData = Value(dataSet, 0x0008, inDataSet);
+        if (!inData.empty() && inData != Value(header, 0x0002, inHeader))
+            return std::string("not added: its SOP ") + (inHeader == 0x0002 ? "Class" : "Instance") +
+                   " UID differs from its Media Storage SOP " + (inHeader == 0x0002 ? "Class" : "Instance") + " UID";
+    }
+    return std::string();
+}
+
+bool IsNumber(const std::u16string& text)
+{
+    std::u16string value = Trim(text);
+    return !value.empty() && value.size() <= 12 &&
+           std::all_of(value.begin(), value.end(), [](char16_t c) { return c >= u'0' && c <= u'9'; });
+}
+
+// PS3.3 F.5 (SR Document keys): a VERIFIED report's record needs its
+// Verification DateTime (Type 1C), which a report keeps in the last item of
+// its Verifying Observer Sequence (0040,A073) (PS3.3 C.17.2).
+void CopyVerificationTime(CDicomItem* record, const CDicomItem* dataSet)
+{
+    const CDicomItem* source = dataSet;
+    const CDicomItem* observers = dataSet->GetTagItem(0x0040, 0xA073);
+    if (Value(dataSet, 0x0040, 0xA030).empty() && observers)
+        for (int i = 0; const CDicomItem* item = observers->GetTagItem(0xFFFE, 0xE000, i); ++i)
+            if (!Value(item, 0x0040, 0xA030).empty())
+                source = item;
+    if (!Value(source, 0x0040, 0xA030).empty())
+        CopyKey(record, source, 0x0040, 0xA030, true);
+    else  // verified without a time: the content's own date and time
+        record->InsertTag(0x0040, 0xA030, Value(record, 0x0008, 0x0023) + Value(record, 0x0008, 0x0033), u"DT");
+}
+
+std::u16string Numbered(int count)
+{
+    return AsciiToWide(std::to_string(count + 1));
 }
 }
 
@@ -165,16 +293,15 @@ CDicomItem* CDicomDirEx::CreateRecordSource(const CDicomItem* instance)
         return nullptr;
     // Every element that Add, AddStudy, AddSeries and the instance steps read.
     static const std::pair<int, int> kRead[] = {
-        {0x0008, 0x0005}, {0x0008, 0x0008}, {0x0008, 0x0020}, {0x0008, 0x0021}, {0x0008, 0x0023},
-        {0x0008, 0x0030}, {0x0008, 0x0031}, {0x0008, 0x0033}, {0x0008, 0x0050}, {0x0008, 0x0060},
-        {0x0008, 0x0080}, {0x0008, 0x0081}, {0x0008, 0x0090}, {0x0008, 0x1030}, {0x0008, 0x103E},
-        {0x0008, 0x1050}, {0x0010, 0x0010}, {0x0010, 0x0020}, {0x0010, 0x0030}, {0x0010, 0x0040},
-        {0x0018, 0x0015}, {0x0018, 0x1030}, {0x0018, 0x1510}, {0x0018, 0x1511}, {0x0020, 0x000D},
-        {0x0020, 0x000E}, {0x0020, 0x0010}, {0x0020, 0x0011}, {0x0020, 0x0012}, {0x0020, 0x0013},
-        {0x0020, 0x0032}, {0x0020, 0x0037}, {0x0020, 0x0052}, {0x0020, 0x4000}, {0x0028, 0x0002},
-        {0x0028, 0x0004}, {0x0028, 0x0008}, {0x0028, 0x0010}, {0x0028, 0x0011}, {0x0028, 0x0030},
-        {0x0028, 0x0101}, {0x0028, 0x1050}, {0x0028, 0x1051}, {0x0040, 0xA030}, {0x0040, 0xA043},
-        {0x0040, 0xA491}, {0x0040, 0xA493}, {0x0040, 0xA730}, {0x0050, 0x0004}};
+        {0x0008, 0x0005}, {0x0008, 0x0008}, {0x0008, 0x0016}, {0x0008, 0x0018}, {0x0008, 0x0020}, {0x0008, 0x0021},
+        {0x0008, 0x0022}, {0x0008, 0x0023}, {0x0008, 0x0030}, {0x0008, 0x0031}, {0x0008, 0x0032}, {0x0008, 0x0033},
+        {0x0008, 0x0050}, {0x0008, 0x0060}, {0x0008, 0x0080}, {0x0008, 0x0081}, {0x0008, 0x0090}, {0x0008, 0x1030},
+        {0x0008, 0x103E}, {0x0008, 0x1050}, {0x0010, 0x0010}, {0x0010, 0x0020}, {0x0010, 0x0030}, {0x0010, 0x0040},
+        {0x0018, 0x0015}, {0x0018, 0x1030}, {0x0018, 0x1510}, {0x0018, 0x1511}, {0x0020, 0x000D}, {0x0020, 0x000E},
+        {0x0020, 0x0010}, {0x0020, 0x0011}, {0x0020, 0x0012}, {0x0020, 0x0013}, {0x0020, 0x0032}, {0x0020, 0x0037},
+        {0x0020, 0x0052}, {0x0020, 0x4000}, {0x0028, 0x0002}, {0x0028, 0x0004}, {0x0028, 0x0008}, {0x0028, 0x0010},
+        {0x0028, 0x0011}, {0x0028, 0x0030}, {0x0028, 0x0101}, {0x0028, 0x1050}, {0x0028, 0x1051}, {0x0040, 0xA030},
+        {0x0040, 0xA043}, {0x0040, 0xA073}, {0x0040, 0xA491}, {0x0040, 0xA493}, {0x0040, 0xA730}, {0x0050, 0x0004}};
     auto* source = new CDicomItem(u"");
     source->m_sCharacterSet = instance->m_sCharacterSet;
     if (header)
@@ -320,9 +447,42 @@ CDicomItem* CDicomDirEx::InsertRecord(int position)
     return record;
 }
 
-CDicomItem* CDicomDirEx::NewRecord(const char16_t* type)
+int CDicomDirEx::PositionBelow(CDicomItem* parent)
 {
-    CDicomItem* record = InsertRecord(-1);
+    CDicomItem* group = RecordGroup();
+    if (!group)
+        return -1;
+    int count = group->GetChildCount();
+    // The end: in front of the sequence delimiter when there is one.
+    int end = count > 0 && group->m_children.back()->m_sName != u"eE000" ? count - 1 : count;
+    DirIndex* index = CurrentIndex();
+    if (!parent || (index && index->EndsBelow(parent)))
+        return end;
+    // A record belongs to the record before it one level up (the order this
+    // model keeps in place of the links),
+    // so a new record of an earlier parent goes after that parent's last
+    // descendant, not after the records of later patients or studies.
+    int position = GetRecordPos(parent, 0);
+    if (position < 0)
+        return end;
+    std::string parentType;
+    RecordTypeOf(parent, parentType);
+    int level = GetRecordLevel(parentType);
+    for (int i = position + 1; i < count; ++i) {
+        const CXmlItem* child = group->m_children[static_cast<size_t>(i)];
+        std::string type;
+        if (child->m_sName != u"eE000" || (RecordTypeOf(child, type) && GetRecordLevel(type) <= level))
+            return i;
+    }
+    return end;
+}
+
+CDicomItem* CDicomDirEx::NewRecord(const char16_t* type, CDicomItem* parent)
+{
+    int position = PositionBelow(parent);
+    if (position < 0)
+        return nullptr;
+    CDicomItem* record = InsertRecord(position);
     if (!record)
         return nullptr;
     record->AddTag(0x0004, 0x1400, static_cast<uint32_t>(0));
@@ -335,8 +495,21 @@ CDicomItem* CDicomDirEx::NewRecord(const char16_t* type)
 
 bool CDicomDirEx::Add(const std::u16string& fileId, CDicomItem* instance)
 {
-    if (!instance)
+    m_LastError.Clear();
+    if (!instance) {
+        m_LastError.Set(CLastError::kInvalidArgument, "no instance");
         return false;
+    }
+    CDicomItem* data = Child(instance, u"Data");
+    if (!data) {
+        m_LastError.Set(CLastError::kInvalidArgument, "the instance has no data set");
+        return false;
+    }
+    std::string refusal = RefusalOf(Child(instance, u"Header"), data);
+    if (!refusal.empty()) {
+        m_LastError.Set(CLastError::kInvalidArgument, refusal);
+        return false;
+    }
     m_strFileId = fileId;
     return AddPatient(instance);
 }
@@ -356,19 +529,18 @@ bool CDicomDirEx::AddPatient(CDicomItem* instance)
             match = IfPatientExist(count, data);
     }
     if (!match) {
-        match = NewRecord(u"PATIENT");
-        if (!match)
+        match = NewRecord(u"PATIENT", nullptr);
+        if (!match) {
+            m_LastError.Set(CLastError::kInvalidArgument, "the directory has no record sequence");
             return false;
-        CopyKey(match, data, 0x0008, 0x0005);
-        std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(match);
-        if (!characterSet.empty())
-            match->ChangeCharacterSet(characterSet);
+        }
+        CopyCharacterSet(match, data);
         CopyKey(match, data, 0x0010, 0x0010);
-        CopyKey(match, data, 0x0010, 0x0020);
+        CopyRequired(match, data, 0x0010, 0x0020, {}, DirIndex::PatientId(data));
         CopyKey(match, data, 0x0010, 0x0030);
         CopyKey(match, data, 0x0010, 0x0040);
         if (index)
-            index->Added(match, RecordGroup());
+            index->Added(match, nullptr, RecordGroup());
     }
     AddStudy(instance, match);
     return true;
@@ -390,14 +562,21 @@ bool CDicomDirEx::AddStudy(CDicomItem* instance, CDicomItem* patient)
             match = IfStudyExist(count, data, p);
     }
     if (!match) {
-        match = NewRecord(u"STUDY");
+        match = NewRecord(u"STUDY", patient);
         if (!match)
             return false;
-        for (auto [group, element] : {std::pair{0x0008, 0x0020}, {0x0008, 0x0030}, {0x0008, 0x0050},
-                                      {0x0008, 0x0090}, {0x0008, 0x1030}, {0x0020, 0x000D}, {0x0020, 0x0010}})
+        CopyCharacterSet(match, data);
+        CopyRequired(match, data, 0x0008, 0x0020, {{0x0008, 0x0021}, {0x0008, 0x0022}, {0x0008, 0x0023}},
+                     u"19000101");
+        CopyRequired(match, data, 0x0008, 0x0030, {{0x0008, 0x0031}, {0x0008, 0x0032}, {0x0008, 0x0033}},
+                     u"000000");
+        for (auto [group, element] :
+             {std::pair{0x0008, 0x0050}, {0x0008, 0x0090}, {0x0008, 0x1030}, {0x0020, 0x000D}})
             CopyKey(match, data, group, element);
+        CopyRequired(match, data, 0x0020, 0x0010, {},
+                     u"ZST" + DirIndex::Fingerprint(Value(data, 0x0020, 0x000D)).substr(0, 13));
         if (index)
-            index->Added(match, RecordGroup());
+            index->Added(match, patient, RecordGroup());
     }
     AddSeries(instance, match);
     return true;
@@ -419,16 +598,18 @@ bool CDicomDirEx::AddSeries(CDicomItem* instance, CDicomItem* study)
             match = IfSeriesExist(count, data, p);
     }
     if (!match) {
-        match = NewRecord(u"SERIES");
+        int siblings = Value(data, 0x0020, 0x0011).empty() ? GetRecordCount("SERIES", GetRecordPos(study, 0) + 1) : 0;
+        match = NewRecord(u"SERIES", study);
         if (!match)
             return false;
+        CopyCharacterSet(match, data);
         for (auto [group, element] :
              {std::pair{0x0008, 0x0021}, {0x0008, 0x0031}, {0x0008, 0x0060}, {0x0008, 0x0080}, {0x0008, 0x0081},
-              {0x0008, 0x103E}, {0x0008, 0x1050}, {0x0018, 0x0015}, {0x0018, 0x1030}, {0x0020, 0x000E},
-              {0x0020, 0x0011}})
+              {0x0008, 0x103E}, {0x0008, 0x1050}, {0x0018, 0x0015}, {0x0018, 0x1030}, {0x0020, 0x000E}})
             CopyKey(match, data, group, element);
+        CopyRequired(match, data, 0x0020, 0x0011, {}, Numbered(siblings));
         if (index)
-            index->Added(match, RecordGroup());
+            index->Added(match, study, RecordGroup());
     }
     std::u16string modality;
     data->GetTagValue(0x0008, 0x0060, modality);
@@ -461,18 +642,26 @@ bool CDicomDirEx::AddObject(CDicomItem* instance, CDicomItem* series, const char
     }
     if (match)
         return true;
-    CDicomItem* record = NewRecord(type);
+    int siblings = Value(data, 0x0020, 0x0013).empty() ? GetRecordCount(typeText, GetRecordPos(series, 0) + 1) : 0;
+    CDicomItem* record = NewRecord(type, series);
     if (!record)
         return false;
     record->AddTag(0x0004, 0x1500, m_strFileId, u"CS");
     CopyKey(record, header, 0x0002, 0x0002, false, 0x0004, 0x1510);
     CopyKey(record, header, 0x0002, 0x0003, false, 0x0004, 0x1511);
     CopyKey(record, header, 0x0002, 0x0010, false, 0x0004, 0x1512);
+    CopyCharacterSet(record, data);
     if (typeText == "IMAGE") {
         for (auto [group, element] :
-             {std::pair{0x0008, 0x0008}, {0x0008, 0x0023}, {0x0008, 0x0033}, {0x0018, 0x1510}, {0x0018, 0x1511},
-              {0x0020, 0x0013}, {0x0020, 0x4000}, {0x0028, 0x0008}, {0x0050, 0x0004}})
+             {std::pair{0x0008, 0x0008}, {0x0008, 0x0023}, {0x0008, 0x0033}, {0x0018, 0x1510}, {0x0018, 0x1511}})
             CopyKey(record, data, group, element);
+        CopyRequired(record, data, 0x0020, 0x0013, {}, Numbered(siblings));
+        CopyKey(record, data, 0x0020, 0x4000);
+        // Number of Frames is an optional key: left out rather than copied
+        // when the instance's value is not an integer string.
+        if (IsNumber(Value(data, 0x0028, 0x0008)))
+            CopyKey(record, data, 0x0028, 0x0008);
+        CopyKey(record, data, 0x0050, 0x0004);
         for (auto [group, element] : {std::pair{0x0020, 0x0012}, {0x0020, 0x0032}, {0x0020, 0x0037},
                                       {0x0020, 0x0052}, {0x0028, 0x0004}})
             if (Has(data, group, element))
@@ -483,26 +672,23 @@ bool CDicomDirEx::AddObject(CDicomItem* instance, CDicomItem* series, const char
             if (Has(data, 0x0028, element))
                 CopyKey(record, data, 0x0028, element, true);
     } else {
-        CopyKey(record, data, 0x0008, 0x0005);
-        std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(record);
-        if (!characterSet.empty())
-            record->ChangeCharacterSet(characterSet);
-        CopyKey(record, data, 0x0008, 0x0023);
-        CopyKey(record, data, 0x0008, 0x0033);
-        CopyKey(record, data, 0x0020, 0x0013);
+        // PS3.3 F.5 (SR Document and Key Object Document keys): Content
+        // Date and Time, Instance Number and, for a report, both flags are
+        // Type 1.
+        CopyRequired(record, data, 0x0008, 0x0023, {{0x0008, 0x0020}}, u"19000101");
+        CopyRequired(record, data, 0x0008, 0x0033, {{0x0008, 0x0030}}, u"000000");
+        CopyRequired(record, data, 0x0020, 0x0013, {}, Numbered(siblings));
         if (typeText == "SR DOCUMENT") {
-            CopyKey(record, data, 0x0040, 0xA491);
-            CopyKey(record, data, 0x0040, 0xA493);
-            std::u16string flag;
-            data->GetTagValue(0x0040, 0xA493, flag);
-            if (EqualsNoCase(Trim(flag), std::u16string(u"VERIFIED")))
-                CopyKey(record, data, 0x0040, 0xA030, true);
+            CopyRequired(record, data, 0x0040, 0xA491, {}, u"PARTIAL");
+            CopyRequired(record, data, 0x0040, 0xA493, {}, u"UNVERIFIED");
+            if (EqualsNoCase(Value(data, 0x0040, 0xA493), std::u16string(u"VERIFIED")))
+                CopyVerificationTime(record, data);
         }
         CopySequence(record, data, 0x0040, 0xA043);
-        CopySequence(record, data, 0x0040, 0xA730);
+        CopyConceptModifiers(record, data);
     }
     if (index)
-        index->Added(record, RecordGroup());
+        index->Added(record, series, RecordGroup());
     return true;
 }
 

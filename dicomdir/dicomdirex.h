@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/lasterror.h"
+
 class CDicomItem;
 namespace zeldicom {
 class DirIndex;
@@ -24,7 +26,10 @@ public:
     bool Init();
     bool Load(const std::u16string& path);
     // instance: the tree of a whole DICOM file (root with "Header" and "Data").
+    // Refuses (false, GetLastError() says why) an instance without the UIDs
+    // and Modality that its records cannot do without.
     bool Add(const std::u16string& fileId, CDicomItem* instance);
+    const CLastError& GetLastError() const { return m_LastError; }
 
     // A small tree holding only what Add reads from an instance (its "Header"
     // and the data set elements that become record keys), with owned
@@ -63,11 +68,15 @@ protected:
 private:
     // The sequence's item group (FFFE), or null.
     CDicomItem* RecordGroup() const;
-    // Records made by Add start here: the common keys and the record type.
-    CDicomItem* NewRecord(const char16_t* type);
+    // Records made by Add start here: the common keys and the record type;
+    // the record goes after the last descendant of parent (null: at the end).
+    CDicomItem* NewRecord(const char16_t* type, CDicomItem* parent);
+    // Where a new record below parent goes.
+    int PositionBelow(CDicomItem* parent);
     bool AddObject(CDicomItem* instance, CDicomItem* series, const char16_t* type);
     // What the walks of the Add steps would find, kept up to date as records
     // are added so that adding n instances is not quadratic (dicomdirindex.cpp).
     zeldicom::DirIndex* CurrentIndex();
     std::unique_ptr<zeldicom::DirIndex> m_index;
+    CLastError m_LastError;
 };

@@ -1,5 +1,8 @@
 #include "dicomdir/dicomdirindex.h"
 
+#include <cstdint>
+#include <cstdio>
+
 #include "dicomdata/dicomitem.h"
 #include "dicomdir/dicomdirex.h"
 #include "imageinfo/orientation.h"
@@ -46,8 +49,32 @@ std::u16string DirIndex::PatientKey(const CDicomItem* node)
 {
     std::u16string name;
     node->GetTagValue(0x0010, 0x0010, name);
-    return CDicomConversion::NormalizePatientName(name) + u'\n' + TextKey(node, 0x0010, 0x0020) + u'\n' +
+    return CDicomConversion::NormalizePatientName(name) + u'\n' + PatientId(node) + u'\n' +
            TextKey(node, 0x0010, 0x0030) + u'\n' + TextKey(node, 0x0010, 0x0040);
+}
+
+std::u16string DirIndex::PatientId(const CDicomItem* node)
+{
+    std::u16string id = TextKey(node, 0x0010, 0x0020);
+    if (!id.empty())
+        return id;
+    std::u16string name;
+    node->GetTagValue(0x0010, 0x0010, name);
+    std::u16string seed = CDicomConversion::NormalizePatientName(name) + u'\n' + TextKey(node, 0x0010, 0x0030) +
+                          u'\n' + TextKey(node, 0x0010, 0x0040);
+    return u"ZPAT" + Fingerprint(seed);
+}
+
+std::u16string DirIndex::Fingerprint(const std::u16string& text)
+{
+    uint64_t hash = 14695981039346656037ull;
+    for (char16_t c : text) {
+        hash ^= c;
+        hash *= 1099511628211ull;
+    }
+    char digits[24];
+    std::snprintf(digits, sizeof digits, "%016llX", static_cast<unsigned long long>(hash));
+    return AsciiToWide(digits);
 }
 
 DirIndex::DirIndex(CDicomItem* group) : m_group(group)
@@ -102,10 +129,28 @@ void DirIndex::Place(CDicomItem* record, const std::string& type)
     m_open.emplace_back(level, record);
 }
 
-void DirIndex::Added(CDicomItem* record, const CDicomItem* group)
+bool DirIndex::EndsBelow(const CDicomItem* parent) const
 {
+    for (const auto& [level, record] : m_open)
+        if (record == parent)
+            return true;
+    return false;
+}
+
+void DirIndex::Added(CDicomItem* record, const CDicomItem* parent, const CDicomItem* group)
+{
+    const auto& children = group->m_children;
+    size_t count = children.size();
+    bool atEnd = (count >= 1 && children[count - 1] == record) ||
+                 (count >= 2 && children[count - 2] == record && children[count - 1]->m_sName != u"eE000");
     bool present = false;
-    Place(record, WideToAscii(RecordType(record, present)));
+    std::string type = WideToAscii(RecordType(record, present));
+    if (atEnd)
+        Place(record, type);
+    else if (!parent)
+        m_patients.emplace(PatientKey(record), record);
+    else
+        m_children[parent].emplace(Tagged(type, RecordKey(record, type)), record);
     m_childCount = group->m_children.size();
     m_lastRecord = group->m_children.back();
 }

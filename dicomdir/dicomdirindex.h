@@ -29,11 +29,22 @@ public:
     // key: the instance's data set for STUDY and SERIES, its "Header" for
     // the instance records.
     CDicomItem* FindChild(const CDicomItem* parent, const std::string& type, const CDicomItem* key) const;
-    // A record that Add has just completed, at the end of the records.
-    void Added(CDicomItem* record, const CDicomItem* group);
+    // Whether a record appended at the end of the records falls below
+    // parent: parent is on the path from the root to the last record.
+    bool EndsBelow(const CDicomItem* parent) const;
+    // A record that Add has just completed below parent (null for a
+    // patient): at the end of the records or after parent's last descendant.
+    void Added(CDicomItem* record, const CDicomItem* parent, const CDicomItem* group);
 
     // Normalised name, ID, birth date and sex, of a data set or a record.
     static std::u16string PatientKey(const CDicomItem* node);
+    // The Patient ID of a data set or a record; for an empty one the ID a
+    // PATIENT record gets instead (PS3.3 F.5: Patient ID is Type 1 there),
+    // made from the patient's name, birth date and sex, so that every
+    // instance of that patient finds the record again.
+    static std::u16string PatientId(const CDicomItem* node);
+    // 16 hexadecimal digits of a 64-bit FNV-1a hash: the same on every run.
+    static std::u16string Fingerprint(const std::u16string& text);
     // A text value with its trailing blanks and zero bytes removed.
     static std::u16string TextKey(const CDicomItem* node, int group, int element);
 

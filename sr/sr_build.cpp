@@ -76,9 +76,11 @@ CDicomItem* CSR::InsertCodeItem(CDicomItem* sequence, const std::string& value, 
     PutText(code, 0x0008, 0x0102, designator, u"SH");
     if (!version.empty())
         PutText(code, 0x0008, 0x0103, version, u"SH");
+    // PS3.3 8.8: Code Meaning is Type 1. A code the dictionary does not know
+    // keeps its value as its meaning, as UCUM units do by convention, rather
+    // than go without one.
     std::string meaning = GetCodeMeaning(designator, value, version);
-    if (!meaning.empty())
-        PutText(code, 0x0008, 0x0104, meaning, u"LO");
+    PutText(code, 0x0008, 0x0104, meaning.empty() ? value : meaning, u"LO");
     return code;
 }
 
@@ -227,6 +229,21 @@ bool CSR::FillGeneralData(const CXmlItem* study, const std::u16string& character
     put(0x0020, 0x0010, HostText(study, u"StudyID"));
     put(0x0020, 0x0011, u"1");
     put(0x0020, 0x0013, u"1");
+    // The data set is the root content item (PS3.3 C.17.3): a CONTAINER
+    // whose items stand apart. The SR Document General module's flags are
+    // Type 1 and its Performed Procedure Code Sequence Type 2 (PS3.3
+    // C.17.2); a new report is unfinished and unverified until its host
+    // says otherwise, so values the host has already set stay.
+    auto keep = [data](int group, int element, const char16_t* text) {
+        if (!data->GetTagItem(group, element))
+            data->ReplaceTag(group, element, text, std::u16string());
+    };
+    keep(0x0040, 0xA040, u"CONTAINER");
+    keep(0x0040, 0xA050, u"SEPARATE");
+    keep(0x0040, 0xA491, u"PARTIAL");
+    keep(0x0040, 0xA493, u"UNVERIFIED");
+    if (!data->GetTagItem(0x0040, 0xA372))
+        data->InsertSequence(0x0040, 0xA372);
     return true;
 }
 

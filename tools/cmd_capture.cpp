@@ -23,8 +23,6 @@ namespace {
 
 constexpr char16_t kSecondaryCaptureImageStorage[] = u"1.2.840.10008.5.1.4.1.1.7";
 constexpr char16_t kImplicitLittleEndian[] = u"1.2.840.10008.1.2";
-// Planar Configuration 0: the samples of a pixel stand together (R, G, B).
-constexpr unsigned char kPlanarInterleaved[2] = {0, 0};
 
 void PrintCaptureUsage(FILE* out)
 {
@@ -256,32 +254,6 @@ void SetNow(DICOMINFO& info, bool study)
     }
 }
 
-// The header is written in ISO_IR 100, which drops a reference's text it
-// cannot hold (a Japanese or Cyrillic name). Then the data set switches to
-// UTF-8 (ISO_IR 192) and the texts taken from the reference are written
-// again; the header's other texts are ASCII.
-bool KeepReferenceTexts(CDicomItem& data, const DICOMINFO& info)
-{
-    struct Text {
-        uint16_t group, element;
-        const std::u16string& value;
-    };
-    const Text texts[] = {{0x0010, 0x0010, info.sPatientName}, {0x0010, 0x0020, info.sPatientID},
-                          {0x0020, 0x0010, info.sStudyID}, {0x0020, 0x0011, info.sSeriesNumber}};
-    bool dropped = false;
-    for (const Text& text : texts)
-        dropped = dropped || (!text.value.empty() && !data.GetTagItem(text.group, text.element));
-    if (!dropped)
-        return true;
-    if (!data.ReplaceTag(0x0008, 0x0005, u"ISO_IR 192", u""))
-        return false;
-    data.ChangeCharacterSet("ISO_IR 192");
-    for (const Text& text : texts)
-        if (!data.ReplaceTag(text.group, text.element, text.value, u""))
-            return false;
-    return true;
-}
-
 }  // namespace
 
 int RunCapture(int argc, char** argv)
@@ -368,26 +340,11 @@ int RunCapture(int argc, char** argv)
         return Fail("out of memory");
     image.pixels = std::vector<unsigned char>();
 
-    // The record's header leaves out what the Secondary Capture IOD needs
-    // beyond it (PS3.3 A.8.1): the SC Equipment module's Conversion Type,
-    // the General Series module's Laterality (empty: unknown), the General
-    // Image module's Patient Orientation, the rest of the rescale that the
-    // header's Rescale Intercept begins (slope 1, unspecified units) and, for
-    // colour, the Planar Configuration. They are added through the tree.
+    // Loaded again and saved through the tree: the file is replaced only by
+    // a complete one.
     CDicomItem root(u"Object");
     if (!root.LoadObject(file.GetData(), static_cast<int>(file.m_nSize)))
         return Fail(FormatText("the new object does not load again: %s", root.GetLastError().GetText().c_str()));
-    auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
-    bool complete = data && data->InsertTag(0x0008, 0x0064, u"WSD", u"") &&
-                    data->InsertTag(0x0020, 0x0060, u"", u"") && data->InsertTag(0x0020, 0x0020, u"", u"");
-    if (complete && data->GetTagItem(0x0028, 0x1052))
-        complete = data->InsertTag(0x0028, 0x1053, u"1", u"") && data->InsertTag(0x0028, 0x1054, u"US", u"");
-    if (complete && image.samples == 3)
-        complete = data->InsertTag(0x0028, 0x0006, kPlanarInterleaved, 2, u"US");
-    if (complete)
-        complete = KeepReferenceTexts(*data, info);
-    if (!complete)
-        return Fail("cannot complete the Secondary Capture header");
     if (!root.SaveToFile(Utf8ToUtf16(out)))
         return Fail(FormatText("%s: %s", out, root.GetLastError().GetText().c_str()));
     return 0;

@@ -62,6 +62,17 @@ struct Entry {
     std::u16string patient, study, series;
 };
 
+bool HasPart10Prefix(const std::string& path)
+{
+    char bytes[132] = {};
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file)
+        return false;
+    size_t got = std::fread(bytes, 1, sizeof bytes, file);
+    std::fclose(file);
+    return got == sizeof bytes && std::memcmp(bytes + 128, "DICM", 4) == 0;
+}
+
 // Reads a file for the directory; null (with a note) when it is not a DICOM
 // instance that a directory can reference.
 std::unique_ptr<CDicomItem> ReadInstance(const std::string& path, const std::string& shown)
@@ -79,6 +90,11 @@ std::unique_ptr<CDicomItem> ReadInstance(const std::string& path, const std::str
     }
     if (Trim(sopClass) == AsciiToWide(kMediaStorageDirectory)) {
         Note(shown + ": skipped, a directory file itself");
+        return nullptr;
+    }
+    // PS3.10 7.1: a file of a file-set is a Part 10 file, preamble and "DICM" first.
+    if (!root.GetChildItem(std::u16string(u"Header")) || !HasPart10Prefix(path)) {
+        Note(shown + ": skipped, not a DICOM Part 10 file (no preamble and \"DICM\" prefix)");
         return nullptr;
     }
     if (Trim(sopInstance).empty()) {
@@ -126,6 +142,19 @@ void GroupByHierarchy(std::vector<Entry>& entries)
     for (const Rank& rank : ranks)
         sorted.push_back(std::move(entries[rank.index]));
     entries.swap(sorted);
+}
+
+// Adds the entries in their order; a refused one is named with the reason.
+size_t AddEntries(CDicomDirEx& dir, std::vector<Entry>& entries)
+{
+    size_t added = 0;
+    for (Entry& entry : entries) {
+        if (dir.Add(entry.fileId, entry.source.get()))
+            ++added;
+        else
+            Note(Utf16ToUtf8(entry.fileId) + ": skipped, " + dir.GetLastError().GetText());
+    }
+    return added;
 }
 
 // Writes the directory beside its final path, then renames it into place:
@@ -203,16 +232,22 @@ int RunCreate(int argc, char** argv)
         MakeEntry(entry, std::move(source), RelativePathToFileId(relative));
         entries.push_back(std::move(entry));
     }
+    // PS3.10 8.6: a DICOMDIR references the file-set's files; with none
+    // there is nothing to describe.
+    if (entries.empty())
+        return Fail(folder + ": no DICOM file found below it; no DICOMDIR written");
     GroupByHierarchy(entries);
     CDicomDirEx dir;
     if (!dir.Init())
         return Fail("cannot build a directory");
-    for (Entry& entry : entries)
-        dir.Add(entry.fileId, entry.source.get());
+    size_t added = AddEntries(dir, entries);
+    if (added == 0)
+        return Fail(folder + ": no DICOM file can be referenced; no DICOMDIR written");
+    skipped += entries.size() - added;
     std::string target = ((copyTo.empty() ? base : fs::path(copyTo)) / "DICOMDIR").string();
     if (!SaveDirectory(dir, target))
         return Fail(target + ": cannot be written");
-    std::fprintf(stdout, "%s: %zu instances, %zu files skipped\n", target.c_str(), entries.size(), skipped);
+    std::fprintf(stdout, "%s: %zu instances, %zu files skipped\n", target.c_str(), added, skipped);
     return FinishOutput("dicomdir") ? 0 : 1;
 }
 
@@ -243,11 +278,11 @@ int RunAdd(int argc, char** argv)
         entries.push_back(std::move(entry));
     }
     GroupByHierarchy(entries);
-    for (Entry& entry : entries)
-        dir.Add(entry.fileId, entry.source.get());
+    size_t added = AddEntries(dir, entries);
+    failures += static_cast<int>(entries.size() - added);
     if (!SaveDirectory(dir, path))
         return Fail(path + ": cannot be rewritten (left as it was)");
-    std::fprintf(stdout, "%s: %zu instances added\n", path.c_str(), entries.size());
+    std::fprintf(stdout, "%s: %zu instances added\n", path.c_str(), added);
     return FinishOutput("dicomdir") && failures == 0 ? 0 : 1;
 }
 

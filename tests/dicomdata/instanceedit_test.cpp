@@ -12,6 +12,7 @@
 #include "dicomdata/dicomtools.h"
 #include "dicomdata/elementedit.h"
 #include "support/dicomwriter.h"
+#include "support/files.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -285,4 +286,38 @@ TEST(InstanceEditing, ElementsFromTypedText)
     std::string error;
     EXPECT_FALSE(SetElementFromText(*latin, 0x0010, 0x0010, u"\u65e5\u672c", error));
     EXPECT_EQ(Value(*latin, 0x0010, 0x0010), "Doe^John^Q^Dr");
+}
+
+// A name that pydicom's French sample (ISO_IR 100) cannot hold: the data
+// set switches to UTF-8 with every text value kept, rather than keep the
+// old name; pydicom reads the saved file alike.
+TEST(InstanceEditing, NameTheCharacterSetCannotHoldSwitchesTheDataSetToUtf8)
+{
+    std::string dataDir = PydicomDataDir();
+    if (dataDir.empty())
+        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    CDicomItem root(u"Object");
+    ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(dataDir + "/charset_files/chrFren.dcm")));
+    auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+    ASSERT_NE(data, nullptr);
+    std::string institution = Value(*data, 0x0008, 0x0080);
+    HostTree host;
+    host.patient->AddItem(u"LastName", u"Иванов", "");
+    host.patient->AddItem(u"FirstName", u"Jérôme", "");
+    host.study->AddItem(u"StudyDescription", u"Контроль", "");
+    data->ModifyImageTags(&host.root);
+    EXPECT_EQ(Value(*data, 0x0008, 0x0005), "ISO_IR 192");
+    // PS3.5 6.2.1.1: trailing empty components may stand or not.
+    std::string name = Value(*data, 0x0010, 0x0010);
+    EXPECT_EQ(name.substr(0, name.find_last_not_of('^') + 1), "Иванов^Jérôme");
+    EXPECT_EQ(Value(*data, 0x0008, 0x1030), "Контроль");
+    EXPECT_EQ(Value(*data, 0x0008, 0x0080), institution);
+
+    std::string path = ScratchPath("utf8.dcm");
+    ASSERT_TRUE(root.SaveToFile(Utf8ToUtf16(path)));
+    auto [status, names] = RunShell("/usr/bin/python3 -c \"import pydicom; ds = pydicom.dcmread('" + path +
+                                    "'); print(str(ds.PatientName).rstrip('^'), ds.StudyDescription, sep='|')\"");
+    EXPECT_EQ(status, 0) << names;
+    EXPECT_EQ(names, "Иванов^Jérôme|Контроль\n");
+    std::remove(path.c_str());
 }

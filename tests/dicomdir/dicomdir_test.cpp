@@ -14,6 +14,7 @@
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/directoryrecords.h"
 #include "dicomdir/dicomdirex.h"
+#include "dicomdir/dicomdirindex.h"
 #include "dicomdir/dicomfsr.h"
 #include "platform/text.h"
 #include "support/cli.h"
@@ -79,18 +80,21 @@ TEST(DicomDirModel, AddsUnderPatientStudyAndSeriesAndWalksByPosition)
     EXPECT_TRUE(AddInstance(dir, u"A\\3", {1, 1, 1, 3, "SR"}));
     EXPECT_TRUE(AddInstance(dir, u"A\\4", {1, 1, 1, 4, "ko"}));
     EXPECT_TRUE(AddInstance(dir, u"B\\1", {2, 1, 1, 1}));
-    // A new study of the first patient goes to the end: by position it
-    // belongs to the second patient.
+    // A new study of the first patient goes after that patient's records,
+    // not after the second patient's, where it would belong to that one.
     EXPECT_TRUE(AddInstance(dir, u"A\\5", {1, 2, 1, 1}));
+    EXPECT_TRUE(AddInstance(dir, u"A\\6", {1, 1, 1, 5}));
     EXPECT_EQ(Types(dir), (std::vector<std::string>{"PATIENT", "STUDY", "SERIES", "IMAGE", "IMAGE", "SR DOCUMENT",
-                                                    "KEY OBJECT DOC", "PATIENT", "STUDY", "SERIES", "IMAGE", "STUDY",
-                                                    "SERIES", "IMAGE"}));
+                                                    "KEY OBJECT DOC", "IMAGE", "STUDY", "SERIES", "IMAGE", "PATIENT",
+                                                    "STUDY", "SERIES", "IMAGE"}));
     // The series' images, passing over its documents, up to the next patient.
-    EXPECT_EQ(dir.GetRecordCount("IMAGE", 3), 2);
-    EXPECT_EQ(dir.GetRecordCount("image", 3), 2);
+    EXPECT_EQ(dir.GetRecordCount("IMAGE", 3), 3);
+    EXPECT_EQ(dir.GetRecordCount("image", 3), 2);  // of level 6: the SR DOCUMENT record ends the walk
     EXPECT_EQ(dir.GetRecordPos("IMAGE", 3, 1), 4);
-    EXPECT_EQ(dir.GetRecordPos("IMAGE", 3, 2), -1);
-    EXPECT_EQ(dir.GetRecordCount("STUDY", 8), 2);
+    EXPECT_EQ(dir.GetRecordPos("IMAGE", 3, 2), 7);
+    EXPECT_EQ(dir.GetRecordPos("IMAGE", 3, 3), -1);
+    EXPECT_EQ(dir.GetRecordCount("STUDY", 1), 2);
+    EXPECT_EQ(dir.GetRecordCount("STUDY", 12), 1);
     EXPECT_EQ(dir.GetRecordCount("PATIENT", 0), 2);
     EXPECT_EQ(dir.GetRecordPos(dir.GetRecord(9), 0), 9);
     EXPECT_EQ(dir.GetRecordPos(dir.GetRecord(9), 10), -1);
@@ -105,6 +109,12 @@ TEST(DicomDirModel, AddsUnderPatientStudyAndSeriesAndWalksByPosition)
     ASSERT_TRUE(image->GetTagValue(0x0028, 0x0004, value));
     EXPECT_EQ(Trim(value), u"MONOCHROME2");
     EXPECT_TRUE(dir.GetRecord(5)->GetTagItem(0x0040, 0xA043));
+    // An instance without the UIDs its records need is refused with the reason.
+    std::unique_ptr<CDicomItem> incomplete(MakeInstance({5, 1, 1, 1}));
+    static_cast<CDicomItem*>(incomplete->GetChildItem(std::u16string(u"Data")))->RemoveTag(0x0020, 0x000E);
+    EXPECT_FALSE(dir.Add(u"C\\1", incomplete.get()));
+    EXPECT_NE(dir.GetLastError().GetText().find("Series Instance UID"), std::string::npos);
+    EXPECT_EQ(dir.GetRecordCount("PATIENT", 0), 2);
     CInstanceFinderDdir finder(&dir);
     std::u16string fileId = u"untouched";
     EXPECT_TRUE(finder.Find(u"1.2.840.10008.5.1.4.1.1.7", Utf8ToUtf16(KeyUid("4", {1, 1, 1, 2})), fileId));
@@ -122,7 +132,7 @@ TEST(DicomDirModel, AddsUnderPatientStudyAndSeriesAndWalksByPosition)
     ASSERT_TRUE(loaded.Load(Utf8ToUtf16(path)));
     EXPECT_EQ(Types(loaded), Types(dir));
     long secondPatient = 0;
-    ASSERT_TRUE(dir.GetRecord(7)->GetItemValue(u"Offset", secondPatient));
+    ASSERT_TRUE(dir.GetRecord(11)->GetItemValue(u"Offset", secondPatient));
     EXPECT_EQ(LinkOf(dir.m_pData, 0x1202), static_cast<uint32_t>(secondPatient));
     EXPECT_EQ(LinkOf(loaded.m_pData, 0x1202), static_cast<uint32_t>(secondPatient));
     // An empty directory saves with both root offsets 0.
@@ -295,4 +305,64 @@ TEST(DicomDirPeers, CreatedDirectoriesAreReadByDcmtkDicom3toolsAndPydicom)
     ASSERT_EQ(status, 0) << output;
     CliResult same = Oracle({"--same", folder.path + "/OURS", theirs + "/DICOMDIR"});
     EXPECT_EQ(same.out, "same\n") << same.err;
+}
+
+// Files nobody here wrote: pydicom's CT and MR samples, then a copy of the
+// CT with new study, series and instance UIDs (made by pydicom) added to the
+// directory, which must stand under the CT's patient; pydicom's whole
+// sample folder, whose empty Type 1 keys must not reach the records; its SR
+// sample, whose record keeps only the document's title modifiers.
+TEST(DicomDirPeers, RecordsOfPydicomSamplesStandUnderTheirPatientAndPassDciodvfy)
+{
+    std::string dataDir = PydicomDataDir();
+    if (dataDir.empty())
+        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    std::string samples = dataDir + "/test_files";
+    ScratchFolder folder("dicomdir-samples");
+    std::string set = folder.path + "/SET";
+    fs::create_directories(set);
+    fs::copy_file(samples + "/CT_small.dcm", set + "/CT");
+    fs::copy_file(samples + "/MR_small.dcm", set + "/MR");
+    fs::copy_file(samples + "/test-SR.dcm", set + "/SR");
+    ASSERT_EQ(RunCli({"dicomdir", "create", set}).status, 0);
+    auto [made, why] = PydicomRewrite(samples + "/CT_small.dcm", set + "/CT2",
+                                      "ds.StudyInstanceUID, ds.SeriesInstanceUID, ds.SOPInstanceUID = uid(), uid(), uid()\n"
+                                      "ds.file_meta.MediaStorageSOPInstanceUID = ds.SOPInstanceUID");
+    ASSERT_EQ(made, 0) << why;
+    CliResult added = RunCli({"dicomdir", "add", set + "/DICOMDIR", set + "/CT2"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    CliResult checked = Oracle({"--check", set + "/DICOMDIR"});
+    EXPECT_EQ(checked.out, "ok 4\n") << checked.err;
+    EXPECT_EQ(IodErrorLines(set + "/DICOMDIR"), std::set<std::string>{});
+    CDicomDirEx dir;
+    ASSERT_TRUE(dir.Load(Utf8ToUtf16(set + "/DICOMDIR")));
+    CDicomItem* report = nullptr;
+    for (int i = 0; CDicomItem* record = dir.GetRecord(i); ++i)
+        if (CDicomDirEx::GetRecordType(Utf16ToUtf8(DirIndex::TextKey(record, 0x0004, 0x1430))) == 5)
+            report = record;
+    ASSERT_NE(report, nullptr);
+    CDicomItem* content = report->GetTagItem(0x0040, 0xA730);
+    for (int i = 0; CDicomItem* item = content ? content->GetTagItem(0xFFFE, 0xE000, i) : nullptr; ++i) {
+        EXPECT_EQ(DirIndex::TextKey(item, 0x0040, 0xA010), u"HAS CONCEPT MOD");
+        EXPECT_EQ(item->GetTagItem(0x0040, 0xA730), nullptr);
+    }
+
+    // The whole sample folder: what cannot be referenced is named, the rest
+    // gives records without empty Type 1 keys.
+    std::string copy = folder.path + "/COPY";
+    CliResult all = RunCli({"dicomdir", "create", "--copy", copy, samples});
+    ASSERT_EQ(all.status, 0) << all.err;
+    EXPECT_NE(all.err.find("skipped, not added: no Study Instance UID (0020,000D)"), std::string::npos) << all.err;
+    EXPECT_EQ(IodErrorLines(copy + "/DICOMDIR"), std::set<std::string>{});
+    checked = Oracle({"--check", copy + "/DICOMDIR"});
+    EXPECT_EQ(checked.out.rfind("ok ", 0), 0u) << checked.out << checked.err;
+
+    // A folder without a DICOM file gives no directory, as dcmmkdir does.
+    std::string empty = folder.path + "/EMPTY";
+    fs::create_directories(empty);
+    ASSERT_TRUE(WriteFile(empty + "/README", Bytes{'h', 'i', '\n'}));
+    CliResult none = RunCli({"dicomdir", "create", empty});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_NE(none.err.find("no DICOM file found"), std::string::npos) << none.err;
+    EXPECT_FALSE(fs::exists(empty + "/DICOMDIR"));
 }

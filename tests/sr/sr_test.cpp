@@ -154,8 +154,9 @@ constexpr const char* kCtImage = "1.2.840.10008.5.1.4.1.1.2";
 
 // An Enhanced SR: general modules from the host's description, then the
 // content tree with every value type the builder writes, nested containers
-// and references.
-std::unique_ptr<CSR> BuildReport(CXmlItem& patient)
+// and references. With hostAttributes, the host also sets the document's
+// root item, flags and evidence itself.
+std::unique_ptr<CSR> BuildReport(CXmlItem& patient, bool hostAttributes = true)
 {
     patient.AddItem(u"LastName", u"Doe", "");
     patient.AddItem(u"FirstName", u"Jane", "");
@@ -178,22 +179,27 @@ std::unique_ptr<CSR> BuildReport(CXmlItem& patient)
     // The document's own root item and SR Document General attributes,
     // which the host sets on the data set.
     CDicomItem* data = report->GetDataItem();
-    data->ReplaceTag(0x0040, 0xA040, u"CONTAINER", u"CS");
     CSR::InsertCodeItem(data->InsertSequence(0x0040, 0xA043), "126000", "DCM", "");
-    data->ReplaceTag(0x0040, 0xA050, u"SEPARATE", u"CS");
-    data->ReplaceTag(0x0040, 0xA491, u"COMPLETE", u"CS");
-    data->ReplaceTag(0x0040, 0xA493, u"UNVERIFIED", u"CS");
-    data->InsertSequence(0x0040, 0xA372);
-    CDicomItem* evidence = data->InsertSequence(0x0040, 0xA375)->InsertSequenceItem();
-    evidence->ReplaceTag(0x0020, 0x000D, u"1.2.826.0.1.3680043.2.1125.1.17", u"UI");
-    CDicomItem* series = evidence->InsertSequence(0x0008, 0x1115)->InsertSequenceItem();
-    series->ReplaceTag(0x0020, 0x000E, u"1.2.826.0.1.3680043.2.1125.1.17.1", u"UI");
-    CDicomItem* instances = series->InsertSequence(0x0008, 0x1199);
-    for (const char16_t* uid : {u"1.2.826.0.1.3680043.2.1125.1.21", u"1.2.826.0.1.3680043.2.1125.1.22",
-                                u"1.2.826.0.1.3680043.2.1125.1.23"}) {
-        CDicomItem* reference = instances->InsertSequenceItem();
-        reference->ReplaceTag(0x0008, 0x1150, Utf8ToUtf16(kCtImage), u"UI");
-        reference->ReplaceTag(0x0008, 0x1155, uid, u"UI");
+    if (hostAttributes) {
+        data->ReplaceTag(0x0040, 0xA040, u"CONTAINER", u"CS");
+        data->ReplaceTag(0x0040, 0xA050, u"SEPARATE", u"CS");
+        data->ReplaceTag(0x0040, 0xA491, u"COMPLETE", u"CS");
+        data->ReplaceTag(0x0040, 0xA493, u"UNVERIFIED", u"CS");
+    }
+    // The evidence only the host knows: the study and series of the
+    // instances the content references (PS3.3 C.17.2.3).
+    {
+        CDicomItem* evidence = data->InsertSequence(0x0040, 0xA375)->InsertSequenceItem();
+        evidence->ReplaceTag(0x0020, 0x000D, u"1.2.826.0.1.3680043.2.1125.1.17", u"UI");
+        CDicomItem* series = evidence->InsertSequence(0x0008, 0x1115)->InsertSequenceItem();
+        series->ReplaceTag(0x0020, 0x000E, u"1.2.826.0.1.3680043.2.1125.1.17.1", u"UI");
+        CDicomItem* instances = series->InsertSequence(0x0008, 0x1199);
+        for (const char16_t* uid : {u"1.2.826.0.1.3680043.2.1125.1.21", u"1.2.826.0.1.3680043.2.1125.1.22",
+                                    u"1.2.826.0.1.3680043.2.1125.1.23"}) {
+            CDicomItem* reference = instances->InsertSequenceItem();
+            reference->ReplaceTag(0x0008, 0x1150, Utf8ToUtf16(kCtImage), u"UI");
+            reference->ReplaceTag(0x0008, 0x1155, uid, u"UI");
+        }
     }
 
     CSR::AddNode(data, "HAS OBS CONTEXT", "PNAME", "121008", "DCM", "Smith^John^M");
@@ -262,7 +268,7 @@ TEST_F(SrPeers, ReportBuiltByTheLibraryIsReadByPeersRendersAsBuiltAndNavigates)
     EXPECT_EQ(value + "/" + scheme, "4147007/SCT");
     EXPECT_TRUE(CSR::GetNodeCompositeData(data, "121112", "DCM", value, scheme));
     EXPECT_EQ(scheme, "1.2.826.0.1.3680043.2.1125.1.22");
-    // The unit's code item carries its version; an unknown code no meaning.
+    // The unit's code item carries its version; an unknown code its value as meaning.
     const CDicomItem* unit = CSR::GetNode(CSR::GetNode(findings, 0), 0)
                                  ->GetSequenceItem(0x0040, 0xA300)
                                  ->GetSequenceItem(0x0040, 0x08EA);
@@ -270,7 +276,6 @@ TEST_F(SrPeers, ReportBuiltByTheLibraryIsReadByPeersRendersAsBuiltAndNavigates)
     EXPECT_TRUE(unit->GetTagValue(0x0008, 0x0103, version));
     CDicomItem scratch(u"Data");
     const CDicomItem* unknown = CSR::InsertCodeItem(scratch.InsertSequence(0x0008, 0x0100), "X", "99LOCAL", "");
-    EXPECT_EQ(unknown->GetTagItem(0x0008, 0x0104), nullptr);
     EXPECT_EQ(unknown->GetTagItem(0x0008, 0x0103), nullptr);
 
     // Top-level images only, in document order (the list: last first).
@@ -317,6 +322,29 @@ TEST_F(SrPeers, ReportBuiltByTheLibraryIsReadByPeersRendersAsBuiltAndNavigates)
     CSRTextContext bare;
     report->Draw(bare);
     EXPECT_EQ(Utf16ToUtf8(bare.m_lines.at(0)), "Imaging Measurement Report");
+}
+
+// The same report without a code dictionary and without the host's own
+// root item and flags: what the library writes is what dsrdump and
+// dciodvfy read without error.
+TEST_F(SrPeers, ReportBuiltWithoutConfigurationOrHostAttributesIsValid)
+{
+    CAppPath::GetAppPathInstance().SetPath(u"config", Utf8ToUtf16(folder + "/"));
+    CSR::g_dictionary.Free();
+    CXmlItem patient(u"Patient", u"", "");
+    std::unique_ptr<CSR> report = BuildReport(patient, false);
+    std::string path = folder + "/bare.dcm";
+    ASSERT_TRUE(report->Save(Utf8ToUtf16(path)));
+    int status = -1;
+    EXPECT_EQ(DsrdumpErrors(path, &status), 0) << RunShell("dsrdump " + Quote(path)).second;
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(DciodvfyErrors(path), 0) << RunShell("dciodvfy " + Quote(path)).second;
+    // A code without a dictionary meaning keeps its value as the meaning.
+    CDicomItem scratch(u"Data");
+    const CDicomItem* unknown = CSR::InsertCodeItem(scratch.InsertSequence(0x0008, 0x0100), "X", "99LOCAL", "");
+    std::u16string meaning;
+    EXPECT_TRUE(unknown->GetTagValue(0x0008, 0x0104, meaning));
+    EXPECT_EQ(zeldicom::Trim(meaning), u"X");
 }
 
 // Content nested far deeper than any report, built in memory (the parser

@@ -106,4 +106,14 @@ inline std::string PydicomDataDir()
     return dir;
 }
 
+// pydicom's copy of source, changed by the Python statements (which see the
+// data set as ds and generate_uid as uid), saved as target: the exit status
+// and pydicom's output.
+inline std::pair<int, std::string> PydicomRewrite(const std::string& source, const std::string& target,
+                                                  const std::string& statements)
+{
+    return RunShell("/usr/bin/python3 -c \"import pydicom\nfrom pydicom.uid import generate_uid as uid\n"
+                    "ds = pydicom.dcmread('" + source + "')\n" + statements + "\nds.save_as('" + target + "')\"");
+}
+
 }  // namespace testsupport
