@@ -4,6 +4,7 @@
 // the run within the time-out with one line.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -48,6 +49,7 @@ struct TestUser : CSecurityFrameworkForDLL {
 TEST(WorklistHostilePeer, PendingMatchesAreKeptAndTheCallbackAndAuditTellTheOutcome)
 {
     const std::string audit = testsupport::ScratchPath("audit");
+    std::remove(audit.c_str());  // a trail left by an earlier process of the same pid
     CAuditTrailManager::GetUniqueInstance().SetLogFile(audit);
     TestUser user;
     CSecurityFrameworkForDLL::Install(&user);
