@@ -75,6 +75,14 @@ void RelabelCharacterSet(CXmlItem& node, const std::string& characterSet)
     }
 }
 
+// An attribute child ("VR", "Size", "ParentVR") labelled like its element.
+CDicomItem* NewAttribute(const char16_t* name, std::u16string value, const std::string& characterSet)
+{
+    auto* attribute = new CDicomItem(name, value);
+    attribute->m_sCharacterSet = characterSet;
+    return attribute;
+}
+
 std::u16string Widen(std::string_view letters)
 {
     std::u16string wide;
@@ -150,6 +158,14 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     CDicomItem* groupItem = nullptr;
     int currentGroup = -1;
     ElementHeader header;
+    // The label of this run's own Specific Character Set, applied as soon as
+    // the element is read, so that the nodes after it are created with it
+    // instead of being relabelled in a second walk of the whole tree.
+    // Only a node that this run fills from empty: the nodes of an earlier run
+    // may carry another label.
+    const bool freshNode = m_children.empty();
+    bool labelledEarly = false;
+    std::string earlyLabel;
     while (cursor.remaining() > 0) {
         const unsigned char* start = cursor.here();
         if (!ReadElementHeader(cursor, explicitVR, header)) {
@@ -205,9 +221,9 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             item->m_nDataSize = static_cast<int>(length);
         }
         if (!vr.empty())
-            item->AddItem(new CDicomItem(u"VR", Widen(vr)));
+            item->AddItem(NewAttribute(u"VR", Widen(vr), m_sCharacterSet));
         if (length != 0)
-            item->AddItem(new CDicomItem(u"Size", SizeText(length)));
+            item->AddItem(NewAttribute(u"Size", SizeText(length), m_sCharacterSet));
         if (!fits && (vr == "SQ" || (isItem && GetVR() == "SQ"))) {
             // A cut-short sequence or item: what it holds up to the end is
             // read for display, and the innermost element that is cut names
@@ -217,6 +233,12 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         }
         if (!fits || (!undefined && length > INT32_MAX))
             return Failed(start, group, element);
+        if (group == 0x0008 && element == 0x0005 && freshNode && !labelledEarly) {
+            labelledEarly = true;
+            earlyLabel = CDicomInfoStatics::ExtractCharacterSet(this);
+            if (!earlyLabel.empty() && earlyLabel != m_sCharacterSet)
+                RelabelCharacterSet(*this, earlyLabel);
+        }
 
         // Which content is parsed further, and how.
         bool nested = false;
@@ -224,7 +246,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         if (isItem) {
             std::string parentVR = GetVR();
             if (!parentVR.empty())
-                item->AddItem(new CDicomItem(u"ParentVR", AsciiToWide(parentVR)));
+                item->AddItem(NewAttribute(u"ParentVR", AsciiToWide(parentVR), m_sCharacterSet));
             nested = parentVR == "SQ";
         } else if (group == 0x7FE0 && element == 0x0010 && undefined) {
             nested = true;
@@ -262,8 +284,10 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             break;
         }
     }
+    // Nodes created after the early label carry it already; a label that is
+    // not this run's own (an element read by an earlier run) needs the walk.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(this);
-    if (!characterSet.empty())
+    if (!characterSet.empty() && !(labelledEarly && characterSet == earlyLabel))
         RelabelCharacterSet(*this, characterSet);
     return static_cast<uint32_t>(total);
 }
