@@ -97,28 +97,49 @@ std::string HexPreview(const unsigned char* bytes, size_t size, size_t maxBytes)
     return text;
 }
 
+namespace {
+constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// The two base64 characters of every 12-bit value: three input bytes are two lookups.
+struct Base64Pairs {
+    char pairs[4096][2];
+    constexpr Base64Pairs() : pairs()
+    {
+        for (int i = 0; i < 4096; ++i) {
+            pairs[i][0] = kBase64Alphabet[i >> 6];
+            pairs[i][1] = kBase64Alphabet[i & 63];
+        }
+    }
+};
+constexpr Base64Pairs kBase64Pairs;
+}
+
 void AppendBase64(DumpOutput& out, const unsigned char* bytes, size_t size)
 {
-    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    char quad[4];
+    // Encoded a block at a time: one append per 4 KiB instead of one per 4 characters.
+    char block[4096];
+    size_t filled = 0;
     size_t i = 0;
     for (; i + 3 <= size; i += 3) {
         uint32_t n = (static_cast<uint32_t>(bytes[i]) << 16) | (static_cast<uint32_t>(bytes[i + 1]) << 8) | bytes[i + 2];
-        quad[0] = kAlphabet[(n >> 18) & 63];
-        quad[1] = kAlphabet[(n >> 12) & 63];
-        quad[2] = kAlphabet[(n >> 6) & 63];
-        quad[3] = kAlphabet[n & 63];
-        out.Append(std::string_view(quad, 4));
+        std::memcpy(block + filled, kBase64Pairs.pairs[n >> 12], 2);
+        std::memcpy(block + filled + 2, kBase64Pairs.pairs[n & 0xFFF], 2);
+        filled += 4;
+        if (filled == sizeof block) {
+            out.Append(std::string_view(block, filled));
+            filled = 0;
+        }
     }
     size_t rest = size - i;
-    if (rest == 0)
-        return;
-    uint32_t n = static_cast<uint32_t>(bytes[i]) << 16;
-    if (rest == 2)
-        n |= static_cast<uint32_t>(bytes[i + 1]) << 8;
-    quad[0] = kAlphabet[(n >> 18) & 63];
-    quad[1] = kAlphabet[(n >> 12) & 63];
-    quad[2] = rest == 2 ? kAlphabet[(n >> 6) & 63] : '=';
-    quad[3] = '=';
-    out.Append(std::string_view(quad, 4));
+    if (rest != 0) {
+        uint32_t n = static_cast<uint32_t>(bytes[i]) << 16;
+        if (rest == 2)
+            n |= static_cast<uint32_t>(bytes[i + 1]) << 8;
+        block[filled] = kBase64Alphabet[(n >> 18) & 63];
+        block[filled + 1] = kBase64Alphabet[(n >> 12) & 63];
+        block[filled + 2] = rest == 2 ? kBase64Alphabet[(n >> 6) & 63] : '=';
+        block[filled + 3] = '=';
+        filled += 4;
+    }
+    out.Append(std::string_view(block, filled));
 }
