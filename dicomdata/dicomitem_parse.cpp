@@ -15,6 +15,7 @@
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
+#include "platform/nodearena.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -143,6 +144,7 @@ uint32_t CDicomItem::LoadTags(const unsigned char* bytes, int count, bool explic
         return 0;
     if (!bytes)
         return kFailed;
+    NodeArenaScope arena;
     // A count of -1 trusts the caller that a delimiter ends the run.
     return ParseRun(bytes, count == -1 ? INT64_MAX : count, count != -1, explicitVR, groupFilter, 0);
 }
@@ -342,6 +344,7 @@ void CDicomItem::RemoveLoadedObject()
 bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
 {
     m_LastError.Clear();
+    NodeArenaScope arena;
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;

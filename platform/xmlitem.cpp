@@ -1,8 +1,24 @@
 #include "platform/xmlitem.h"
 
+#include <new>
+
+#include "platform/nodearena.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
+
+void* CXmlItem::operator new(std::size_t size)
+{
+    void* node = AllocateNode(size);
+    if (!node)
+        throw std::bad_alloc();
+    return node;
+}
+
+void CXmlItem::operator delete(void* node)
+{
+    FreeNode(node);
+}
 
 CXmlItem::CXmlItem(const char16_t* name, const char16_t* value, const char* characterSet)
     : m_sName(name ? name : u""), m_sValue(value ? value : u""), m_sCharacterSet(characterSet ? characterSet : "")
