@@ -51,10 +51,29 @@ CXmlItem* CXmlItem::GetChildItem(int index) const
     return m_children[static_cast<size_t>(index)];
 }
 
+namespace {
+// Element and group names ("e0010", "e0020") share their start: compared
+// from the end, most names differ at the first character looked at.
+inline bool SameName(const std::u16string& a, const std::u16string& b)
+{
+    size_t size = a.size();
+    if (size != b.size())
+        return false;
+    const char16_t* left = a.data();
+    const char16_t* right = b.data();
+    while (size > 0) {
+        --size;
+        if (left[size] != right[size])
+            return false;
+    }
+    return true;
+}
+}
+
 CXmlItem* CXmlItem::GetChildItem(const std::u16string& name, int occurrence) const
 {
     for (CXmlItem* child : m_children) {
-        if (child->m_sName == name) {
+        if (SameName(child->m_sName, name)) {
             if (occurrence == 0)
                 return child;
             --occurrence;
@@ -67,7 +86,7 @@ int CXmlItem::GetChildItemCount(const std::u16string& name) const
 {
     int count = 0;
     for (const CXmlItem* child : m_children)
-        count += child->m_sName == name;
+        count += SameName(child->m_sName, name);
     return count;
 }
 
