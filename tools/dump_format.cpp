@@ -1,6 +1,7 @@
 // Shared pieces of `zeldicom dump`: buffered output and value readers.
 #include "tools/dump_format.h"
 
+#include <charconv>
 #include <cstdarg>
 #include <cstring>
 
@@ -48,53 +49,81 @@ int NumberWidth(std::string_view vr)
     return 0;
 }
 
-std::string FormatNumber(std::string_view vr, const unsigned char* bytes, size_t index)
+void AppendHex4(std::string& out, int number)
+{
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    char digits[4] = {kDigits[(number >> 12) & 0xF], kDigits[(number >> 8) & 0xF], kDigits[(number >> 4) & 0xF],
+                      kDigits[number & 0xF]};
+    out.append(digits, 4);
+}
+
+void AppendDecimal(std::string& out, long number)
+{
+    char digits[24];
+    auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    out.append(digits, end);
+}
+
+void AppendNumber(std::string& out, std::string_view vr, const unsigned char* bytes, size_t index)
 {
     const unsigned char* p = bytes + index * static_cast<size_t>(NumberWidth(vr));
-    if (vr == "US")
-        return FormatText("%u", ByteCursor::loadUint16LE(p));
-    if (vr == "SS")
-        return FormatText("%d", static_cast<int16_t>(ByteCursor::loadUint16LE(p)));
-    if (vr == "UL")
-        return FormatText("%u", ByteCursor::loadUint32LE(p));
-    if (vr == "SL")
-        return FormatText("%d", static_cast<int32_t>(ByteCursor::loadUint32LE(p)));
-    if (vr == "FL") {
+    char digits[32];
+    char* end = digits;
+    if (vr == "US") {
+        end = std::to_chars(digits, digits + sizeof digits, ByteCursor::loadUint16LE(p)).ptr;
+    } else if (vr == "SS") {
+        end = std::to_chars(digits, digits + sizeof digits, static_cast<int16_t>(ByteCursor::loadUint16LE(p))).ptr;
+    } else if (vr == "UL") {
+        end = std::to_chars(digits, digits + sizeof digits, ByteCursor::loadUint32LE(p)).ptr;
+    } else if (vr == "SL") {
+        end = std::to_chars(digits, digits + sizeof digits, static_cast<int32_t>(ByteCursor::loadUint32LE(p))).ptr;
+    } else if (vr == "FL") {
         uint32_t bits = ByteCursor::loadUint32LE(p);
         float value;
         std::memcpy(&value, &bits, sizeof value);
-        return FormatText("%.9g", static_cast<double>(value));
+        end = digits + std::snprintf(digits, sizeof digits, "%.9g", static_cast<double>(value));
+    } else {
+        uint64_t bits =
+            ByteCursor::loadUint32LE(p) | (static_cast<uint64_t>(ByteCursor::loadUint32LE(p + 4)) << 32);
+        if (vr == "FD") {
+            double value;
+            std::memcpy(&value, &bits, sizeof value);
+            end = digits + std::snprintf(digits, sizeof digits, "%.17g", value);
+        } else if (vr == "SV") {
+            end = std::to_chars(digits, digits + sizeof digits, static_cast<int64_t>(bits)).ptr;
+        } else {
+            end = std::to_chars(digits, digits + sizeof digits, bits).ptr;
+        }
     }
-    uint64_t bits = ByteCursor::loadUint32LE(p) | (static_cast<uint64_t>(ByteCursor::loadUint32LE(p + 4)) << 32);
-    if (vr == "FD") {
-        double value;
-        std::memcpy(&value, &bits, sizeof value);
-        return FormatText("%.17g", value);
-    }
-    if (vr == "SV")
-        return FormatText("%lld", static_cast<long long>(static_cast<int64_t>(bits)));
-    return FormatText("%llu", static_cast<unsigned long long>(bits));
+    out.append(digits, end);
+}
+
+std::string FormatNumber(std::string_view vr, const unsigned char* bytes, size_t index)
+{
+    std::string text;
+    AppendNumber(text, vr, bytes, index);
+    return text;
 }
 
 std::string FormatAttributeTag(const unsigned char* bytes, size_t index)
 {
     const unsigned char* p = bytes + index * 4;
-    return FormatText("%04X%04X", ByteCursor::loadUint16LE(p), ByteCursor::loadUint16LE(p + 2));
+    std::string text;
+    AppendHex4(text, ByteCursor::loadUint16LE(p));
+    AppendHex4(text, ByteCursor::loadUint16LE(p + 2));
+    return text;
 }
 
-std::string HexPreview(const unsigned char* bytes, size_t size, size_t maxBytes)
+void AppendHexPreview(std::string& out, const unsigned char* bytes, size_t size, size_t maxBytes)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
     size_t shown = size < maxBytes ? size : maxBytes;
-    std::string text;
-    text.reserve(shown * 3);
     for (size_t i = 0; i < shown; ++i) {
         if (i > 0)
-            text.push_back(' ');
-        text.push_back(kDigits[bytes[i] >> 4]);
-        text.push_back(kDigits[bytes[i] & 0x0F]);
+            out.push_back(' ');
+        out.push_back(kDigits[bytes[i] >> 4]);
+        out.push_back(kDigits[bytes[i] & 0x0F]);
     }
-    return text;
 }
 
 namespace {
