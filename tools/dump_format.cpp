@@ -147,28 +147,29 @@ void AppendBase64(DumpOutput& out, const unsigned char* bytes, size_t size)
 {
     // Encoded a block at a time: one append per 4 KiB instead of one per 4 characters.
     char block[4096];
-    size_t filled = 0;
     size_t i = 0;
-    for (; i + 3 <= size; i += 3) {
-        uint32_t n = (static_cast<uint32_t>(bytes[i]) << 16) | (static_cast<uint32_t>(bytes[i + 1]) << 8) | bytes[i + 2];
-        std::memcpy(block + filled, kBase64Pairs.pairs[n >> 12], 2);
-        std::memcpy(block + filled + 2, kBase64Pairs.pairs[n & 0xFFF], 2);
-        filled += 4;
-        if (filled == sizeof block) {
-            out.Append(std::string_view(block, filled));
-            filled = 0;
+    while (size - i >= 3) {
+        size_t triples = (size - i) / 3;
+        if (triples > sizeof block / 4)
+            triples = sizeof block / 4;
+        char* at = block;
+        for (size_t t = 0; t < triples; ++t, i += 3, at += 4) {
+            uint32_t n = (static_cast<uint32_t>(bytes[i]) << 16) | (static_cast<uint32_t>(bytes[i + 1]) << 8) |
+                         bytes[i + 2];
+            std::memcpy(at, kBase64Pairs.pairs[n >> 12], 2);
+            std::memcpy(at + 2, kBase64Pairs.pairs[n & 0xFFF], 2);
         }
+        out.Append(std::string_view(block, triples * 4));
     }
     size_t rest = size - i;
-    if (rest != 0) {
-        uint32_t n = static_cast<uint32_t>(bytes[i]) << 16;
-        if (rest == 2)
-            n |= static_cast<uint32_t>(bytes[i + 1]) << 8;
-        block[filled] = kBase64Alphabet[(n >> 18) & 63];
-        block[filled + 1] = kBase64Alphabet[(n >> 12) & 63];
-        block[filled + 2] = rest == 2 ? kBase64Alphabet[(n >> 6) & 63] : '=';
-        block[filled + 3] = '=';
-        filled += 4;
-    }
-    out.Append(std::string_view(block, filled));
+    if (rest == 0)
+        return;
+    uint32_t n = static_cast<uint32_t>(bytes[i]) << 16;
+    if (rest == 2)
+        n |= static_cast<uint32_t>(bytes[i + 1]) << 8;
+    block[0] = kBase64Alphabet[(n >> 18) & 63];
+    block[1] = kBase64Alphabet[(n >> 12) & 63];
+    block[2] = rest == 2 ? kBase64Alphabet[(n >> 6) & 63] : '=';
+    block[3] = '=';
+    out.Append(std::string_view(block, 4));
 }
