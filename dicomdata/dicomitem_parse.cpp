@@ -15,6 +15,7 @@
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
+#include "platform/nodearena.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -73,6 +74,14 @@ void RelabelCharacterSet(CXmlItem& node, const std::string& characterSet)
             continue;
         RelabelCharacterSet(*child, characterSet);
     }
+}
+
+// An attribute child ("VR", "Size", "ParentVR") labelled like its element.
+CDicomItem* NewAttribute(const char16_t* name, std::u16string value, const std::string& characterSet)
+{
+    auto* attribute = new CDicomItem(name, value);
+    attribute->m_sCharacterSet = characterSet;
+    return attribute;
 }
 
 std::u16string Widen(std::string_view letters)
@@ -135,6 +144,7 @@ uint32_t CDicomItem::LoadTags(const unsigned char* bytes, int count, bool explic
         return 0;
     if (!bytes)
         return kFailed;
+    NodeArenaScope arena;
     // A count of -1 trusts the caller that a delimiter ends the run.
     return ParseRun(bytes, count == -1 ? INT64_MAX : count, count != -1, explicitVR, groupFilter, 0);
 }
@@ -150,6 +160,14 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     CDicomItem* groupItem = nullptr;
     int currentGroup = -1;
     ElementHeader header;
+    // The label of this run's own Specific Character Set, applied as soon as
+    // the element is read, so that the nodes after it are created with it
+    // instead of being relabelled in a second walk of the whole tree.
+    // Only a node that this run fills from empty: the nodes of an earlier run
+    // may carry another label.
+    const bool freshNode = m_children.empty();
+    bool labelledEarly = false;
+    std::string earlyLabel;
     while (cursor.remaining() > 0) {
         const unsigned char* start = cursor.here();
         if (!ReadElementHeader(cursor, explicitVR, header)) {
@@ -205,9 +223,9 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             item->m_nDataSize = static_cast<int>(length);
         }
         if (!vr.empty())
-            item->AddItem(new CDicomItem(u"VR", Widen(vr)));
+            item->AddItem(NewAttribute(u"VR", Widen(vr), m_sCharacterSet));
         if (length != 0)
-            item->AddItem(new CDicomItem(u"Size", SizeText(length)));
+            item->AddItem(NewAttribute(u"Size", SizeText(length), m_sCharacterSet));
         if (!fits && (vr == "SQ" || (isItem && GetVR() == "SQ"))) {
             // A cut-short sequence or item: what it holds up to the end is
             // read for display, and the innermost element that is cut names
@@ -217,6 +235,12 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         }
         if (!fits || (!undefined && length > INT32_MAX))
             return Failed(start, group, element);
+        if (group == 0x0008 && element == 0x0005 && freshNode && !labelledEarly) {
+            labelledEarly = true;
+            earlyLabel = CDicomInfoStatics::ExtractCharacterSet(this);
+            if (!earlyLabel.empty() && earlyLabel != m_sCharacterSet)
+                RelabelCharacterSet(*this, earlyLabel);
+        }
 
         // Which content is parsed further, and how.
         bool nested = false;
@@ -224,7 +248,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         if (isItem) {
             std::string parentVR = GetVR();
             if (!parentVR.empty())
-                item->AddItem(new CDicomItem(u"ParentVR", AsciiToWide(parentVR)));
+                item->AddItem(NewAttribute(u"ParentVR", AsciiToWide(parentVR), m_sCharacterSet));
             nested = parentVR == "SQ";
         } else if (group == 0x7FE0 && element == 0x0010 && undefined) {
             nested = true;
@@ -262,8 +286,10 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             break;
         }
     }
+    // Nodes created after the early label carry it already; a label that is
+    // not this run's own (an element read by an earlier run) needs the walk.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(this);
-    if (!characterSet.empty())
+    if (!characterSet.empty() && !(labelledEarly && characterSet == earlyLabel))
         RelabelCharacterSet(*this, characterSet);
     return static_cast<uint32_t>(total);
 }
@@ -318,6 +344,7 @@ void CDicomItem::RemoveLoadedObject()
 bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
 {
     m_LastError.Clear();
+    NodeArenaScope arena;
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;

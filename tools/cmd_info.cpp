@@ -3,6 +3,7 @@
 // record's field names.
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <string>
 
@@ -259,9 +260,17 @@ std::string Time(int time)
     return text.empty() ? "-" : U8(text);
 }
 
+// "  %-22s %s\n" without the printf machinery (the value ends at a NUL, as %s would).
 void Line(std::string& out, const char* label, const std::string& value)
 {
-    out += FormatText("  %-22s %s\n", label, value.c_str());
+    size_t width = std::strlen(label);
+    out += "  ";
+    out.append(label, width);
+    if (width < 22)
+        out.append(22 - width, ' ');
+    out.push_back(' ');
+    out += value.c_str();
+    out.push_back('\n');
 }
 
 std::string LutLine(uint32_t entries, long long first, uint32_t bits, bool data)

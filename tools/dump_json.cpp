@@ -133,7 +133,11 @@ public:
             m_out.Append(first ? "\n" : ",\n");
             first = false;
             m_out.Indent(level + 1);
-            m_out.AppendFormat("\"%04X%04X\": ", e.group, e.element);
+            m_key.assign(1, '"');
+            AppendHex4(m_key, e.group);
+            AppendHex4(m_key, e.element);
+            m_key += "\": ";
+            m_out.Append(m_key);
             Element(*e.node, level + 1);
             return true;
         });
@@ -294,6 +298,7 @@ private:
     }
 
     DumpOutput& m_out;
+    std::string m_key;  // "GGGGEEEE": , reused for every attribute
 };
 }
 
