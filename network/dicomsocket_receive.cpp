@@ -7,7 +7,7 @@
 #include "network/dicomsocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 
 using namespace zeldicom;
 

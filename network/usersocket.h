@@ -19,6 +19,9 @@
 
 class CDicomItem;
 class CDynBuffer;
+namespace zeldicom::pdu {
+struct AssociateFields;
+}
 
 // A callback of ReadTags: one element, its value copied (and swapped to
 // this machine's byte order for big endian); the copy lives for the call.
@@ -121,6 +124,9 @@ public:
     int ReadAssociateAc();
     int ReceiveReleaseRsp();
     void Close() override;
+    // The Implementation Class UID this side sends (PS3.7 D.3.3.2): the UID
+    // root when it is a valid UID, else the library's own.
+    static std::string GetImplementationClassUid();
 
     // --- DIMSE (usersocket_dimse.cpp)
     int SendEchoReq();
@@ -267,6 +273,10 @@ protected:
     bool SendGroup(CDicomItem* item, int group);
     // Puts the P-DATA-TF header in front of a prebuilt body and sends it.
     int SendPdu(CDynBuffer& body);
+    // Sends a whole PDU built by the codec; 0 with the system error on failure.
+    int SendWholePdu(const std::vector<unsigned char>& bytes);
+    // Maximum length, implementation class and version of this side.
+    void FillUserInformation(zeldicom::pdu::AssociateFields& fields) const;
     // Connects, proposes the contexts already added and negotiates; the
     // step that failed is left in m_sFailedStep.
     int OpenAssociation(const HOST_INFO& host, bool storageCommitmentRole);

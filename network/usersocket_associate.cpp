@@ -5,7 +5,7 @@
 #include "imageinfo/dicominfo.h"
 #include "network/usersocket.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -13,13 +13,46 @@ using namespace zeldicom;
 namespace {
 const std::string kHyphens(91, '-');
 
-void PutTitleField(pdu::Bytes& out, const char* field)
+// The library's own implementation class UID (UUID-derived, PS3.5 B.2),
+// sent when the host has set no UID root.
+constexpr char kLibraryImplementationClass[] = "2.25.135358127703870177945697021926943424524";
+
+// PS3.5 9.1: 1 to 64 characters, digits in components separated by dots.
+bool IsUid(const std::string& text)
 {
-    // The title's characters up to its terminator, the rest zero bytes.
-    size_t length = strnlen(field, 16);
-    for (size_t i = 0; i < 16; ++i)
-        out.push_back(i < length ? static_cast<unsigned char>(field[i]) : 0);
+    if (text.empty() || text.size() > 64 || text.front() == '.' || text.back() == '.')
+        return false;
+    for (size_t i = 0; i < text.size(); ++i)
+        if (!(text[i] >= '0' && text[i] <= '9') && !(text[i] == '.' && text[i - 1] != '.'))
+            return false;
+    return true;
 }
+}
+
+std::string CUserSocket::GetImplementationClassUid()
+{
+    // PS3.7 D.3.3.2: the sub-item is mandatory and holds a UID; a root that is
+    // not one is not sent.
+    std::string root = WideToAscii(DICOMINFO::GetDicomRoot());
+    return IsUid(root) ? root : kLibraryImplementationClass;
+}
+
+void CUserSocket::FillUserInformation(pdu::AssociateFields& fields) const
+{
+    fields.hasMaxLength = true;
+    fields.maxLength = static_cast<uint32_t>(m_nReceiveBufferSize);
+    fields.implementationClass = GetImplementationClassUid();
+    fields.implementationVersion = FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
+                                              DICOMINFO::GetVersionRev());
+}
+
+int CUserSocket::SendWholePdu(const pdu::Bytes& bytes)
+{
+    if (Send(bytes.data(), static_cast<int>(bytes.size())) == -1) {
+        SetError(0, GetLastError());
+        return 0;
+    }
+    return 1;
 }
 
 CUserSocket::CUserSocket() { m_sTraceName = "DicomUserSocket"; }
@@ -71,47 +104,27 @@ int CUserSocket::Connect()
 
 int CUserSocket::SendAssociateReq(bool storageCommitmentRole)
 {
-    pdu::Bytes items;
-    pdu::PutItem(items, pdu::kApplicationContextItem, pdu::kApplicationContextName);
+    pdu::AssociateRq request;
+    request.calledTitle.assign(m_AssociateData.m_szCalledAETitle, strnlen(m_AssociateData.m_szCalledAETitle, 16));
+    request.callingTitle.assign(m_AssociateData.m_szCallingAETitle, strnlen(m_AssociateData.m_szCallingAETitle, 16));
     for (int i = 0; i < m_AssociateData.GetPresContextCount(); ++i) {
         const CPresentationContext* context = m_AssociateData.GetPresContext(i);
-        pdu::Bytes value{context->m_ucPresContextID, 0, 0, 0};
-        pdu::PutItem(value, pdu::kAbstractSyntaxSubItem, context->m_sAbstractSyntax);
+        pdu::ProposedContext proposed{context->m_ucPresContextID, context->m_sAbstractSyntax, {}};
         for (int t = 0; t < context->GetTransferSyntaxCount(); ++t)
-            pdu::PutItem(value, pdu::kTransferSyntaxSubItem, context->GetTransferSyntax(t));
-        pdu::PutItem(items, pdu::kPresentationContextRqItem, value.data(), value.size());
+            proposed.transferSyntaxes.push_back(context->GetTransferSyntax(t));
+        request.contexts.push_back(std::move(proposed));
     }
-    pdu::Bytes user, maximum;
-    pdu::PutUint32(maximum, static_cast<uint32_t>(m_nReceiveBufferSize));
-    pdu::PutItem(user, pdu::kMaxLengthSubItem, maximum.data(), maximum.size());
-    pdu::PutItem(user, pdu::kImplementationClassSubItem, WideToAscii(DICOMINFO::GetDicomRoot()));
-    pdu::PutItem(user, pdu::kImplementationVersionSubItem,
-                 FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
-                            DICOMINFO::GetVersionRev()));
-    if (storageCommitmentRole) {
-        // SCP/SCU role selection for storage commitment push (PS3.7 D.3.3.4):
-        // this side takes the SCP role, so the event report may come back.
-        std::string uid = "1.2.840.10008.1.20.1";
-        pdu::Bytes role;
-        pdu::PutUint16(role, static_cast<uint16_t>(uid.size()));
-        role.insert(role.end(), uid.begin(), uid.end());
-        role.push_back(0x00);
-        role.push_back(0x01);
-        pdu::PutItem(user, pdu::kRoleSelectionSubItem, role.data(), role.size());
-    }
-    pdu::PutItem(items, pdu::kUserInfoItem, user.data(), user.size());
-
-    pdu::Bytes body{0x00, 0x01, 0x00, 0x00};
-    PutTitleField(body, m_AssociateData.m_szCalledAETitle);
-    PutTitleField(body, m_AssociateData.m_szCallingAETitle);
-    body.insert(body.end(), 32, 0);
-    body.insert(body.end(), items.begin(), items.end());
-    pdu::Bytes request = pdu::MakePdu(pdu::kAssociateRq, body);
-    if (Send(request.data(), static_cast<int>(request.size())) == -1) {
-        SetError(0, GetLastError());
+    FillUserInformation(request);
+    // SCP/SCU role selection for storage commitment push (PS3.7 D.3.3.4):
+    // this side takes the SCP role, so the event report may come back.
+    if (storageCommitmentRole)
+        request.roles.push_back({"1.2.840.10008.1.20.1", 0x00, 0x01});
+    pdu::Bytes bytes;
+    if (!pdu::WriteAssociateRq(request, bytes)) {
+        SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-RQ does not fit its length fields");
         return 0;
     }
-    return 1;
+    return SendWholePdu(bytes);
 }
 
 int CUserSocket::ReceiveAssociateRsp()
@@ -167,8 +180,8 @@ int CUserSocket::ReadAssociateAc()
 
 int CDicomCommonSocket::SendReleaseReq()
 {
-    static const unsigned char kReleaseRq[10] = {pdu::kReleaseRq, 0, 0, 0, 0, 4, 0, 0, 0, 0};
-    int sent = Send(kReleaseRq, sizeof kReleaseRq);
+    const pdu::Bytes release = pdu::WriteReleaseRq();
+    int sent = Send(release.data(), static_cast<int>(release.size()));
     DicomTraceFormat("<%s> A-RELEASE-RQ PDU Length = 0x%08x", m_sTraceName.c_str(), 4);
     if (sent == -1) {
         SetError(0, GetLastError());

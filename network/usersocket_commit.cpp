@@ -10,7 +10,7 @@
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -51,12 +51,7 @@ std::vector<const CDicomItem*> ItemsOf(const CDicomItem& dataSet, int group, int
 
 int CUserSocket::SendReleaseRsp()
 {
-    static const unsigned char kReleaseRp[10] = {pdu::kReleaseRp, 0, 0, 0, 0, 4, 0, 0, 0, 0};
-    if (Send(kReleaseRp, sizeof kReleaseRp) == -1) {
-        SetError(0, GetLastError());
-        return 0;
-    }
-    return 1;
+    return SendWholePdu(pdu::WriteReleaseRp());
 }
 
 int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSyntaxes)
@@ -76,8 +71,9 @@ int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSynta
     if (request.maxLength != 0)
         m_nMaxSendFragment = request.maxLength - 12u;
 
-    pdu::Bytes items;
-    pdu::PutItem(items, pdu::kApplicationContextItem, pdu::kApplicationContextName);
+    pdu::AssociateAc answer;
+    answer.calledTitle = request.calledTitle;
+    answer.callingTitle = request.callingTitle;
     for (const pdu::ProposedContext& proposed : request.contexts) {
         auto* context = new CPresentationContext;
         context->m_ucPresContextID = proposed.id;
@@ -92,40 +88,18 @@ int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSynta
         else
             context->SelectValidTransferSyntax();
         m_AssociateData.AddPresContext(context);
-        pdu::Bytes value{proposed.id, 0, context->m_ucResult, 0};
-        pdu::PutItem(value, pdu::kTransferSyntaxSubItem,
-                     context->m_ucResult == 0 ? context->m_sAcceptedTransferSyntax : std::string("1.2.840.10008.1.2"));
-        pdu::PutItem(items, pdu::kPresentationContextAcItem, value.data(), value.size());
+        answer.contexts.push_back({proposed.id, context->m_ucResult,
+                                   context->m_ucResult == 0 ? context->m_sAcceptedTransferSyntax : std::string()});
     }
-    pdu::Bytes user, maximum;
-    pdu::PutUint32(maximum, static_cast<uint32_t>(m_nReceiveBufferSize));
-    pdu::PutItem(user, pdu::kMaxLengthSubItem, maximum.data(), maximum.size());
-    pdu::PutItem(user, pdu::kImplementationClassSubItem, WideToAscii(DICOMINFO::GetDicomRoot()));
+    FillUserInformation(answer);
     // PS3.7 D.3.3.4: each proposed role is answered as proposed.
-    for (const pdu::RoleSelection& role : request.roles) {
-        pdu::Bytes value;
-        pdu::PutUint16(value, static_cast<uint16_t>(role.sopClass.size()));
-        value.insert(value.end(), role.sopClass.begin(), role.sopClass.end());
-        value.push_back(role.scu);
-        value.push_back(role.scp);
-        pdu::PutItem(user, pdu::kRoleSelectionSubItem, value.data(), value.size());
-    }
-    pdu::PutItem(user, pdu::kImplementationVersionSubItem,
-                 FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
-                            DICOMINFO::GetVersionRev()));
-    pdu::PutItem(items, pdu::kUserInfoItem, user.data(), user.size());
-
-    pdu::Bytes body{0x00, 0x01, 0x00, 0x00};
-    pdu::PutTitle(body, request.calledTitle, ' ');
-    pdu::PutTitle(body, request.callingTitle, ' ');
-    body.insert(body.end(), 32, 0);
-    body.insert(body.end(), items.begin(), items.end());
-    pdu::Bytes answer = pdu::MakePdu(pdu::kAssociateAc, body);
-    if (Send(answer.data(), static_cast<int>(answer.size())) == -1) {
-        SetError(0, GetLastError());
+    answer.roles = request.roles;
+    pdu::Bytes bytes;
+    if (!pdu::WriteAssociateAc(answer, bytes)) {
+        SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-AC does not fit its length fields");
         return 0;
     }
-    return 1;
+    return SendWholePdu(bytes);
 }
 
 bool CUserSocket::EncodeCommitmentRequest(const std::string& transactionUid,

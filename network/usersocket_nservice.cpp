@@ -8,7 +8,7 @@
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -99,9 +99,8 @@ bool CUserSocket::SendGroup(CDicomItem* item, int group)
 
 int CUserSocket::SendPdu(CDynBuffer& body)
 {
-    unsigned char header[6] = {pdu::kDataTf, 0};
-    for (int i = 0; i < 4; ++i)
-        header[2 + i] = static_cast<unsigned char>(body.m_nSize >> (24 - 8 * i));
+    unsigned char header[pdu::kHeaderSize];
+    pdu::WriteHeader(pdu::kDataTf, body.m_nSize, header);
     if (!body.Insert(header, 6, 0)) {
         SetError(kErrorNoMemory);
         return 0;

@@ -10,7 +10,7 @@
 #include "platform/resstring.h"
 #include "platform/text.h"
 #include "trace/dicomtrace.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
