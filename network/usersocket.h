@@ -94,6 +94,24 @@ struct STORE_SUMMARY {
     int associations = 0;
 };
 
+// The steps of one exchange, in the order they run; the step that failed
+// names a failure (GetErrorText).
+enum class ExchangeStep {
+    kNone,
+    kListen,
+    kConnect,
+    kAssociation,         // request and answer, or the service's context refused
+    kAssociationRequest,
+    kAssociationAnswer,
+    kRequest,             // the service's request (command and data set)
+    kResponse,            // its responses
+    kReleaseRequest,
+    kReleaseAnswer,
+    kRelease,
+    kReport,              // the N-EVENT-REPORT of storage commitment
+    kService,             // request and response of one operation together (a C-STORE of one file)
+};
+
 // One element of a request command set (PS3.7 E.1).
 struct CommandElement {
     enum Kind { kUid, kAe, kUs, kAt, kNextMessageId };
@@ -109,7 +127,10 @@ public:
     ~CUserSocket() override = default;
 
     // --- association (usersocket_associate.cpp)
-    // Host and port; each title's characters over the start of its 16 blanks.
+    // Empty when the title is a valid AE title (1 to 16 characters of the AE
+    // repertoire, not all blanks), else the words of what is wrong.
+    static std::string CheckAETitle(const std::string& title);
+    // Host and port; each title's characters over 16 blanks.
     void SetConnectionData(const std::string& host, unsigned port, const std::string& calledTitle,
                            const std::string& callingTitle);
     // A context with the abstract syntax and count transfer syntaxes (const
@@ -134,9 +155,34 @@ public:
     // Builds a command set from the elements (group length in front) and
     // sends it as one command PDV. The one path every request takes.
     int SendCommand(std::initializer_list<CommandElement> elements);
-    // Receives the response to a request with the given command field: 1
-    // when a message came and answers that command.
+    // Receives the response to the request sent last, with the given
+    // command field: 1 when a message came that answers that command and
+    // that request's Message ID.
     int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+
+    // --- one exchange (usersocket_exchange.cpp)
+    // Clears what the last exchange left (errors, failed step, contexts, an
+    // open handle), so that an object serves a new association after any failure.
+    void BeginExchange();
+    // Connects, negotiates the contexts already added and makes the accepted
+    // context of abstractSyntax the outgoing one; false (closed, the step
+    // recorded) when any of it fails.
+    bool OpenExchange(const HOST_INFO& host, const std::string& abstractSyntax, const std::string& service,
+                      bool storageCommitmentRole = false);
+    // Records the failed step, aborts an established association (A-ABORT)
+    // and closes; returns the error code (local, else system, else 1).
+    int FailExchange(ExchangeStep step, const std::string& service = "");
+    // The second half of FailExchange: A-ABORT when the association stands, then close.
+    void AbortAndClose();
+    // Releases and closes after the last response: 0, whatever became of the release.
+    int FinishExchange();
+    // C-CANCEL-RQ for the C-FIND or C-MOVE with that Message ID.
+    int SendCancelReq(uint16_t messageId);
+    // A-ABORT (PS3.8 9.3.8): source 0 service user, 2 service provider.
+    int SendAbort(uint8_t source, uint8_t reason);
+    void MarkFailedStep(ExchangeStep step, const std::string& service = "");
+    static std::string StepWords(ExchangeStep step, const std::string& service);
+    int ErrorCode() const;
 
     // --- data-set elements in the negotiated transfer syntax (usersocket_codec.cpp)
     // Appends one element, its VR from the data dictionary: 0 (nothing
@@ -258,11 +304,17 @@ public:
     bool EncodeCommitmentRequest(const std::string& transactionUid,
                                  const std::vector<COMMIT_RESULT::Instance>& instances, CDynBuffer& out);
     int SendReleaseRsp();
+    // After the N-ACTION response: the report on this association or on
+    // one the peer opens to the listener, within the time-out.
+    int AwaitCommitmentReport(CUserSocket& listener, unsigned listenPort, COMMIT_RESULT& result);
+    int AcceptCommitmentReport(CUserSocket& listener, unsigned listenPort, COMMIT_RESULT& result);
 
     // --- verification (usersocket_echo.cpp)
     // 0 on success, else the local error (or the system error when there is none).
     int Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,
                          const std::string& callingTitle);
+    // The exchange behind Do_CECHO_Request, from the title check to the release.
+    int RunEcho(const std::string& calledTitle, const std::string& callingTitle);
     // One line of words for the last failure: the step it happened in and what went wrong.
     std::string GetErrorText() const;
     // Records a failure found above the transport (local error and its words).
@@ -290,6 +342,10 @@ public:
     struct Rejection {
         uint8_t result = 0, source = 0, reason = 0;
     } m_Rejection;
-    // The step that failed last ("connect", "association", ...), empty when none did.
+    // The step that failed last, and its words ("connect", "C-FIND
+    // response", ...; empty when none did).
+    ExchangeStep m_nFailedStep = ExchangeStep::kNone;
     std::string m_sFailedStep;
+    // An A-ASSOCIATE-AC came and the association is neither released nor aborted.
+    bool m_bAssociated = false;
 };

@@ -62,8 +62,33 @@ void CUserSocket::SetConnectionData(const std::string& host, unsigned port, cons
 {
     m_sHost = Utf8ToUtf16(host);
     m_nPort = port;
+    // Each title over a field of 16 blanks: a shorter title set after a
+    // longer one leaves none of the earlier characters behind.
+    for (char* field : {m_AssociateData.m_szCalledAETitle, m_AssociateData.m_szCallingAETitle}) {
+        std::memset(field, ' ', 16);
+        field[16] = '\0';
+    }
     std::memcpy(m_AssociateData.m_szCalledAETitle, calledTitle.data(), std::min<size_t>(calledTitle.size(), 16));
     std::memcpy(m_AssociateData.m_szCallingAETitle, callingTitle.data(), std::min<size_t>(callingTitle.size(), 16));
+}
+
+std::string CUserSocket::CheckAETitle(const std::string& title)
+{
+    // PS3.5 6.2: AE is 1 to 16 characters of the default repertoire without
+    // control characters and the backslash; blanks alone are no title.
+    if (title.empty())
+        return "an AE title cannot be empty";
+    if (title.size() > 16)
+        return FormatText("the AE title '%s' has %zu characters, more than 16", title.c_str(), title.size());
+    bool blank = true;
+    for (char c : title) {
+        if (c < 0x20 || c > 0x7E || c == '\\')
+            return FormatText("the AE title '%s' holds a character outside the AE repertoire", title.c_str());
+        blank = blank && c == ' ';
+    }
+    if (blank)
+        return "an AE title cannot be all spaces";
+    return "";
 }
 
 void CUserSocket::AddPresentationContext(const char* abstractSyntax, int count, ...)
@@ -97,6 +122,9 @@ int CUserSocket::Connect()
     }
     if (!CZelSocket::Connect(m_sHost, m_nPort)) {
         m_nSystemError = GetLastError();
+        // The handle goes with the failed connection: the next Connect on
+        // this object starts from a fresh socket.
+        CZelSocket::Close();
         return 0;
     }
     return 1;
@@ -134,6 +162,9 @@ int CUserSocket::ReceiveAssociateRsp()
     size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
     SetPduEmpty();
     uint8_t type = PduBytes()[0];
+    // Whatever came but a rejection leaves a peer that expects this side to
+    // release or abort (PS3.8 AA-8 for an answer that is not one).
+    m_bAssociated = type != pdu::kAssociateRj;
     if (type == pdu::kAssociateAc)
         return ReadAssociateAc();
     if (type == pdu::kAssociateRj) {
@@ -192,15 +223,34 @@ int CDicomCommonSocket::SendReleaseReq()
 
 int CUserSocket::ReceiveReleaseRsp()
 {
-    if (!ReceivePdu())
+    for (;;) {
+        if (!ReceivePdu()) {
+            m_bAssociated = false;
+            return 0;
+        }
+        SetPduEmpty();
+        uint8_t type = PduBytes()[0];
+        if (type == pdu::kReleaseRp) {
+            m_bAssociated = false;
+            return 1;
+        }
+        if (type == pdu::kReleaseRq) {
+            // PS3.8 7.2 release collision, requestor side: answer the peer's
+            // A-RELEASE-RQ with A-RELEASE-RP, then wait for the answer to ours.
+            DicomTraceFormat("<%s> Release collision: answering the peer's A-RELEASE-RQ", m_sTraceName.c_str());
+            if (!SendWholePdu(pdu::WriteReleaseRp()))
+                return 0;
+            continue;
+        }
+        if (type == pdu::kDataTf) {
+            // PS3.8 Sta7: data may still arrive while the release is awaited.
+            DicomTraceFormat("<%s> P-DATA-TF while awaiting A-RELEASE-RP: ignored", m_sTraceName.c_str());
+            continue;
+        }
+        SetError(kErrorNoReleaseAnswer, 0, FormatText("a PDU of type 0x%02X (%s) came instead of A-RELEASE-RP", type,
+                                                      GetClearPduType(type).c_str()));
         return 0;
-    SetPduEmpty();
-    uint8_t type = PduBytes()[0];
-    if (type == pdu::kReleaseRp)
-        return 1;
-    SetError(kErrorNoReleaseAnswer, 0, FormatText("a PDU of type 0x%02X (%s) came instead of A-RELEASE-RP", type,
-                                                  GetClearPduType(type).c_str()));
-    return 0;
+    }
 }
 
 void CUserSocket::Close()
@@ -217,5 +267,6 @@ void CUserSocket::Close()
         }
         DicomTraceStr(kHyphens);
     }
+    m_bAssociated = false;
     CZelSocket::Close();
 }

@@ -112,9 +112,13 @@ bool CUserSocket::SendStorageCommitmentEventReportMsg(CDicomItem* item, bool las
 {
     if (!item)
         return false;
+    // In the transfer syntax negotiated for the outgoing context: a peer in an
+    // explicit VR context reads nothing else (PS3.5 10.1).
     CDynBuffer bytes;
-    item->RecalcTags(false, 0);
-    item->SaveTags(false, CDynBuffer::WriteProc, &bytes);
+    const bool explicitVR = IsExplicitVR();
+    if (item->RecalcTags(explicitVR, 0) == 0xFFFFFFFF ||
+        item->SaveTags(explicitVR, CDynBuffer::WriteProc, &bytes) == 0xFFFFFFFF)
+        return false;
     return SendDataPdu(bytes.GetData(), static_cast<int>(bytes.m_nSize), lastFragment ? 1 : 0, command ? 1 : 0) == 1;
 }
 

@@ -177,78 +177,26 @@ bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identi
 
 int CUserSocket::OpenAssociation(const HOST_INFO& host, bool storageCommitmentRole)
 {
-    SetConnectionData(std::string(host.szHost, strnlen(host.szHost, sizeof host.szHost)), host.nPort,
-                      std::string(host.szCalledAETitle, strnlen(host.szCalledAETitle, 16)),
-                      std::string(host.szCallingAETitle, strnlen(host.szCallingAETitle, 16)));
-    m_sFailedStep.clear();
+    const std::string called(host.szCalledAETitle, strnlen(host.szCalledAETitle, 16));
+    const std::string calling(host.szCallingAETitle, strnlen(host.szCallingAETitle, 16));
+    MarkFailedStep(ExchangeStep::kNone);
+    for (const std::string* title : {&called, &calling}) {
+        std::string problem = CheckAETitle(*title);
+        if (!problem.empty()) {
+            SetError(kErrorBadArgument, 0, problem);
+            return 0;
+        }
+    }
+    SetConnectionData(std::string(host.szHost, strnlen(host.szHost, sizeof host.szHost)), host.nPort, called, calling);
     if (!Connect()) {
-        m_sFailedStep = "connect";
+        MarkFailedStep(ExchangeStep::kConnect);
         return 0;
     }
     if (!SendAssociateReq(storageCommitmentRole) || !ReceiveAssociateRsp()) {
-        m_sFailedStep = "association";
-        Close();
+        FailExchange(ExchangeStep::kAssociation);
         return 0;
     }
     return 1;
-}
-
-namespace {
-
-// The exchange of one C-FIND or C-MOVE after the association stands.
-struct QueryExchange {
-    CUserSocket& socket;
-    const char* name;  // "C-FIND", "C-MOVE"
-    uint16_t request;
-
-    int Fail(const char* step)
-    {
-        socket.m_sFailedStep = step;
-        socket.Close();
-        uint32_t local = socket.GetLocalError();
-        return static_cast<int>(local != 0 ? local : (socket.GetSystemError() != 0 ? socket.GetSystemError() : 1));
-    }
-    // The accepted context of the SOP class, made the outgoing one; 0 when none.
-    bool UseContext(const std::string& sopClass)
-    {
-        const CAssociateData& data = socket.m_AssociateData;
-        for (int i = 0; i < data.GetPresContextCount(); ++i) {
-            const CPresentationContext* context = data.GetPresContext(i);
-            if (context->m_sAbstractSyntax == sopClass && context->m_ucResult == 0) {
-                socket.SetPresentationContext(context->m_ucPresContextID);
-                return true;
-            }
-        }
-        const CPresentationContext* refused = data.GetPresContextCount() > 0 ? data.GetPresContext(0) : nullptr;
-        socket.SetErrorText(kErrorNoContext,
-                            FormatText("the peer refused the presentation context for %s (%s): %s",
-                                       GetClearUID(sopClass).c_str(), sopClass.c_str(),
-                                       refused ? GetClearContextAck(refused->m_ucResult).c_str() : "not proposed"));
-        return false;
-    }
-    // The next response, checked to answer the request sent last.
-    bool Next(DICOM_CMND_MSG& response, CDynBuffer& data)
-    {
-        if (!socket.AwaitResponse(request, response, data))
-            return false;
-        uint16_t expected = static_cast<uint16_t>(socket.m_nMessageID & 0xFFFF);
-        if (response.wMessageIDBeingRespondedTo != expected) {
-            socket.SetErrorText(kErrorUnexpectedCommand,
-                                FormatText("a %s response answers message %u, not %u", name,
-                                           response.wMessageIDBeingRespondedTo, expected));
-            return false;
-        }
-        return true;
-    }
-    int Release()
-    {
-        if (!socket.SendReleaseReq() || !socket.ReceiveReleaseRsp())
-            return Fail("release");
-        socket.Close();
-        return 0;
-    }
-};
-
 }
 
 void CUserSocket::SetErrorText(uint32_t local, const std::string& detail) { SetError(local, 0, detail); }
@@ -257,19 +205,15 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
                                   uint16_t& finalStatus)
 {
     finalStatus = 0xFFFF;
+    BeginExchange();
     const std::string sopClass = FindSopClass(request.model);
     AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
-    if (!OpenAssociation(host, false))
-        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
-    QueryExchange exchange{*this, "C-FIND", kFindRq};
-    if (!exchange.UseContext(sopClass))
-        return exchange.Fail("association");
+    if (!OpenExchange(host, sopClass, "C-FIND"))
+        return ErrorCode();
     CDynBuffer identifier;
-    if (!EncodeIdentifier(request, identifier))
-        return exchange.Fail("C-FIND request");
-    if (!SendFindReqCmnd(sopClass, request.priority, kDataSetPresent) ||
+    if (!EncodeIdentifier(request, identifier) || !SendFindReqCmnd(sopClass, request.priority, kDataSetPresent) ||
         !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
-        return exchange.Fail("C-FIND request");
+        return FailExchange(ExchangeStep::kRequest, "C-FIND");
     auto loadMatch = [&](const DICOM_CMND_MSG&, CDynBuffer& data) {
         CDynBuffer keep;
         CDicomItem match(u"Data");
@@ -282,17 +226,16 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
         return true;
     };
     if (!ReceiveFindResponses(loadMatch, finalStatus))
-        return exchange.Fail("C-FIND response");
-    return exchange.Release();
+        return FailExchange(ExchangeStep::kResponse, "C-FIND");
+    return FinishExchange();
 }
 
 int CUserSocket::ReceiveFindResponses(const FindResponseCallback& onIdentifier, uint16_t& finalStatus)
 {
-    QueryExchange exchange{*this, "C-FIND", kFindRq};
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
-        if (!exchange.Next(response, data))
+        if (!AwaitResponse(kFindRq, response, data))
             return 0;
         std::string text;
         int good = 0, final = 1;
@@ -311,24 +254,21 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
 {
     std::memset(&finalResponse, 0, sizeof finalResponse);
     finalResponse.wStatus = 0xFFFF;
+    BeginExchange();
     const std::string sopClass = MoveSopClass(request.model);
     AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
-    if (!OpenAssociation(host, false))
-        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
-    QueryExchange exchange{*this, "C-MOVE", kMoveRq};
-    if (!exchange.UseContext(sopClass))
-        return exchange.Fail("association");
+    if (!OpenExchange(host, sopClass, "C-MOVE"))
+        return ErrorCode();
     CDynBuffer identifier;
-    if (!EncodeIdentifier(request, identifier))
-        return exchange.Fail("C-MOVE request");
-    if (!SendMoveReqCmnd(sopClass, request.priority, request.moveDestination) ||
+    if (!EncodeIdentifier(request, identifier) ||
+        !SendMoveReqCmnd(sopClass, request.priority, request.moveDestination) ||
         !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
-        return exchange.Fail("C-MOVE request");
+        return FailExchange(ExchangeStep::kRequest, "C-MOVE");
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
-        if (!exchange.Next(response, data))
-            return exchange.Fail("C-MOVE response");
+        if (!AwaitResponse(kMoveRq, response, data))
+            return FailExchange(ExchangeStep::kResponse, "C-MOVE");
         if (response.wStatus != 0xFF00) {
             finalResponse = response;
             break;
@@ -336,5 +276,5 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
         if (onProgress)
             onProgress(response);
     }
-    return exchange.Release();
+    return FinishExchange();
 }
