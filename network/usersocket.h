@@ -178,6 +178,14 @@ public:
     int FinishExchange();
     // C-CANCEL-RQ for the C-FIND or C-MOVE with that Message ID.
     int SendCancelReq(uint16_t messageId);
+    // Cancelling a C-FIND or C-MOVE (PS3.7 9.3.2.3, 9.3.4.3). After
+    // afterMatches matches (0: never) a C-FIND sends C-CANCEL-RQ and reports
+    // no further match. interruption is asked while responses are awaited:
+    // 0 go on, 1 send C-CANCEL-RQ and await the final response (within the
+    // time-out), 2 (or a second request after the cancel) abort the association.
+    void SetCancellation(int afterMatches, std::function<int()> interruption);
+    // AwaitResponse for C-FIND and C-MOVE, sending C-CANCEL-RQ when asked.
+    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
     // A-ABORT (PS3.8 9.3.8): source 0 service user, 2 service provider.
     int SendAbort(uint8_t source, uint8_t reason);
     void MarkFailedStep(ExchangeStep step, const std::string& service = "");
@@ -348,4 +356,8 @@ public:
     std::string m_sFailedStep;
     // An A-ASSOCIATE-AC came and the association is neither released nor aborted.
     bool m_bAssociated = false;
+    // Cancellation of the running C-FIND or C-MOVE (SetCancellation).
+    int m_nCancelAfter = 0;
+    std::function<int()> m_fnInterruption;
+    bool m_bCancelSent = false;
 };

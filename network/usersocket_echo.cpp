@@ -101,6 +101,8 @@ std::string CUserSocket::GetErrorText() const
     switch (local) {
     case kErrorReceive:
         if (system == 0) {
+            if (m_nFailedStep == ExchangeStep::kReport && !m_sErrorDetail.empty())
+                return step + m_sErrorDetail;
             if (m_nFailedStep == ExchangeStep::kReleaseAnswer)
                 return FormatText("release not answered: no A-RELEASE-RP within %g s (timed out)", seconds);
             return step + FormatText("timed out: no answer from the peer within %g s", seconds);

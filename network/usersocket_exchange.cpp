@@ -74,6 +74,7 @@ void CUserSocket::BeginExchange()
     MarkFailedStep(ExchangeStep::kNone);
     m_AssociateData.RemovePresContexts();
     m_bAssociated = false;
+    m_bCancelSent = false;
 }
 
 int CUserSocket::SendAbort(uint8_t source, uint8_t reason)
@@ -160,4 +161,33 @@ int CUserSocket::SendCancelReq(uint16_t messageId)
     return SendCommand({{0x0100, CommandElement::kUs, "", kCancelRq},
                         {0x0120, CommandElement::kUs, "", messageId},
                         {0x0800, CommandElement::kUs, "", kNoDataSet}});
+}
+
+void CUserSocket::SetCancellation(int afterMatches, std::function<int()> interruption)
+{
+    m_nCancelAfter = afterMatches;
+    m_fnInterruption = std::move(interruption);
+}
+
+int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)
+{
+    const uint16_t messageId = static_cast<uint16_t>(m_nMessageID & 0xFFFF);
+    for (;;) {
+        if (m_fnInterruption) {
+            const int asked = m_bCancelSent ? 1 : 0;
+            SetInterruptCheck([this, asked] { return m_fnInterruption() > asked; });
+        }
+        int received = AwaitResponse(requestCommand, response, data);
+        SetInterruptCheck(nullptr);
+        if (received || m_nLocalError != kErrorInterrupted)
+            return received;
+        if (m_bCancelSent || m_fnInterruption() >= 2) {
+            // The caller's FailExchange ends the association with A-ABORT.
+            SetError(kErrorInterrupted, 0, "stopped: the association was aborted");
+            return 0;
+        }
+        if (!SendCancelReq(messageId))
+            return 0;
+        m_bCancelSent = true;
+    }
 }

@@ -232,16 +232,29 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
 
 int CUserSocket::ReceiveFindResponses(const FindResponseCallback& onIdentifier, uint16_t& finalStatus)
 {
+    int matches = 0;
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
-        if (!AwaitResponse(kFindRq, response, data))
+        if (!AwaitCancellableResponse(kFindRq, response, data))
             return 0;
         std::string text;
         int good = 0, final = 1;
         AnalysFindResponseStatus(response.wStatus, text, good, final);
-        if (!final && response.wDataSetType != kNoDataSet && onIdentifier && !onIdentifier(response, data))
-            return 0;
+        if (!final && response.wDataSetType != kNoDataSet) {
+            // Matches that were on their way when C-CANCEL-RQ left are not reported.
+            if (m_bCancelSent) {
+                DicomTraceFormat("<%s> Match after C-CANCEL-RQ: not reported", m_sTraceName.c_str());
+                continue;
+            }
+            if (onIdentifier && !onIdentifier(response, data))
+                return 0;
+            if (m_nCancelAfter > 0 && ++matches >= m_nCancelAfter) {
+                if (!SendCancelReq(static_cast<uint16_t>(m_nMessageID & 0xFFFF)))
+                    return 0;
+                m_bCancelSent = true;
+            }
+        }
         if (final) {
             finalStatus = response.wStatus;
             return 1;
@@ -267,7 +280,7 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
-        if (!AwaitResponse(kMoveRq, response, data))
+        if (!AwaitCancellableResponse(kMoveRq, response, data))
             return FailExchange(ExchangeStep::kResponse, "C-MOVE");
         if (response.wStatus != 0xFF00) {
             finalResponse = response;

@@ -108,6 +108,7 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
     record->wFinalStatus = 0xFFFF;
     record->sErrorText.clear();
     CWorklistSocket socket(record);
+    socket.SetCancellation(record->nCancelAfter, nullptr);
     bool success = false;
     auto keepError = [&] {
         uint32_t local = socket.GetLocalError();

@@ -159,6 +159,13 @@ TEST(QueryPeers, FindGivesFindscusMatchesAndMoveDeliversTheStudy)
         << json.out;
     EXPECT_NE(json.err.find("3 matches, final status 0x0000: Success"), std::string::npos) << json.err;
 
+    // C-CANCEL after the first of the three studies (findscu --cancel 1):
+    // one match, then the final status Cancel, and a failing exit.
+    CliResult cancelled = RunCli({"find", "-aec", "QRSCP", "--cancel", "1", "-k", "StudyInstanceUID", "127.0.0.1", port});
+    EXPECT_EQ(cancelled.status, 1) << cancelled.err;
+    EXPECT_EQ(Matches(cancelled.out, "# match").size(), 1u) << cancelled.out;
+    EXPECT_NE(cancelled.out.find("1 match, final status 0xFE00: Cancel"), std::string::npos) << cancelled.out;
+
     // C-MOVE of the CT study: its one instance reaches the destination.
     CliResult move = RunCli({"move", "-aec", "QRSCP", "--dest", "MOVEDEST", "-k",
                              std::string("StudyInstanceUID=") + kCtStudy, "127.0.0.1", port});
