@@ -57,6 +57,16 @@ bool KeyValueBytes(const char* vr, const std::string& text, std::string& out)
             }
         } else {
             long long number = std::strtoll(part.c_str(), &stop, 10);
+            // The value must fit the VR (PS3.5 6.2): US 70000 is refused, not sent as 4464.
+            const bool isSigned = vr[0] == 'S';
+            if (width < 8) {
+                const long long highest = isSigned ? (1LL << (8 * width - 1)) - 1 : (1LL << (8 * width)) - 1;
+                const long long lowest = isSigned ? -(1LL << (8 * width - 1)) : 0;
+                if (number < lowest || number > highest)
+                    return false;
+            } else if (!isSigned && number < 0) {
+                return false;
+            }
             for (int i = 0; i < width; ++i)
                 bytes[i] = static_cast<unsigned char>(static_cast<unsigned long long>(number) >> (8 * i));
         }
@@ -68,6 +78,16 @@ bool KeyValueBytes(const char* vr, const std::string& text, std::string& out)
         start = end + 1;
     }
     return true;
+}
+
+// PS3.5 6.1.2.3: the VRs whose values Specific Character Set governs.
+bool IsCharacterSetText(const char* vr)
+{
+    static const char* const kTextVRs[] = {"SH", "LO", "ST", "LT", "PN", "UC", "UT"};
+    for (const char* text : kTextVRs)
+        if (vr[0] == text[0] && vr[1] == text[1])
+            return true;
+    return false;
 }
 
 void AddContext(CAssociateData& data, const std::string& abstractSyntax, const std::vector<std::string>& syntaxes)
@@ -142,6 +162,23 @@ bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identi
                               [](const QueryKey& key) { return key.group == 0x0008 && key.element == 0x0052; }),
                keys.end());
     keys.push_back({0x0008, 0x0052, request.level});
+    // PS3.5 6.1.2.5: text values go in the character set that Specific
+    // Character Set (0008,0005) declares; a key of non-ASCII text without
+    // one declares ISO_IR 192 (the keys are given as UTF-8).
+    std::string characterSet;
+    bool nonAscii = false;
+    for (const QueryKey& key : keys) {
+        if (key.group == 0x0008 && key.element == 0x0005)
+            characterSet = key.value;
+        const char* vr = ElementVR(key.group, key.element, nullptr, true);
+        if (vr && IsCharacterSetText(vr))
+            for (unsigned char c : key.value)
+                nonAscii = nonAscii || c >= 0x80;
+    }
+    if (characterSet.empty() && nonAscii) {
+        characterSet = "ISO_IR 192";
+        keys.push_back({0x0008, 0x0005, characterSet});
+    }
     // PS3.5 7.1: elements in ascending tag order; a later key for the same tag wins.
     std::stable_sort(keys.begin(), keys.end(), [](const QueryKey& a, const QueryKey& b) {
         return (static_cast<uint32_t>(a.group) << 16 | a.element) < (static_cast<uint32_t>(b.group) << 16 | b.element);
@@ -159,7 +196,15 @@ bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identi
                                 key.element));
             return false;
         }
-        if (vr && !KeyValueBytes(vr, key.value, bytes)) {
+        const bool declaredText = vr && IsCharacterSetText(vr) && !characterSet.empty();
+        if (declaredText && !CDicomItem::TranslateTagValueFromUnicodeToDicom(Utf8ToUtf16(key.value), std::string(vr, 2),
+                                                                             Utf8ToUtf16(characterSet), bytes)) {
+            SetError(kErrorBadArgument, 0,
+                     FormatText("'%s' of (%04X,%04X) cannot be written in the character set %s", key.value.c_str(),
+                                key.group, key.element, characterSet.c_str()));
+            return false;
+        }
+        if (!declaredText && vr && !KeyValueBytes(vr, key.value, bytes)) {
             SetError(kErrorBadArgument, 0,
                      FormatText("'%s' is not a value of (%04X,%04X) (VR %.2s)", key.value.c_str(), key.group,
                                 key.element, vr));
@@ -247,6 +292,9 @@ int CUserSocket::ReceiveFindResponses(const FindResponseCallback& onIdentifier, 
                 DicomTraceFormat("<%s> Match after C-CANCEL-RQ: not reported", m_sTraceName.c_str());
                 continue;
             }
+            // Each received identifier, element by element, as command sets are.
+            if (Trace())
+                DicomTraceAnalyzeBlock(m_sTraceName, data.GetData(), data.m_nSize, IsBigEndian() ? 1 : 0);
             if (onIdentifier && !onIdentifier(response, data))
                 return 0;
             if (m_nCancelAfter > 0 && ++matches >= m_nCancelAfter) {

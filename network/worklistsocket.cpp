@@ -64,7 +64,6 @@ int CWorklistSocket::ReceiveFindResponse(WL_FIND* record)
     if (!record)
         return 0;
     auto keepMatch = [&](const DICOM_CMND_MSG&, CDynBuffer& identifier) {
-        DicomTraceAnalyzeBlock(m_sTraceName, identifier.GetData(), identifier.m_nSize, 0);
         auto match = std::make_unique<WL_DATA>();
         if (!LoadDataSet(identifier.GetData(), identifier.m_nSize, match->buffer, match->tree)) {
             SetErrorText(kErrorMalformedDataSet, "a C-FIND response carries a malformed identifier");

@@ -4,10 +4,13 @@
 // that never comes, and a C-FIND cancelled after its first match.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "network/peer_process.h"
 #include "network/scripted_peer.h"
 #include "support/cli.h"
 #include "support/dicomwriter.h"
+#include "support/files.h"
 
 using namespace pdufix;
 
@@ -41,6 +44,7 @@ struct EndingCase {
     std::vector<Step> script;
     int status;
     const char* words;  // expected in standard output or error
+    const char* traced = nullptr;  // expected in the protocol trace, when given
 };
 
 }
@@ -76,7 +80,7 @@ TEST(AssociationEnd, PeersEndingTheirOwnWay)
         {"C-FIND cancelled after one match", {"find", "--cancel", "1", "-k", "PatientName"},
          {Expect(0x01), Send(kAssociateAcOneContext), Expect(0x04), Expect(0x04), Send(match), Expect(0x04),
           Send(cancelled), Expect(0x05), Send(kReleaseRp)},
-         1, "1 match, final status 0xFE00: Cancel"},
+         1, "1 match, final status 0xFE00: Cancel", "(0010, 0010) Patient's Name"},
     };
     for (const EndingCase& ending : cases) {
         SCOPED_TRACE(ending.name);
@@ -87,7 +91,23 @@ TEST(AssociationEnd, PeersEndingTheirOwnWay)
         args.insert(args.end(), {"127.0.0.1", std::to_string(peer.Port())});
         if (args[0] == "commit")
             args.push_back(file);
+        const std::string traceDir = testsupport::ScratchPath("association-end-trace");
+        if (ending.traced) {
+            std::filesystem::create_directories(traceDir);
+            args.insert(args.begin() + 1, {"--trace", traceDir});
+        }
         CliResult run = RunCli(args);
+        if (ending.traced) {
+            // The received identifier, element by element.
+            std::string trace;
+            for (const auto& entry : std::filesystem::directory_iterator(traceDir)) {
+                testsupport::Bytes bytes = testsupport::ReadFile(entry.path().string());
+                trace.append(bytes.begin(), bytes.end());
+            }
+            const size_t line = trace.find(ending.traced);
+            ASSERT_NE(line, std::string::npos) << trace;
+            EXPECT_NE(trace.find("DOE^JOHN", line), std::string::npos);
+        }
         EXPECT_EQ(run.status, ending.status) << run.out << run.err;
         EXPECT_NE((run.out + run.err).find(ending.words), std::string::npos) << run.out << run.err;
         // Bounded by the time-out, not the 30 s default.
