@@ -7,7 +7,8 @@
 // syntax), usersocket_store.cpp, usersocket_query.cpp (C-FIND, C-MOVE),
 // usersocket_nservice.cpp (DIMSE-N requests, event reports, storage
 // commitment), usersocket_echo.cpp (the verification exchange and its
-// failure words).
+// failure words), usersocket_exchange.cpp (the exchange every service runs
+// on: open, failed step, abort, release, cancel).
 #include <cstdint>
 #include <functional>
 #include <initializer_list>

@@ -135,11 +135,12 @@ bool ReadUserInfo(const Item& item, AssociateFields& out, std::string* problem)
 }
 
 // The header, the fixed fields and the items of an A-ASSOCIATE-RQ or -AC;
-// `context` reads each presentation context item of the PDU's kind.
-template <typename Fields, typename ContextReader>
-bool ReadAssociate(const unsigned char* pdu, size_t size, uint8_t type, Fields& out, std::string* problem,
-                   ContextReader context)
+// readContext reads each presentation context item of the PDU's kind.
+template <typename Pdu, typename Context>
+bool ReadAssociate(const unsigned char* pdu, size_t size, uint8_t type, uint8_t contextItem, Pdu& out,
+                   std::string* problem, bool (*readContext)(const Item&, Context&, std::string*))
 {
+    out = Pdu{};
     Header header;
     if (!ReadHeader(pdu, size, header) || header.type != type)
         return Refuse(problem, type == kAssociateAc ? "not an A-ASSOCIATE-AC" : "not an A-ASSOCIATE-RQ");
@@ -158,13 +159,19 @@ bool ReadAssociate(const unsigned char* pdu, size_t size, uint8_t type, Fields& 
     ItemWalker items(cursor.here(), cursor.remaining());
     Item item;
     while (items.Next(item)) {
-        if (item.type == kApplicationContextItem)
+        if (item.type == kApplicationContextItem) {
             out.applicationContext = Uid(item.value, item.length);
-        else if (item.type == kUserInfoItem) {
+        } else if (item.type == kUserInfoItem) {
             if (!ReadUserInfo(item, out, problem))
                 return false;
-        } else if (!context(item))
-            return false;
+        } else if (item.type == contextItem) {
+            Context context;
+            if (!readContext(item, context, problem))
+                return false;
+            // Context IDs are odd numbers from 1 to 255: at most 128.
+            if (out.contexts.size() < 128)
+                out.contexts.push_back(std::move(context));
+        }
     }
     if (items.Malformed())
         return Refuse(problem, "item length runs past the end of the association PDU");
@@ -175,32 +182,12 @@ bool ReadAssociate(const unsigned char* pdu, size_t size, uint8_t type, Fields& 
 
 bool ReadAssociateAc(const unsigned char* pdu, size_t size, AssociateAc& out, std::string* problem)
 {
-    out = AssociateAc{};
-    return ReadAssociate(pdu, size, kAssociateAc, out, problem, [&](const Item& item) {
-        if (item.type != kPresentationContextAcItem)
-            return true;
-        ContextResult context;
-        if (!ReadContextResult(item, context, problem))
-            return false;
-        if (out.contexts.size() < 128)
-            out.contexts.push_back(std::move(context));
-        return true;
-    });
+    return ReadAssociate(pdu, size, kAssociateAc, kPresentationContextAcItem, out, problem, ReadContextResult);
 }
 
 bool ReadAssociateRq(const unsigned char* pdu, size_t size, AssociateRq& out, std::string* problem)
 {
-    out = AssociateRq{};
-    return ReadAssociate(pdu, size, kAssociateRq, out, problem, [&](const Item& item) {
-        if (item.type != kPresentationContextRqItem)
-            return true;
-        ProposedContext context;
-        if (!ReadProposedContext(item, context, problem))
-            return false;
-        if (out.contexts.size() < 128)
-            out.contexts.push_back(std::move(context));
-        return true;
-    });
+    return ReadAssociate(pdu, size, kAssociateRq, kPresentationContextRqItem, out, problem, ReadProposedContext);
 }
 
 bool ReadAssociateRj(const unsigned char* pdu, size_t size, AssociateRj& out)
