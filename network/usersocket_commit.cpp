@@ -211,10 +211,11 @@ int CUserSocket::AwaitCommitmentReport(CUserSocket& listener, unsigned listenPor
         if (ready == 1) {
             if (ReceiveCommitmentReport(result))
                 return FinishExchange();
-            if (m_nLocalError != kErrorReleaseRequested && !(m_nLocalError == kErrorReceive && m_nSystemError != 0))
+            if (m_nLocalError != kErrorReleaseRequested && m_nLocalError != kErrorAbort &&
+                !(m_nLocalError == kErrorReceive && m_nSystemError != 0))
                 return FailExchange(ExchangeStep::kReport);
-            // The peer ends this association (release or close): the report
-            // can still come on a new one.
+            // The peer ends this association (release, abort or close): the
+            // report can still come on a new one.
             if (m_nLocalError == kErrorReleaseRequested)
                 SendReleaseRsp();
             SetError(0);

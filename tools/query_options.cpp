@@ -9,7 +9,16 @@
 
 namespace {
 volatile std::sig_atomic_t g_interrupts = 0;
-extern "C" void CountInterrupt(int) { g_interrupts = g_interrupts + 1; }
+// The first two go to the exchange (C-CANCEL, then A-ABORT); a third, for a
+// wait the exchange does not watch (connecting, negotiating), ends the program.
+extern "C" void CountInterrupt(int)
+{
+    g_interrupts = g_interrupts + 1;
+    if (g_interrupts >= 3) {
+        std::signal(SIGINT, SIG_DFL);
+        std::raise(SIGINT);
+    }
+}
 }
 
 bool ReadCancelCount(const char* name, const char* text, int& count)
