@@ -25,6 +25,7 @@ int Usage(FILE* out, int status)
                  "  --level LEVEL         PATIENT, STUDY, SERIES or IMAGE (default STUDY, PATIENT for -P)\n"
                  "  -k, --key KEY[=VALUE] a keyword or gggg,eeee; without =VALUE the attribute is returned\n"
                  "  --json                the matches as a JSON array of DICOM JSON objects\n"
+                 "  --cancel N            send C-CANCEL after N matches (Ctrl-C: C-CANCEL, twice: A-ABORT)\n"
                  "  -xi, -xe, -xb         propose implicit VR, explicit VR little or big endian only\n"
                  "  --timeout SECONDS     connect and receive time-out (default 30)\n"
                  "  --trace DIR           write the analysed protocol trace DIR/DICOMyyyymmdd.LOG\n"
@@ -38,8 +39,18 @@ int RunFind(int argc, char** argv)
 {
     QR_REQUEST request;
     bool json = false;
-    std::vector<char*> rest;
-    int status = ReadQueryOptions("find", argc, argv, request, json, rest);
+    std::vector<char*> withoutCancel, rest;
+    int cancelAfter = 0;
+    for (int i = 0; i < argc; ++i) {
+        if (std::string(argv[i]) != "--cancel") {
+            withoutCancel.push_back(argv[i]);
+            continue;
+        }
+        if (i + 1 >= argc || !ReadCancelCount("find", argv[++i], cancelAfter))
+            return Usage(stderr, 2);
+    }
+    int status = ReadQueryOptions("find", static_cast<int>(withoutCancel.size()), withoutCancel.data(), request, json,
+                                  rest);
     if (status >= 0)
         return status;
     AssociationOptions options;
@@ -51,6 +62,7 @@ int RunFind(int argc, char** argv)
     host.Set(options.operands[0], options.port, options.called, options.calling);
     CUserSocket socket;
     socket.SetTimeout(static_cast<int>(options.timeout * 1000));
+    socket.SetCancellation(cancelAfter, CatchInterrupts());
     DumpOutput out(stdout);
     int matches = 0;
     if (json)

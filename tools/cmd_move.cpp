@@ -78,6 +78,7 @@ int RunMove(int argc, char** argv)
     host.Set(options.operands[0], options.port, options.called, options.calling);
     CUserSocket socket;
     socket.SetTimeout(static_cast<int>(options.timeout * 1000));
+    socket.SetCancellation(0, CatchInterrupts());
     DICOM_CMND_MSG final;
     int error = socket.Do_CMOVE_Request(
         host, request, [](const DICOM_CMND_MSG& response) { PrintCounts("pending", response); }, final);

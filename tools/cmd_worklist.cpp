@@ -39,6 +39,7 @@ int Usage(FILE* out, int status)
                  "                        a key of the sequence's first item; without =VALUE it is returned\n"
                  "  --json                the matches as a JSON array of DICOM JSON objects\n"
                  "  --audit FILE          append the audit records of the query to FILE\n"
+                 "  --cancel N            send C-CANCEL after N matches\n"
                  "  --timeout SECONDS     connect and receive time-out (default 30)\n"
                  "  --trace DIR           write the analysed protocol trace DIR/DICOMyyyymmdd.LOG\n"
                  "Exit status 0 when the query ended with Success, 1 otherwise, 2 on wrong arguments.\n");
@@ -176,7 +177,7 @@ int RunWorklist(int argc, char** argv)
     for (int i = 0; i < argc; ++i) {
         const std::string arg = argv[i];
         const bool takesValue = arg == "--modality" || arg == "--date" || arg == "--station" || arg == "--patient" ||
-                                arg == "-k" || arg == "--key" || arg == "--audit";
+                                arg == "-k" || arg == "--key" || arg == "--audit" || arg == "--cancel";
         if (!takesValue) {
             if (arg == "--json")
                 json = true;
@@ -202,6 +203,8 @@ int RunWorklist(int argc, char** argv)
             set = CWorklistSocket::AddValueToFindRequest(request, Utf8ToUtf16(value), 0x0010, 0x0010, u"PN");
         else if (arg == "--audit")
             auditFile = value;
+        else if (arg == "--cancel" && !ReadCancelCount("worklist", value.c_str(), record.nCancelAfter))
+            return 2;
         else
             fault = SetKey(request, value);
         if (!set)

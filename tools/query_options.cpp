@@ -1,9 +1,46 @@
 // Options shared by `zeldicom find` and `zeldicom move`.
 #include "tools/query_options.h"
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include "dicomdata/dictionary.h"
+
+namespace {
+volatile std::sig_atomic_t g_interrupts = 0;
+// The first two go to the exchange (C-CANCEL, then A-ABORT); a third, for a
+// wait the exchange does not watch (connecting, negotiating), ends the program.
+extern "C" void CountInterrupt(int)
+{
+    g_interrupts = g_interrupts + 1;
+    if (g_interrupts >= 3) {
+        std::signal(SIGINT, SIG_DFL);
+        std::raise(SIGINT);
+    }
+}
+}
+
+bool ReadCancelCount(const char* name, const char* text, int& count)
+{
+    char* end = nullptr;
+    long value = std::strtol(text, &end, 10);
+    if (!end || *end != '\0' || end == text || value < 1 || value > 1000000) {
+        std::fprintf(stderr, "zeldicom %s: --cancel takes a count of matches from 1, not '%s'\n", name, text);
+        return false;
+    }
+    count = static_cast<int>(value);
+    return true;
+}
+
+std::function<int()> CatchInterrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = CountInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    return [] { return static_cast<int>(g_interrupts); };
+}
 
 bool ParseQueryKey(const std::string& text, QueryKey& key)
 {

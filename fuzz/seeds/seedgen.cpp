@@ -343,6 +343,7 @@ int main(int argc, char** argv)
         for (const auto& [name, bytes] : pdus) {
             ok = WriteSeed(folder, "fuzz_pdu", name, bytes) && ok;
             ok = WriteSeed(folder, "fuzz_associate", name, bytes) && ok;
+            ok = WriteSeed(folder, "fuzz_pduroundtrip", name, bytes) && ok;
             ok = WriteSeed(folder, "fuzz_trace", name, WithPrefix({1}, bytes)) && ok;
         }
         Bytes command = echoResponse(1, 0xA700);

@@ -24,6 +24,7 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_text", zelfuzz::TextTarget},         {"fuzz_readinfo", zelfuzz::ReadInfoTarget},
     {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
     {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
+    {"fuzz_pduroundtrip", zelfuzz::PduRoundTripTarget},
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
     {"fuzz_dicomdir", zelfuzz::DicomDirTarget},
     {"fuzz_srload", zelfuzz::SrLoadTarget},
