@@ -1,0 +1,208 @@
+// Preparing a print job: grayscale images rendered to 8 bits through their
+// modality and VOI transformations (PS3.3 C.11), and the job folder of
+// page files that CDicomPrintSocketEx sends.
+#include "print/printjob.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "dicomdata/dicomitem.h"
+#include "imageinfo/dicominfo.h"
+#include "platform/dynbuffer.h"
+#include "platform/text.h"
+#include "print/printsocket.h"
+#include "print/printsocketex.h"
+
+using namespace zeldicom;
+
+namespace {
+
+// A stored value as the bits stored of its sample say: masked, and sign
+// extended for Pixel Representation 1 (PS3.5 8.1.1).
+int32_t StoredValue(const unsigned char* sample, int bytes, int bitsStored, bool isSigned)
+{
+    uint32_t raw = bytes == 1 ? sample[0] : uint32_t(sample[0] | (sample[1] << 8));
+    const uint32_t mask = bitsStored >= 32 ? 0xFFFFFFFFu : (1u << bitsStored) - 1;
+    raw &= mask;
+    if (isSigned && bitsStored < 32 && (raw & (1u << (bitsStored - 1))))
+        return static_cast<int32_t>(raw | ~mask);
+    return static_cast<int32_t>(raw);
+}
+
+// PS3.3 C.11.2.1.2.1: the linear VOI function onto 0..255.
+uint8_t Window(double x, double centre, double width)
+{
+    if (x <= centre - 0.5 - (width - 1) / 2)
+        return 0;
+    if (x > centre - 0.5 + (width - 1) / 2)
+        return 255;
+    return static_cast<uint8_t>(std::lround(((x - (centre - 0.5)) / (width - 1) + 0.5) * 255.0));
+}
+
+bool WriteFile(const std::u16string& path, const CDynBuffer& bytes, std::string& reason)
+{
+    const std::string name = Utf16ToUtf8(path);
+    FILE* file = std::fopen(name.c_str(), "wb");
+    bool written = file && std::fwrite(bytes.GetData(), 1, bytes.m_nSize, file) == bytes.m_nSize;
+    if (file && std::fclose(file) != 0)
+        written = false;
+    if (!written)
+        reason = "cannot write " + name;
+    return written;
+}
+
+// Preamble and file meta information of an object of the print classes.
+void FileHead(CDynBuffer& buffer, const char* sopClass, const std::u16string& sopInstance)
+{
+    metaHeaderInfo meta;
+    meta.sMediaStorageSOPClassUID = AsciiToWide(sopClass);
+    meta.sMediaStorageSOPInstanceUID = sopInstance;
+    meta.sTransferSyntax = AsciiToWide(printuid::kImplicitLittleEndian);
+    meta.sImplementationClassUID = DICOMINFO::GetDicomRoot();
+    meta.sImplementationVersionName = DICOMINFO::DefaultImplementationVersionName();
+    DICOMINFO::CreateMetaHeaderBuffer(buffer, &meta);
+}
+
+// The image box group of one image at a position of the film, pixels included.
+bool AddImageBox(CDynBuffer& buffer, const PRINT_IMAGE& image, int position)
+{
+    CDicomImageBox box;
+    box.wImagePosition = static_cast<uint16_t>(position);
+    box.nPhotometric = image.nPhotometric;
+    box.wRows = image.wRows;
+    box.wColumns = image.wColumns;
+    CDynBuffer group;
+    if (!box.FillImageBoxAtrb(group) || box.nPixelDataLength != image.aPixels.size())
+        return false;
+    return buffer.Add(group.GetData(), group.m_nSize) &&
+           buffer.Add(image.aPixels.data(), static_cast<uint32_t>(image.aPixels.size()));
+}
+
+}
+
+bool RenderPrintImage(const std::u16string& path, PRINT_IMAGE& image, std::string& reason)
+{
+    DICOMINFO info;
+    CDicomItem root(u"Root");
+    if (!info.ReadFileInfo(path) || !root.LoadObject(path)) {
+        reason = "not a DICOM image that can be read";
+        return false;
+    }
+    auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+    const CDicomItem* pixels = data ? data->GetTagItem(0x7FE0, 0x0010) : nullptr;
+    if (!pixels || info.nRows <= 0 || info.nColumns <= 0) {
+        reason = "no pixel data";
+        return false;
+    }
+    if (info.nCompressionType != 0) {
+        reason = "compressed pixel data (" + Utf16ToUtf8(info.sTransferSyntax) + ") cannot be printed";
+        return false;
+    }
+    if (info.wSamplesPerPixel != 1 ||
+        (info.nPhotometric != DICOMINFO::MONOCHROME1 && info.nPhotometric != DICOMINFO::MONOCHROME2)) {
+        reason = "a colour image (" + Utf16ToUtf8(DICOMINFO::GetPhotometricString(
+                                          static_cast<DICOMINFO::PHOTOMETRIC>(info.nPhotometric))) +
+                 ") cannot go on a grayscale film";
+        return false;
+    }
+    if ((info.nBitsAllocated != 8 && info.nBitsAllocated != 16) || info.nBitsStored < 1 ||
+        info.nBitsStored > info.nBitsAllocated || info.nRows > 0xFFFF || info.nColumns > 0xFFFF) {
+        reason = FormatText("%d bits allocated, %d stored, cannot be printed", info.nBitsAllocated, info.nBitsStored);
+        return false;
+    }
+    const int bytes = info.nBitsAllocated / 8;
+    const size_t count = size_t(info.nRows) * size_t(info.nColumns);
+    if (pixels->GetDataSize() < 0 || size_t(pixels->GetDataSize()) < count * bytes) {
+        reason = "the pixel data is shorter than the image";
+        return false;
+    }
+    // Modality values of the first frame.
+    const bool isSigned = info.wPixelRepresentation == 1;
+    std::vector<double> values(count);
+    for (size_t i = 0; i < count; ++i) {
+        int32_t stored = StoredValue(pixels->GetData() + i * bytes, bytes, info.nBitsStored, isSigned);
+        values[i] = info.ModalityLut.IsDataPresent() ? info.ModalityLut.GetEntry(static_cast<uint32_t>(stored))
+                                                     : stored * info.dRescaleSlope + info.dRescaleIntercept;
+    }
+    // The image's own window when it has one; a window the record supplies
+    // by default (a CT without one) is not the image's.
+    const bool ownWindow = data->FindTag(0x0028, 0x1050) && data->FindTag(0x0028, 0x1051) && info.dWindowWidth >= 1;
+    image.wRows = static_cast<uint16_t>(info.nRows);
+    image.wColumns = static_cast<uint16_t>(info.nColumns);
+    image.nPhotometric = info.nPhotometric == DICOMINFO::MONOCHROME1 ? 1 : 2;
+    image.aPixels.resize(count);
+    if (ownWindow) {
+        for (size_t i = 0; i < count; ++i)
+            image.aPixels[i] = Window(values[i], info.dWindowCenter, info.dWindowWidth);
+        return true;
+    }
+    const auto [low, high] = std::minmax_element(values.begin(), values.end());
+    const double range = *high - *low;
+    for (size_t i = 0; i < count; ++i)
+        image.aPixels[i] = range > 0 ? static_cast<uint8_t>(std::lround((values[i] - *low) * 255.0 / range)) : 0;
+    return true;
+}
+
+bool WritePrintPage(const std::u16string& folder, int index, const PRINT_JOB_SETTINGS& settings,
+                    const std::vector<const PRINT_IMAGE*>& images, std::string& reason)
+{
+    if (images.empty() || !images[0]) {
+        reason = "a page without image";
+        return false;
+    }
+    CDynBuffer page, group;
+    FileHead(page, printuid::kGrayscaleMeta, CDicomItem::GetUID());
+    CDicomFilmBox filmBox = settings.FilmBox;
+    if (!CDicomPrintSocket::FillSessionAtrb(group, settings.FilmBox.nCopies, settings.nPriority, settings.nMedium, -1,
+                                            nullptr, 0) ||
+        !page.Add(group.GetData(), group.m_nSize) || !filmBox.FillFilmBoxAtrb(group) ||
+        !page.Add(group.GetData(), group.m_nSize)) {
+        reason = "a film session or film box value outside its list";
+        return false;
+    }
+    if (!AddImageBox(page, *images[0], 1)) {
+        reason = "the image is too large for an image box";
+        return false;
+    }
+    if (!settings.sLutInstanceUID.empty()) {
+        // Referenced Presentation LUT Sequence (2050,0500) of the film box.
+        CDynBuffer item, lut;
+        DICOMINFO::AddTagByVR(item, u"UI", 0x0008, 0x1150, printuid::kPresentationLut,
+                              static_cast<uint32_t>(std::char_traits<char>::length(printuid::kPresentationLut)));
+        DICOMINFO::AddTagByVR(item, u"UI", 0x0008, 0x1155, settings.sLutInstanceUID.data(),
+                              static_cast<uint32_t>(settings.sLutInstanceUID.size()));
+        DICOMINFO::AddTagByVR(lut, u"SQ", 0xFFFE, 0xE000, item.GetData(), item.m_nSize);
+        group.m_nSize = 0;
+        DICOMINFO::AddTagByVR(group, u"SQ", 0x2050, 0x0500, lut.GetData(), lut.m_nSize);
+        DICOMINFO::InsertTag(group, 0x2050, 0x0000, group.m_nSize, 0);
+        page.Add(group.GetData(), group.m_nSize);
+    }
+    if (!WriteFile(CDicomPrintSocketEx::GetPagePath(folder, index), page, reason))
+        return false;
+    // Further image boxes of the film, each a file of its own.
+    for (size_t position = 2; position <= images.size(); ++position) {
+        CDynBuffer box;
+        FileHead(box, printuid::kGrayscaleMeta, CDicomItem::GetUID());
+        if (!images[position - 1] || !AddImageBox(box, *images[position - 1], static_cast<int>(position))) {
+            reason = "the image is too large for an image box";
+            return false;
+        }
+        if (!WriteFile(CDicomPrintSocketEx::GetImageBoxPath(folder, index, static_cast<int>(position)), box, reason))
+            return false;
+    }
+    return true;
+}
+
+bool WriteIdentityPresentationLut(const std::u16string& folder, std::string& instanceUid, std::string& reason)
+{
+    const std::u16string instance = CDicomItem::GetUID();
+    CDynBuffer file, group;
+    FileHead(file, printuid::kPresentationLut, instance);
+    // PS3.3 C.11.4: Presentation LUT Shape IDENTITY, no LUT data.
+    DICOMINFO::AddTagByVR(group, u"CS", 0x2050, 0x0020, "IDENTITY", 8);
+    DICOMINFO::InsertTag(group, 0x2050, 0x0000, group.m_nSize, 0);
+    file.Add(group.GetData(), group.m_nSize);
+    instanceUid = WideToAscii(instance);
+    return WriteFile(CDicomPrintSocketEx::GetFilePathForPresentationLut(folder), file, reason);
+}
