@@ -346,13 +346,28 @@ bool CDicomPrintSocketEx::Print()
             break;
         }
     }
-    // A failed step leaves the error in the socket; the clean-up below
-    // must not overwrite it.
-    const uint32_t local = GetLocalError(), system = GetSystemError();
-    const std::string detail = GetErrorDetail(), step = m_sFailedStep;
+    // The failure that stopped the job stays the job's error: the clean-up
+    // below must not overwrite it.
+    uint32_t local = GetLocalError(), system = GetSystemError();
+    std::string detail = GetErrorDetail(), step = m_sFailedStep;
     if (sessionCreated) {
         DeleteIdentityPresentationLUT(lutInstance);
-        DeleteFilmSession();
+        bool deleted = DeleteFilmSession();
+        if (!deleted && !stopped)
+            m_sFailedStep = "delete film session";
+        else if (deleted && !stopped && m_bWaitForEventReport && !ReadPrintEventReport()) {
+            m_sFailedStep = "event report";
+            if (GetLocalError() == kErrorPrinterFailure)
+                m_sPrinterStatusInfo = m_PrinterStatus.szStatusInfo;
+            deleted = false;
+        }
+        if (!deleted && !stopped) {
+            stopped = true;
+            local = GetLocalError();
+            system = GetSystemError();
+            detail = GetErrorDetail();
+            step = m_sFailedStep;
+        }
     }
     // A job counts as done when every page was printed and the release
     // answered: a host told "success" after a refused page would lose it.

@@ -44,6 +44,10 @@ public:
     void SetSaveProc(std::function<void(CDicomPrintSocketEx*)> save) { m_SaveProc = std::move(save); }
     std::u16string GetPath() const { return m_sFolder; }
     PRINT_WINDOW* GetWnd() const { return m_pWindow; }
+    // After the session is deleted, read one N-EVENT-REPORT from the printer.
+    void SetWaitForEventReport(bool wait) { m_bWaitForEventReport = wait; }
+    // The printer status info of a printer that reported FAILURE.
+    const std::string& GetPrinterStatusInfo() const { return m_sPrinterStatusInfo; }
 
     // The worker-thread entry: Print, then the object is deleted. Returns 0.
     static unsigned long ThreadProc(CDicomPrintSocketEx* socket);
@@ -92,5 +96,6 @@ protected:
     std::string m_sPrinterStatusInfo;
     bool m_bIdentityLut;
     int m_nPageCount;
+    bool m_bWaitForEventReport = false;
     std::function<void(CDicomPrintSocketEx*)> m_SaveProc;
 };
