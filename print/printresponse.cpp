@@ -15,12 +15,7 @@ using namespace zeldicom;
 
 namespace {
 
-constexpr uint16_t kGetRq = 0x0110;
-constexpr uint16_t kSetRq = 0x0120;
-constexpr uint16_t kActionRq = 0x0130;
-constexpr uint16_t kCreateRq = 0x0140;
-constexpr uint16_t kEventReportRq = 0x0100;
-constexpr uint16_t kNoDataSet = 0x0101;
+using namespace printcmd;
 
 // Statuses that are warnings, not failures, per request: the object was
 // created, set or printed, and the printer says what it changed.
@@ -91,6 +86,14 @@ void CPrintClient::PrinterStatusProc(TAG_HEADER* element, PRINTER_STATUS* status
         CopyText(element, status->szStatusInfo, sizeof status->szStatusInfo);
     else if (element->wElement == 0x0030)
         CopyText(element, status->szPrinterName, sizeof status->szPrinterName);
+}
+
+void CPrintClient::ReadImageBoxReferences(const CDynBuffer& data, CDicomFilmBox& filmBox)
+{
+    DICOMINFO::ReadTags(
+        data.GetData(), static_cast<int>(data.m_nSize),
+        [](TAG_HEADER* element, void* box) { CDicomFilmBox::ReadResponseProc(element, static_cast<CDicomFilmBox*>(box)); },
+        &filmBox);
 }
 
 int CPrintClient::ReadResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)

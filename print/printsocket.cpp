@@ -16,12 +16,7 @@ using namespace zeldicom;
 
 namespace {
 
-constexpr uint16_t kSetRq = 0x0120;
-constexpr uint16_t kActionRq = 0x0130;
-constexpr uint16_t kCreateRq = 0x0140;
-constexpr uint16_t kDeleteRq = 0x0150;
-constexpr uint16_t kNoDataSet = 0x0101;
-constexpr uint16_t kPrintActionType = 1;
+using namespace printcmd;
 
 constexpr const char* kPriorities[] = {"HIGH", "MED", "LOW"};
 constexpr const char* kMediums[] = {"PAPER", "CLEAR FILM", "BLUE FILM"};
@@ -29,24 +24,29 @@ constexpr const char* kDestinations[] = {"MAGAZINE", "PROCESSOR"};
 
 std::string Field(const char* text, size_t size) { return std::string(text, strnlen(text, size)); }
 
-// A coded session attribute: nothing for -1, false for an index off its list.
 template <size_t N>
-bool AddCoded(CDynBuffer& buffer, uint16_t element, int index, const char* const (&list)[N])
+const char* Pick(const char* const (&list)[N], int index)
+{
+    return index >= 0 && static_cast<size_t>(index) < N ? list[index] : nullptr;
+}
+
+// A coded session attribute: nothing for -1, false for an index off its list.
+bool AddCoded(CDynBuffer& buffer, uint16_t element, int index, const char* (*list)(int))
 {
     if (index == -1)
         return true;
-    if (index < 0 || static_cast<size_t>(index) >= N)
+    const char* text = list(index);
+    if (!text)
         return false;
-    DICOMINFO::AddTagByVR(buffer, u"CS", 0x2000, element, list[index], static_cast<uint32_t>(std::strlen(list[index])));
+    DICOMINFO::AddTagByVR(buffer, u"CS", 0x2000, element, text, static_cast<uint32_t>(std::strlen(text)));
     return true;
 }
 
-void FilmBoxResponseTrampoline(TAG_HEADER* element, void* filmBox)
-{
-    CDicomFilmBox::ReadResponseProc(element, static_cast<CDicomFilmBox*>(filmBox));
 }
 
-}
+const char* CDicomPrintSocket::PriorityText(int index) { return Pick(kPriorities, index); }
+const char* CDicomPrintSocket::MediumText(int index) { return Pick(kMediums, index); }
+const char* CDicomPrintSocket::DestinationText(int index) { return Pick(kDestinations, index); }
 
 CDicomPrintSocket::CDicomPrintSocket(DICOM_PRINT_PARAM* param)
 {
@@ -76,8 +76,8 @@ bool CDicomPrintSocket::FillSessionAtrb(CDynBuffer& buffer, int copies, int prio
     buffer.m_nSize = 0;
     const std::string copiesText = FormatText("%d", copies);
     DICOMINFO::AddTagByVR(buffer, u"IS", 0x2000, 0x0010, copiesText.data(), static_cast<uint32_t>(copiesText.size()));
-    if (!AddCoded(buffer, 0x0020, priority, kPriorities) || !AddCoded(buffer, 0x0030, medium, kMediums) ||
-        !AddCoded(buffer, 0x0040, destination, kDestinations))
+    if (!AddCoded(buffer, 0x0020, priority, PriorityText) || !AddCoded(buffer, 0x0030, medium, MediumText) ||
+        !AddCoded(buffer, 0x0040, destination, DestinationText))
         return false;
     if (label)
         DICOMINFO::AddTagByVR(buffer, u"LO", 0x2000, 0x0050, label, static_cast<uint32_t>(std::strlen(label)));
@@ -134,7 +134,7 @@ int CDicomPrintSocket::ReadCreateFilmBoxRsp(CDicomFilmBox* filmBox)
     CDynBuffer data;
     if (!filmBox || !ReadResponse(kCreateRq, response, data))
         return 0;
-    DICOMINFO::ReadTags(data.GetData(), static_cast<int>(data.m_nSize), FilmBoxResponseTrampoline, filmBox);
+    ReadImageBoxReferences(data, *filmBox);
     return 1;
 }
 
@@ -170,7 +170,7 @@ int CDicomPrintSocket::ReadSetImageBoxRsp()
 
 int CDicomPrintSocket::PrintAction()
 {
-    if (!SendActionReqCmnd(printuid::kFilmBox, m_sFilmBoxUID, kNoDataSet, kPrintActionType))
+    if (!SendActionReqCmnd(printuid::kFilmBox, m_sFilmBoxUID, kNoDataSet, kPrintAction))
         return 0;
     return ReadPrintActionRsp();
 }

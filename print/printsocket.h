@@ -57,6 +57,18 @@ constexpr char kPresentationLut[] = "1.2.840.10008.5.1.1.23";
 constexpr char kImplicitLittleEndian[] = "1.2.840.10008.1.2";
 }
 
+// The DIMSE-N requests of a print job (PS3.7 E.1) and what their commands carry.
+namespace printcmd {
+constexpr uint16_t kEventReportRq = 0x0100;
+constexpr uint16_t kGetRq = 0x0110;
+constexpr uint16_t kSetRq = 0x0120;
+constexpr uint16_t kActionRq = 0x0130;
+constexpr uint16_t kCreateRq = 0x0140;
+constexpr uint16_t kDeleteRq = 0x0150;
+constexpr uint16_t kNoDataSet = 0x0101;
+constexpr uint16_t kPrintAction = 1;  // Action Type ID of Print (PS3.4 H.4.1.1.4, H.4.2.2.4)
+}
+
 // What the print clients share: reading a DIMSE-N response to the request
 // sent last, the printer status, and the warnings a printer reported.
 class CPrintClient : public CUserSocket {
@@ -79,6 +91,8 @@ protected:
     int ReadGetPrinterStatusRsp();
     // One N-EVENT-REPORT from the printer, answered; 0 with 748 on FAILURE.
     int ReadPrintEventReport();
+    // The Referenced Image Box Sequence of a film box N-CREATE response into filmBox.
+    static void ReadImageBoxReferences(const CDynBuffer& data, CDicomFilmBox& filmBox);
 
     PRINTER_STATUS m_PrinterStatus;
     std::vector<std::string> m_aWarnings;
@@ -105,6 +119,10 @@ public:
     // for an index outside its list.
     static bool FillSessionAtrb(CDynBuffer& buffer, int copies, int priority, int medium, int destination,
                                 const char* label, int memoryAllocation);
+    // The value lists the session's indexes select from (PS3.3 C.13.1); null off the list.
+    static const char* PriorityText(int index);
+    static const char* MediumText(int index);
+    static const char* DestinationText(int index);
     int CreateFilmBox(CDicomFilmBox* filmBox);
     int SendCreateFilmBoxAtrb(CDicomFilmBox* filmBox);
     int ReadCreateFilmBoxRsp(CDicomFilmBox* filmBox);

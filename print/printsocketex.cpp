@@ -17,18 +17,9 @@ using namespace zeldicom;
 
 namespace {
 
-constexpr uint16_t kSetRq = 0x0120;
-constexpr uint16_t kActionRq = 0x0130;
-constexpr uint16_t kCreateRq = 0x0140;
-constexpr uint16_t kDeleteRq = 0x0150;
-constexpr uint16_t kNoDataSet = 0x0101;
+using namespace printcmd;
 // The result of a job that failed without a recorded error.
 constexpr uint32_t kUnrecordedFailure = 2000;
-
-void FilmBoxResponseTrampoline(TAG_HEADER* element, void* filmBox)
-{
-    CDicomFilmBox::ReadResponseProc(element, static_cast<CDicomFilmBox*>(filmBox));
-}
 
 std::u16string WithSlash(const std::u16string& folder)
 {
@@ -217,7 +208,7 @@ bool CDicomPrintSocketEx::ReadCreateFilmBoxRsp()
     if (!ReadResponse(kCreateRq, response, data))
         return false;
     CDicomFilmBox references;
-    DICOMINFO::ReadTags(data.GetData(), static_cast<int>(data.m_nSize), FilmBoxResponseTrampoline, &references);
+    ReadImageBoxReferences(data, references);
     if (references.sRefImageBoxSOPClassUID.empty() || references.sRefImageBoxSOPInstanceUID.empty()) {
         SetErrorText(kErrorMalformedDataSet, "the film box response names no image box");
         return false;
@@ -262,7 +253,7 @@ bool CDicomPrintSocketEx::SetFurtherImageBoxes(int index)
 
 bool CDicomPrintSocketEx::PrintAction()
 {
-    return SendActionReqCmnd(printuid::kFilmBox, m_sFilmBoxUID, kNoDataSet, 1) && ReadAnswer(kActionRq);
+    return SendActionReqCmnd(printuid::kFilmBox, m_sFilmBoxUID, kNoDataSet, kPrintAction) && ReadAnswer(kActionRq);
 }
 
 bool CDicomPrintSocketEx::DeleteFilmBox()

@@ -55,17 +55,6 @@ int IndexOf(const std::string& text, const char* (*list)(int))
     return -1;
 }
 
-const char* Mediums(int i)
-{
-    static const char* const kMediums[] = {"PAPER", "CLEAR FILM", "BLUE FILM"};
-    return i >= 0 && i < 3 ? kMediums[i] : nullptr;
-}
-const char* Priorities(int i)
-{
-    static const char* const kPriorities[] = {"HIGH", "MED", "LOW"};
-    return i >= 0 && i < 3 ? kPriorities[i] : nullptr;
-}
-
 // STANDARD\C,R: the number of images a film takes, 0 when not that form.
 int ImagesPerFilm(const std::string& format)
 {
@@ -133,9 +122,9 @@ int RunPrint(int argc, char** argv)
         } else if (arg == "--magnification") {
             index = box.nMagnificationType = IndexOf(value, CDicomFilmBox::MagnificationText);
         } else if (arg == "--medium") {
-            index = settings.nMedium = IndexOf(value, Mediums);
+            index = settings.nMedium = IndexOf(value, CDicomPrintSocket::MediumText);
         } else if (arg == "--priority") {
-            index = settings.nPriority = IndexOf(value, Priorities);
+            index = settings.nPriority = IndexOf(value, CDicomPrintSocket::PriorityText);
         } else {
             perFilm = ImagesPerFilm(value);
             box.sImageDisplayFormat = AsciiToWide(value);
