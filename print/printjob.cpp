@@ -86,7 +86,9 @@ bool RenderPrintImage(const std::u16string& path, PRINT_IMAGE& image, std::strin
     DICOMINFO info;
     CDicomItem root(u"Root");
     if (!info.ReadFileInfo(path) || !root.LoadObject(path)) {
-        reason = "not a DICOM image that can be read";
+        const std::string why = !info.GetLastError().GetText().empty() ? info.GetLastError().GetText()
+                                                                       : root.GetLastError().GetText();
+        reason = "not a DICOM image that can be read" + (why.empty() ? "" : ": " + why);
         return false;
     }
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
@@ -95,15 +97,19 @@ bool RenderPrintImage(const std::u16string& path, PRINT_IMAGE& image, std::strin
         reason = "no pixel data";
         return false;
     }
-    if (info.nCompressionType != 0) {
+    // Only native pixel data is rendered here: the little endian syntaxes
+    // (deflate compresses the data set, not the pixels).
+    const std::u16string& syntax = info.sTransferSyntax;
+    if (syntax != u"1.2.840.10008.1.2" && syntax != u"1.2.840.10008.1.2.1" && syntax != u"1.2.840.10008.1.2.1.99") {
         reason = "compressed pixel data (" + Utf16ToUtf8(info.sTransferSyntax) + ") cannot be printed";
         return false;
     }
     if (info.wSamplesPerPixel != 1 ||
         (info.nPhotometric != DICOMINFO::MONOCHROME1 && info.nPhotometric != DICOMINFO::MONOCHROME2)) {
-        reason = "a colour image (" + Utf16ToUtf8(DICOMINFO::GetPhotometricString(
-                                          static_cast<DICOMINFO::PHOTOMETRIC>(info.nPhotometric))) +
-                 ") cannot go on a grayscale film";
+        std::u16string photometric;
+        data->GetTagValue(0x0028, 0x0004, photometric);
+        reason = "a colour image (" + Utf16ToUtf8(Trim(photometric)) + ", " +
+                 std::to_string(info.wSamplesPerPixel) + " samples) cannot go on a grayscale film";
         return false;
     }
     if ((info.nBitsAllocated != 8 && info.nBitsAllocated != 16) || info.nBitsStored < 1 ||

@@ -140,5 +140,5 @@ TEST(PrintHostilePeer, CommandNamesAFailedPrinterAndExitsNonZero)
     // A colour image is refused before anything is sent, with the reason.
     CliResult colour = RunCli({"print", "127.0.0.1", "1", testsupport::PydicomDataDir() + "/test_files/SC_rgb_small_odd.dcm"});
     EXPECT_EQ(colour.status, 1);
-    EXPECT_NE(colour.err.find("a colour image (RGB) cannot go on a grayscale film"), std::string::npos) << colour.err;
+    EXPECT_NE(colour.err.find("a colour image (RGB, 3 samples) cannot go on a grayscale film"), std::string::npos) << colour.err;
 }
