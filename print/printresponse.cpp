@@ -115,12 +115,18 @@ int CPrintClient::ReadResponse(uint16_t requestCommand, DICOM_CMND_MSG& response
         return 1;
     const std::string words = PrintStatusText(response.wStatus);
     if (IsWarning(requestCommand, response.wStatus)) {
-        DicomTraceFormat("<%s> %s Warning 0x%04X: %s", m_sTraceName.c_str(), name.c_str(), response.wStatus,
-                         words.c_str());
+        if (requestCommand == kGetRq)
+            DicomTraceFormat("<%s> N-GET-RSP Warning: Attribute list error", m_sTraceName.c_str());
+        else
+            DicomTraceFormat("<%s> %s Warning 0x%04X: %s", m_sTraceName.c_str(), name.c_str(), response.wStatus,
+                             words.c_str());
         m_aWarnings.push_back(FormatText("%s warning 0x%04X: %s", name.c_str(), response.wStatus, words.c_str()));
         return 1;
     }
-    DicomTraceFormat("<%s> %s status error 0x%X ", m_sTraceName.c_str(), name.c_str(), response.wStatus);
+    if (requestCommand == kGetRq)
+        DicomTraceFormat("<%s> N-GET-RSP status error 0x%x ", m_sTraceName.c_str(), response.wStatus);
+    else
+        DicomTraceFormat("<%s> %s status error 0x%X ", m_sTraceName.c_str(), name.c_str(), response.wStatus);
     SetErrorText(kErrorFailureStatus, FormatText("%s status 0x%04X: %s", name.c_str(), response.wStatus, words.c_str()));
     return 0;
 }

@@ -57,6 +57,8 @@ CDicomPrintSocket::CDicomPrintSocket(DICOM_PRINT_PARAM* param)
         m_sFilmSessionUID = Field(param->szFilmSessionUID, 64);
     }
     m_sFilmBoxUID = m_sFilmSessionUID + ".1";
+    // Implicit VR little endian alone: the film box and image box data sets
+    // are written in it, so the syntax negotiated is the one they travel in.
     AddPresentationContext(printuid::kGrayscaleMeta, 1, printuid::kImplicitLittleEndian);
     SetPresentationContext(1);
 }

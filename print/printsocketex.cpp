@@ -341,6 +341,12 @@ bool CDicomPrintSocketEx::Print()
     // below must not overwrite it.
     uint32_t local = GetLocalError(), system = GetSystemError();
     std::string detail = GetErrorDetail(), step = m_sFailedStep;
+    // A connection that broke (nothing came, an abort, bytes that are no
+    // PDU) carries no clean-up: every request would wait out its time-out.
+    const bool broken = system != 0 || local == kErrorReceive || local == kErrorAbort ||
+                        local == kErrorMalformedPdu || local == kErrorUnexpectedPdu || local == kErrorPdvKind;
+    if (broken)
+        associated = sessionCreated = false;
     if (sessionCreated) {
         DeleteIdentityPresentationLUT(lutInstance);
         bool deleted = DeleteFilmSession();
@@ -362,7 +368,10 @@ bool CDicomPrintSocketEx::Print()
     }
     // A job counts as done when every page was printed and the release
     // answered: a host told "success" after a refused page would lose it.
-    bool success = associated && SendReleaseReq() && ReceiveReleaseRsp() && !stopped;
+    bool released = associated && SendReleaseReq() && ReceiveReleaseRsp();
+    if (associated && !released && !stopped)
+        step = m_sFailedStep = "release";
+    const bool success = released && !stopped;
     if (local != 0 || system != 0) {
         SetErrorText(local, detail);
         m_nSystemError = system;
