@@ -18,16 +18,13 @@ using namespace zeldicom;
 
 namespace {
 
-// A stored value as the bits stored of its sample say: masked, and sign
-// extended for Pixel Representation 1 (PS3.5 8.1.1).
-int32_t StoredValue(const unsigned char* sample, int bytes, int bitsStored, bool isSigned)
+// The stored value of a raw sample masked to its bits stored (at most 16),
+// sign extended for Pixel Representation 1 (PS3.5 8.1.1).
+int32_t StoredValue(uint32_t raw, int bitsStored, bool isSigned)
 {
-    uint32_t raw = bytes == 1 ? sample[0] : uint32_t(sample[0] | (sample[1] << 8));
-    const uint32_t mask = bitsStored >= 32 ? 0xFFFFFFFFu : (1u << bitsStored) - 1;
-    raw &= mask;
-    if (isSigned && bitsStored < 32 && (raw & (1u << (bitsStored - 1))))
-        return static_cast<int32_t>(raw | ~mask);
-    return static_cast<int32_t>(raw);
+    const uint32_t sign = 1u << (bitsStored - 1);
+    return isSigned && (raw & sign) ? static_cast<int32_t>(raw) - static_cast<int32_t>(sign << 1)
+                                    : static_cast<int32_t>(raw);
 }
 
 // PS3.3 C.11.2.1.2.1: the linear VOI function onto 0..255.
@@ -123,30 +120,47 @@ bool RenderPrintImage(const std::u16string& path, PRINT_IMAGE& image, std::strin
         reason = "the pixel data is shorter than the image";
         return false;
     }
-    // Modality values of the first frame.
+    // One entry per raw value the bits stored can hold (at most 65536):
+    // its stored value's modality value, then its grey level. The pixels
+    // then cost one byte each, whatever their number.
     const bool isSigned = info.wPixelRepresentation == 1;
-    std::vector<double> values(count);
-    for (size_t i = 0; i < count; ++i) {
-        int32_t stored = StoredValue(pixels->GetData() + i * bytes, bytes, info.nBitsStored, isSigned);
-        values[i] = info.ModalityLut.IsDataPresent() ? info.ModalityLut.GetEntry(static_cast<uint32_t>(stored))
-                                                     : stored * info.dRescaleSlope + info.dRescaleIntercept;
+    const size_t values = size_t(1) << info.nBitsStored;
+    std::vector<double> modality(values);
+    for (size_t raw = 0; raw < values; ++raw) {
+        const int32_t stored = StoredValue(static_cast<uint32_t>(raw), info.nBitsStored, isSigned);
+        modality[raw] = info.ModalityLut.IsDataPresent() ? info.ModalityLut.GetEntry(static_cast<uint32_t>(stored))
+                                                         : stored * info.dRescaleSlope + info.dRescaleIntercept;
     }
+    const uint32_t mask = static_cast<uint32_t>(values - 1);
+    auto rawAt = [&](size_t i) {
+        const unsigned char* p = pixels->GetData() + i * bytes;
+        return (bytes == 1 ? p[0] : uint32_t(p[0] | (p[1] << 8))) & mask;
+    };
     // The image's own window when it has one; a window the record supplies
-    // by default (a CT without one) is not the image's.
+    // by default (a CT without one) is not the image's. Else the full range
+    // of the values the image holds.
     const bool ownWindow = data->FindTag(0x0028, 0x1050) && data->FindTag(0x0028, 0x1051) && info.dWindowWidth >= 1;
+    double low = 0, high = 0;
+    if (!ownWindow && count > 0) {
+        low = high = modality[rawAt(0)];
+        for (size_t i = 1; i < count; ++i) {
+            low = std::min(low, modality[rawAt(i)]);
+            high = std::max(high, modality[rawAt(i)]);
+        }
+    }
+    std::vector<uint8_t> grey(values);
+    for (size_t raw = 0; raw < values; ++raw) {
+        if (ownWindow)
+            grey[raw] = Window(modality[raw], info.dWindowCenter, info.dWindowWidth);
+        else if (high > low)
+            grey[raw] = static_cast<uint8_t>(std::clamp(std::lround((modality[raw] - low) * 255.0 / (high - low)), 0L, 255L));
+    }
     image.wRows = static_cast<uint16_t>(info.nRows);
     image.wColumns = static_cast<uint16_t>(info.nColumns);
     image.nPhotometric = info.nPhotometric == DICOMINFO::MONOCHROME1 ? 1 : 2;
     image.aPixels.resize(count);
-    if (ownWindow) {
-        for (size_t i = 0; i < count; ++i)
-            image.aPixels[i] = Window(values[i], info.dWindowCenter, info.dWindowWidth);
-        return true;
-    }
-    const auto [low, high] = std::minmax_element(values.begin(), values.end());
-    const double range = *high - *low;
     for (size_t i = 0; i < count; ++i)
-        image.aPixels[i] = range > 0 ? static_cast<uint8_t>(std::lround((values[i] - *low) * 255.0 / range)) : 0;
+        image.aPixels[i] = grey[rawAt(i)];
     return true;
 }
 
