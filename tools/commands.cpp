@@ -21,6 +21,7 @@ const std::vector<ToolCommand>& ToolCommands()
          RunWorklist},
         {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
         {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
+        {"print", "print grayscale images on a DICOM printer, one film per image (HOST PORT IMAGE...)", RunPrint},
         {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},
         {"edit", "change elements of a DICOM file (--set KEY=VALUE), or make it a new instance", RunEdit},
         {"dicomdir", "create, extend or list a DICOMDIR (create DIR | add DICOMDIR FILE... | list [--json] DICOMDIR)",

@@ -31,6 +31,7 @@ int RunCommit(int argc, char** argv);   // tools/cmd_commit.cpp
 int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
 int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
 int RunWorklist(int argc, char** argv); // tools/cmd_worklist.cpp
+int RunPrint(int argc, char** argv);    // tools/cmd_print.cpp
 
 // Gives the process the tool's UID root (new UIDs, Implementation Class UID)
 // unless the host part has set one.
