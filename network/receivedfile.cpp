@@ -50,10 +50,9 @@ std::string CReceivedFile::DefaultName(const RECEIVED_INSTANCE& instance)
     return name + ".dcm";
 }
 
-CReceivedFile::CReceivedFile(std::string folder, bool durable) : m_folder(std::move(folder)), m_durable(durable)
+CReceivedFile::CReceivedFile(std::string folder, bool durable)
+    : m_folder(folder.empty() ? std::string(".") : std::move(folder)), m_durable(durable)
 {
-    if (m_folder.empty())
-        m_folder = ".";
 }
 
 CReceivedFile::~CReceivedFile()
