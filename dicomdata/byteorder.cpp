@@ -68,9 +68,9 @@ private:
     }
     // PS3.5 6.2.2: the value of a UN element of undefined length is a
     // sequence in implicit VR little endian whatever the transfer syntax:
-    // it is only walked to its sequence delimiter, and left as it is.
-    bool SkipLittleEndianItems(ByteCursor& cursor, int depth);
-    bool SkipLittleEndianElements(ByteCursor& cursor, int depth);
+    // it is only walked past the delimiter that closes it (of its items, or
+    // of an item's elements), and left as it is.
+    static bool SkipLittleEndian(ByteCursor& cursor, int depth, bool items);
 
     unsigned char* m_bytes;
     ByteOrderFault& m_fault;
@@ -163,7 +163,7 @@ bool Converter::Run(size_t position, size_t end, Content content, bool definedSe
                 ok = Run(position, end, Content::Sequence, false, depth + 1, after, ended) && ended;
             } else if (vr == "UN") {
                 ByteCursor items(value, available);
-                ok = SkipLittleEndianItems(items, depth + 1);
+                ok = SkipLittleEndian(items, depth + 1, true);
                 after = position + items.position();
             }
             if (!ok)
@@ -196,30 +196,7 @@ bool Converter::Run(size_t position, size_t end, Content content, bool definedSe
     return true;
 }
 
-bool Converter::SkipLittleEndianItems(ByteCursor& cursor, int depth)
-{
-    if (depth > kMaxDepth)
-        return false;
-    for (;;) {
-        uint16_t group = 0, element = 0;
-        uint32_t length = 0;
-        if (!cursor.readUint16LE(group) || !cursor.readUint16LE(element) || !cursor.readUint32LE(length) ||
-            group != 0xFFFE)
-            return false;
-        if (element == 0xE0DD)
-            return true;
-        if (element != 0xE000)
-            return false;
-        if (length == kUndefinedLength) {
-            if (!SkipLittleEndianElements(cursor, depth + 1))
-                return false;
-        } else if (!cursor.skip(length)) {
-            return false;
-        }
-    }
-}
-
-bool Converter::SkipLittleEndianElements(ByteCursor& cursor, int depth)
+bool Converter::SkipLittleEndian(ByteCursor& cursor, int depth, bool items)
 {
     if (depth > kMaxDepth)
         return false;
@@ -228,14 +205,19 @@ bool Converter::SkipLittleEndianElements(ByteCursor& cursor, int depth)
         uint32_t length = 0;
         if (!cursor.readUint16LE(group) || !cursor.readUint16LE(element) || !cursor.readUint32LE(length))
             return false;
-        if (group == 0xFFFE && element == 0xE00D)
-            return true;
-        if (length == kUndefinedLength) {
-            if (!SkipLittleEndianItems(cursor, depth + 1))
+        if (items) {
+            if (group != 0xFFFE)
                 return false;
-        } else if (!cursor.skip(length)) {
-            return false;
+            if (element == 0xE0DD)
+                return true;
+            if (element != 0xE000)
+                return false;
+        } else if (group == 0xFFFE && element == 0xE00D) {
+            return true;
         }
+        // An undefined length opens an item's elements, or an element's items.
+        if (length == kUndefinedLength ? !SkipLittleEndian(cursor, depth + 1, !items) : !cursor.skip(length))
+            return false;
     }
 }
 

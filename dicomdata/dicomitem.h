@@ -223,8 +223,7 @@ private:
     bool LoadFailed(int code, const std::string& text);
     bool DataSetMalformed(uint16_t group, uint16_t element, size_t offset, const char* where);
     bool LoadBigEndianDataSet(CDicomItem* data, const unsigned char* body, int64_t size,
-                              const unsigned char*& parsed, const unsigned char*& loaded,
-                              zeldicom::ByteOrderFault& fault);
+                              const unsigned char*& parsed, zeldicom::ByteOrderFault& fault);
     // Records why this element cannot be encoded (logged, and kept in
     // GetLastError()); returns the failure count 0xFFFFFFFF.
     uint32_t EncodingFailed(int group, int element, const char* why);

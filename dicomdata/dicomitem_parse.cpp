@@ -1,6 +1,7 @@
 // Data set parsing: element headers, runs of elements with their sequences,
 // items and encapsulated pixel data, and whole file images. Values are not
 // copied: they point into the parsed buffer.
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -437,9 +438,9 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         header->InsertTag(0x0002, 0x0010, transferSyntax, u"UI");
     }
     const unsigned char* parsed = body;
-    // Where the parsed bytes stand in the loaded ones (a converted copy keeps
-    // every offset), or null for an inflated data set.
-    const unsigned char* loaded = m_pData ? m_pData : body;
+    // Whether an offset in the parsed bytes is one in the loaded bytes too
+    // (a converted copy keeps every offset; an inflated data set does not).
+    bool loadedOffsets = true;
     bool explicitVR = IsExplicitVR(transferSyntax);
     if (EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian))) {
         size_t inflatedSize = 0;
@@ -452,17 +453,17 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         // The data set node owns the inflated bytes its elements point into.
         data->SetData(inflated, static_cast<int>(inflatedSize), true);
         parsed = inflated;
-        loaded = nullptr;
+        loadedOffsets = false;
         size = static_cast<int64_t>(inflatedSize);
         explicitVR = true;
     } else if (IsBigEndian(transferSyntax)) {
         ByteOrderFault fault;
-        if (!LoadBigEndianDataSet(data, body, size, parsed, loaded, fault)) {
+        if (!LoadBigEndianDataSet(data, body, size, parsed, fault)) {
             if (!parsed)
                 return LoadFailed(ENOMEM, "out of memory");
             // What stands before the fault is shown, as for a damaged little
             // endian data set.
-            if (parsed && m_bKeepPartialLoad)
+            if (m_bKeepPartialLoad)
                 data->LoadTags(parsed, static_cast<int>(std::min<size_t>(fault.offset, INT32_MAX)), true, -1);
             return DataSetMalformed(fault.group, fault.element, fault.offset + static_cast<size_t>(body - m_pData),
                                     "");
@@ -490,9 +491,10 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         pixels->SetAttribute(u"VR", std::u16string(u"OB"));
     if (consumed == kFailed) {
         size_t offset = static_cast<size_t>((failure.at ? failure.at : parsed) - parsed);
-        if (loaded)
+        if (loadedOffsets)
             offset += static_cast<size_t>(body - m_pData);
-        return DataSetMalformed(failure.group, failure.element, offset, loaded ? "" : " of the inflated data set");
+        return DataSetMalformed(failure.group, failure.element, offset,
+                                loadedOffsets ? "" : " of the inflated data set");
     }
     return true;
 }
@@ -508,22 +510,20 @@ bool CDicomItem::DataSetMalformed(uint16_t group, uint16_t element, size_t offse
 // place, since the tree's values are little endian. The whole loaded image is
 // copied once, its data set converted in the copy (headers and values keep
 // their offsets), and the copy, which "Data" owns, is parsed as explicit VR
-// little endian. parsed is the data set in the copy; loaded the copy's start.
+// little endian. parsed is the data set in the copy (null when there is no
+// memory for one).
 bool CDicomItem::LoadBigEndianDataSet(CDicomItem* data, const unsigned char* body, int64_t size,
-                                      const unsigned char*& parsed, const unsigned char*& loaded,
-                                      ByteOrderFault& fault)
+                                      const unsigned char*& parsed, ByteOrderFault& fault)
 {
     parsed = nullptr;
-    const unsigned char* image = m_pData ? m_pData : body;
-    const size_t imageSize = m_pData ? static_cast<size_t>(m_nDataSize) : static_cast<size_t>(size);
-    const size_t start = static_cast<size_t>(body - image);
+    const size_t imageSize = static_cast<size_t>(m_nDataSize);
+    const size_t start = static_cast<size_t>(body - m_pData);
     auto* copy = static_cast<unsigned char*>(std::malloc(imageSize > 0 ? imageSize : 1));
     if (!copy)
         return false;
-    std::memcpy(copy, image, imageSize);
+    std::memcpy(copy, m_pData, imageSize);
     data->SetData(copy, static_cast<int>(imageSize), true);
     parsed = copy + start;
-    loaded = copy;
     return zeldicom::ConvertBigEndianDataSet(copy + start, static_cast<size_t>(size), fault);
 }
 

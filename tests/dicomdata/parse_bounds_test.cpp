@@ -195,8 +195,9 @@ TEST(ParseBounds, CutBigEndianFilesFailAsLittleEndianOnes)
             bool bigLoads = LoadsAsFile(big.data(), cut, &bigError);
             EXPECT_EQ(LoadsAsFile(little.data(), cut, &littleError), bigLoads) << "cut at " << cut;
             // (A cut inside the meta information leaves no data set to compare.)
-            if (static_cast<int64_t>(cut) > root.GetDataSetOffset())
+            if (static_cast<int64_t>(cut) > root.GetDataSetOffset()) {
                 EXPECT_EQ(bigError, littleError) << "cut at " << cut;
+            }
             failures += bigLoads ? 0 : 1;
         }
         EXPECT_GT(failures, 600);
