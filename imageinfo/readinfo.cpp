@@ -206,11 +206,8 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     const CDicomItem* constData = data;
     FillBreedRegistrationSequence(constData);
 
-    // The record describes the object as it lies in the buffer: big endian
-    // when it is (raw reads of the buffer swap), its pixel data at their
-    // offset there.
-    if (root.IsSourceBigEndian())
-        bBigEndian = 1;
+    // The pixel data's offset in the buffer (a big endian object's converted
+    // copy keeps it); its value is read from the tree, in little endian.
     if (const CDicomItem* pixels = data->GetTagItem(0x7FE0, 0x0010)) {
         int64_t pixelOffset = root.GetLoadedOffset(pixels->GetData());
         if (pixelOffset >= 0 && static_cast<uint64_t>(pixelOffset) <= size) {
@@ -224,6 +221,10 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
                 GetFramesOffsetTable(pixels->GetData(), static_cast<size_t>(pixels->GetDataSize()));
         }
     }
+    // The record describes the object as it lies in the buffer: raw reads
+    // of a big endian one swap.
+    if (root.IsSourceBigEndian())
+        bBigEndian = 1;
     SpecialCTProcessing(buffer, size);
     ValidatePhotometric();
     ValidateDates();
