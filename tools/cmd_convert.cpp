@@ -32,7 +32,8 @@ void PrintConvertUsage(FILE* out)
                  "  --implicit  write the data set in implicit VR little endian (1.2.840.10008.1.2)\n"
                  "  --explicit  write the data set in explicit VR little endian (1.2.840.10008.1.2.1)\n"
                  "  --deflated  write the data set deflated, explicit VR little endian (1.2.840.10008.1.2.1.99)\n"
-                 "  Without an option the data set keeps its transfer syntax. IN may be a data\n"
+                 "  Without an option the data set keeps its transfer syntax, except explicit\n"
+                 "  VR big endian (retired), which is written explicit VR little endian. IN may be a data\n"
                  "  set without preamble and meta information: OUT is a complete DICOM file.\n"
                  "  OUT may name IN:\n"
                  "  the file is then replaced only once the new content is complete.\n");
@@ -99,9 +100,11 @@ int RunConvert(int argc, char** argv)
         syntax->GetTagValue("UI", current);
     current = Trim(current);
     if (wanted && current != *wanted) {
-        // Only the two uncompressed little endian syntaxes differ in nothing
-        // but their element headers; anything else needs a codec.
-        if (current != kImplicitLittle && current != kExplicitLittle && current != kDeflatedLittle) {
+        // Only the uncompressed syntaxes differ in nothing but their element
+        // headers (a big endian data set is little endian once loaded);
+        // anything else needs a codec.
+        if (current != kImplicitLittle && current != kExplicitLittle && current != kDeflatedLittle &&
+            !CDicomItem::IsBigEndian(current)) {
             std::string name = Utf16ToUtf8(current);
             return Fail(FormatText("%s: transfer syntax %s is encapsulated or otherwise not plain little endian; it "
                                    "cannot be switched to implicit or explicit VR without decompression",

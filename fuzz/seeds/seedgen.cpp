@@ -262,7 +262,10 @@ int AddSamples(const std::string& folder, const std::string& samples)
                                       static_cast<size_t>(name->GetDataSize())));
         }
         Bytes run(bytes.begin() + 132 + metaLength, bytes.end());
-        WriteRunSeeds(folder, seedName, run, CDicomItem::IsExplicitVR(Trim(transferSyntax)));
+        if (CDicomItem::IsBigEndian(Trim(transferSyntax)))
+            WriteSeed(folder, "fuzz_bigendian", seedName, run);
+        else
+            WriteRunSeeds(folder, seedName, run, CDicomItem::IsExplicitVR(Trim(transferSyntax)));
     }
     closedir(dir);
     return added;

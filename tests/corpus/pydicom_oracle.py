@@ -105,6 +105,23 @@ def frame_offsets(ds, raw, frames, syntax):
     return (offsets + [0] if len(offsets) == frames else None), "fragments"
 
 
+def pixels(out, ds, syntax):
+    """Native samples as pydicom's pixel_array holds them, little endian:
+    "pixels BYTES SUM" (the checksum of their bytes). Big endian objects swap
+    their samples by Bits Allocated."""
+    if syntax.startswith(COMPRESSED) or ds.get("BitsAllocated") not in (8, 16, 32, 64) or \
+            text(ds, "PhotometricInterpretation") == "YBR_FULL_422" or \
+            (ds.get("SamplesPerPixel", 1) > 1 and ds.get("PlanarConfiguration", 0) != 0):
+        return
+    try:
+        array = ds.pixel_array
+    except Exception:
+        return
+    raw = numpy.frombuffer(numpy.ascontiguousarray(array).astype(array.dtype.newbyteorder("<")).tobytes(), numpy.uint8)
+    weights = numpy.arange(1, raw.size + 1, dtype=numpy.uint64)
+    out.append("pixels %d %d" % (raw.size, int((weights * raw.astype(numpy.uint64)).sum(dtype=numpy.uint64)) % 2**32))
+
+
 def palettes(out, ds):
     for name, colour in (("RedPaletteLut", "Red"), ("GreenPaletteLut", "Green"), ("BluePaletteLut", "Blue")):
         lut(out, name, ds, colour + "PaletteColorLookupTableDescriptor", colour + "PaletteColorLookupTableData",
@@ -235,6 +252,8 @@ def describe(path):
     fields["sPatientOrientation"] = raw_text(ds, 0x00200020) or labels
     sex = text(ds, "PatientSex")[:1].upper()
     date = text(ds, "StudyDate")
+    if re.match(r"\d{4}\.\d{2}\.\d{2}$", date):  # the ACR-NEMA form yyyy.mm.dd, read by the record too
+        date = date.replace(".", "")
     fields.update(dRowSpacing=row, dColumnSpacing=column, nPixelDataOffset=raw.value_tell,
                   sModality=text(ds, "Modality"), sPatientID=text(ds, "PatientID"),
                   sPatientSex=sex if sex in ("F", "M") else "O",
@@ -248,6 +267,7 @@ def describe(path):
     if offsets is not None:
         out.append("pFrameOffsets.%s %s" % (kind, " ".join(map(str, offsets))))
     palettes(out, ds)
+    pixels(out, ds, syntax)
     if "ModalityLUTSequence" in ds and len(ds.ModalityLUTSequence):
         lut(out, "ModalityLut", ds.ModalityLUTSequence[0], "LUTDescriptor", "LUTData",
             signed=ds.get("PixelRepresentation", 0) == 1)
@@ -284,7 +304,7 @@ def images(data_dir):
         except Exception:
             continue
         syntax = str(ds.file_meta.get("TransferSyntaxUID", "")) if hasattr(ds, "file_meta") else ""
-        if "Rows" not in ds or "PixelData" not in ds or not ds.is_little_endian or syntax.endswith(".99"):
+        if "Rows" not in ds or "PixelData" not in ds or syntax.endswith(".99"):
             continue
         raw = ds.get_item(0x7FE00010)
         if raw.length != 0xFFFFFFFF and raw.value_tell + raw.length > os.path.getsize(path):
@@ -431,14 +451,18 @@ def classify(path):
 def as_json(path):
     dataset = pydicom.dcmread(path, force=True)
     json_compare.restore_known_vr(dataset)
+    json_compare.restore_little_endian(dataset)
     return dataset.to_json_dict(bulk_data_threshold=1 << 62)  # bulk values as they stand
 
 
 def by_value(data_set):
     """The JSON of a data set as a change of encoding must keep it: private
-    elements by presence (implicit VR loses their VR), OB and OW alike."""
+    elements by presence (implicit VR loses their VR), OB and OW alike,
+    without group lengths (their values follow the header sizes)."""
     result = {}
     for tag, element in data_set.items():
+        if tag.endswith("0000"):
+            continue
         if int(tag[:4], 16) % 2 == 1:
             result[tag] = "private"
             continue
