@@ -3,8 +3,6 @@
 // object into a new instance (new SOP Instance UID, Image Type
 // DERIVED\SECONDARY). OUT (or IN, edited in place) is replaced only by a
 // complete file.
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -18,41 +16,11 @@
 #include "dicomdata/elementedit.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
 namespace {
-
-void PrintEditUsage(FILE* out)
-{
-    std::fprintf(out,
-                 "Usage: zeldicom edit IN OUT [--set KEY=VALUE]... [--new-instance]\n"
-                 "\n"
-                 "  Writes IN to OUT with the asked changes; OUT may name IN.\n"
-                 "  --set KEY=VALUE  sets the element KEY, a keyword (PatientName) or a tag\n"
-                 "                   (gggg,eeee), to VALUE, adding it when absent. Multiple\n"
-                 "                   values are separated by '\\'; numbers for binary VRs,\n"
-                 "                   hexadecimal for OB/OW, gggg,eeee for AT. A new Specific\n"
-                 "                   Character Set applies to the other values set (existing\n"
-                 "                   values are not re-encoded). Setting SOP Class or Instance\n"
-                 "                   UID updates the file meta information to match.\n"
-                 "  --new-instance   a new SOP Instance UID (data set and meta information)\n"
-                 "                   and Image Type DERIVED\\SECONDARY\n");
-}
-
-int Fail(const std::string& message)
-{
-    std::fprintf(stderr, "zeldicom edit: %s\n", message.c_str());
-    return 1;
-}
-
-bool SameFile(const char* a, const char* b)
-{
-    struct stat first {}, second {};
-    if (stat(a, &first) != 0 || stat(b, &second) != 0)
-        return false;
-    return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
 
 struct Assignment {
     std::string key;
@@ -78,61 +46,47 @@ bool MirrorIdentity(CDicomItem& header, const CDicomItem& data, uint16_t dataEle
 
 int RunEdit(int argc, char** argv)
 {
+    OptionReader reader("edit", "IN OUT", "Writes IN to OUT with the asked changes; OUT may name IN.");
     std::vector<Assignment> assignments;
-    std::vector<const char*> files;
-    bool newInstance = false, options = true;
-    for (int i = 0; i < argc; ++i) {
-        const char* arg = argv[i];
-        if (options && std::strcmp(arg, "--") == 0) {
-            options = false;
-        } else if (options && (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0)) {
-            PrintEditUsage(stdout);
-            return 0;
-        } else if (options && std::strcmp(arg, "--new-instance") == 0) {
-            newInstance = true;
-        } else if (options && std::strcmp(arg, "--set") == 0) {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "zeldicom edit: --set needs KEY=VALUE\n");
-                return 2;
-            }
-            std::string setting = argv[++i];
-            size_t equals = setting.find('=');
-            Assignment assignment;
-            assignment.key = setting.substr(0, equals);
-            if (equals == std::string::npos ||
-                !ParseElementKey(assignment.key, assignment.group, assignment.element)) {
-                std::fprintf(stderr, "zeldicom edit: '%s': KEY=VALUE with KEY a keyword or gggg,eeee\n",
-                             setting.c_str());
-                return 2;
-            }
-            assignment.value = Utf8ToUtf16(setting.substr(equals + 1));
-            assignments.push_back(assignment);
-        } else if (options && arg[0] == '-' && arg[1] != '\0') {
-            std::fprintf(stderr, "zeldicom edit: unknown option '%s'\n", arg);
-            PrintEditUsage(stderr);
-            return 2;
-        } else {
-            files.push_back(arg);
-        }
-    }
-    if (files.size() != 2) {
-        PrintEditUsage(stderr);
-        return 2;
-    }
-    const char* in = files[0];
-    const char* out = files[1];
+    bool newInstance = false;
+    reader.Add("--set -m", "KEY=VALUE",
+               "sets the element KEY, a keyword (PatientName) or a tag (gggg,eeee), to VALUE, adding it when "
+               "absent",
+               [&assignments](const std::string& setting) {
+                   size_t equals = setting.find('=');
+                   Assignment assignment;
+                   assignment.key = setting.substr(0, equals);
+                   if (equals == std::string::npos ||
+                       !ParseElementKey(assignment.key, assignment.group, assignment.element))
+                       return "'" + setting + "' is not KEY=VALUE with KEY a keyword or gggg,eeee";
+                   assignment.value = Utf8ToUtf16(setting.substr(equals + 1));
+                   assignments.push_back(assignment);
+                   return std::string();
+               });
+    reader.Flag("--new-instance", "a new SOP Instance UID (data set and meta information) and Image Type "
+                                  "DERIVED\\SECONDARY",
+                newInstance);
+    reader.Note("Multiple values are separated by '\\'; numbers for binary VRs, hexadecimal for OB/OW,\n"
+                "gggg,eeee for AT. A new Specific Character Set applies to the other values set (existing\n"
+                "values are not re-encoded). Setting SOP Class or Instance UID updates the file meta\n"
+                "information to match.");
+    reader.Example("zeldicom edit --set PatientName=Doe^Jane --set 0020,0013=2 in.dcm out.dcm");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const char* in = reader.Operands()[0].c_str();
+    const char* out = reader.Operands()[1].c_str();
 
     auto root = std::make_unique<CDicomItem>(u"Object");
     if (!root->LoadObject(Utf8ToUtf16(in)))
-        return Fail(FormatText("%s: %s", in, root->GetLastError().GetText().c_str()));
+        return reader.Failure(FormatText("%s: %s", in, root->GetLastError().GetText().c_str()));
     CDicomItem* header = ChildNode(*root, u"Header");
     CDicomItem* data = ChildNode(*root, u"Data");
     if (!header || !data)
-        return Fail(FormatText("%s: no file meta information or data set", in));
+        return reader.Failure(FormatText("%s: no file meta information or data set", in));
 
     UseToolIdentity();
     if (newInstance && !CDicomTools::UpdateTagsWhenInstanceCreation(*root))
-        return Fail(FormatText("%s: cannot make a new instance", in));
+        return reader.Failure(FormatText("%s: cannot make a new instance", in));
 
     // A new Specific Character Set goes first: the other values are
     // encoded in it.
@@ -143,27 +97,21 @@ int RunEdit(int argc, char** argv)
         // The data set is written in the transfer syntax that the meta
         // information names: changing it is a conversion, not an edit.
         if (assignment.group == 0x0002 && assignment.element == 0x0010)
-            return Fail("(0002,0010): the transfer syntax is changed with zeldicom convert");
+            return reader.Failure("(0002,0010): the transfer syntax is changed with zeldicom convert");
         CDicomItem& node = assignment.group == 0x0002 ? *header : *data;
         std::string error;
         if (!SetElementFromText(node, assignment.group, assignment.element, assignment.value, error))
-            return Fail(FormatText("%s: %s", assignment.key.c_str(), error.c_str()));
+            return reader.Failure(FormatText("%s: %s", assignment.key.c_str(), error.c_str()));
         if (assignment.group == 0x0008 && assignment.element == 0x0005)
             data->ChangeCharacterSet(CDicomInfoStatics::ExtractCharacterSet(data));
         identityChanged |= assignment.group == 0x0008 && (assignment.element == 0x0016 || assignment.element == 0x0018);
     }
     if (identityChanged && (!MirrorIdentity(*header, *data, 0x0016, 0x0002) ||
                             !MirrorIdentity(*header, *data, 0x0018, 0x0003)))
-        return Fail("cannot update the file meta information");
+        return reader.Failure("cannot update the file meta information");
 
-    if (std::strcmp(in, out) == 0 || SameFile(in, out)) {
-        CDicomItem* object = root.release();
-        CLastError error;
-        if (!CDicomItem::SaveModificationToExistingFile(object, Utf8ToUtf16(in), &error))
-            return Fail(FormatText("%s: %s (it is unchanged)", in, error.GetText().c_str()));
-        return 0;
-    }
-    if (!root->SaveToFile(Utf8ToUtf16(out)))
-        return Fail(FormatText("%s: %s", out, root->GetLastError().GetText().c_str()));
-    return 0;
+    std::string error;
+    if (!SaveObject(std::move(root), in, out, error))
+        return reader.Failure(error);
+    return kExitDone;
 }

@@ -12,6 +12,7 @@
 #include "platform/datetools.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
@@ -137,11 +138,14 @@ long long FirstMapped(const CModalityLutDesc& lut)
     return lut.nFirstMapped;
 }
 
-std::string ToJson(const DICOMINFO& info)
+// With file set, the object's first key "file" names it.
+std::string ToJson(const DICOMINFO& info, const std::string* file)
 {
     std::string out;
     {
         JsonObject o(out);
+        if (file)
+            JsonString(o.Key("file"), *file);
         int count = 0;
         const INFOFIELD* fields = DICOMINFO::GetFieldTable(count);
         for (int i = 0; i < count; ++i) {
@@ -378,38 +382,32 @@ std::string ToText(const char* path, const DICOMINFO& info)
 
 int RunInfo(int argc, char** argv)
 {
-    bool json = false;
-    std::vector<const char*> files;
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        if (arg == "--json")
-            json = true;
-        else if (arg == "--help" || (arg.size() > 1 && arg[0] == '-')) {
-            bool help = arg == "--help";
-            std::fprintf(help ? stdout : stderr,
-                         "Usage: zeldicom info [--json] FILE...\n"
-                         "The image information record of each file: identification, patient, study,\n"
-                         "pixel description, windows, LUTs, overlays, frame layout, orientation.\n"
-                         "--json prints one JSON object per file (one per line) whose keys are the\n"
-                         "record's field names. Exit status 1 when a file cannot be described.\n");
-            return help ? 0 : 2;
-        } else
-            files.push_back(argv[i]);
-    }
-    if (files.empty()) {
-        std::fprintf(stderr, "Usage: zeldicom info [--json] FILE...\n");
-        return 2;
-    }
-    int status = 0;
-    for (const char* path : files) {
+    OptionReader reader("info", "FILE...",
+                        "The image information record of each file: identification, patient, study, pixel\n"
+                        "description, windows, LUTs, overlays, frame layout, orientation. Dates are shown as\n"
+                        "YYYY-MM-DD, times as HH:MM:SS.");
+    bool json = false, ndjson = false;
+    reader.Flag("--json", "one JSON object keyed by the record's field names; with several files one line per "
+                          "file, {\"file\": PATH, ...}",
+                json);
+    reader.Flag("--ndjson", "one such line per file, even for one file", ndjson);
+    reader.Example("zeldicom info --ndjson *.dcm");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const std::vector<std::string>& files = reader.Operands();
+    json = json || ndjson;
+    ndjson = ndjson || (json && files.size() > 1);
+    int status = kExitDone;
+    for (const std::string& path : files) {
         DICOMINFO info;
         if (!info.ReadFileInfo(Utf8ToUtf16(path))) {
-            std::fprintf(stderr, "zeldicom info: %s: %s\n", path, info.GetLastError().GetText().c_str());
-            status = 1;
+            std::fflush(stdout);
+            std::fprintf(stderr, "zeldicom info: %s: %s\n", path.c_str(), info.GetLastError().GetText().c_str());
+            status = kExitFailed;
             continue;
         }
-        std::string text = json ? ToJson(info) : ToText(path, info);
+        std::string text = json ? ToJson(info, ndjson ? &path : nullptr) : ToText(path.c_str(), info);
         std::fwrite(text.data(), 1, text.size(), stdout);
     }
-    return status;
+    return FinishOutput("info") ? status : kExitFailed;
 }

@@ -29,11 +29,11 @@ constexpr size_t kHexBytes = 16;      // shown bytes of a binary value
 constexpr size_t kNameColumn = 56;    // where "# length, name" starts (after the indent)
 constexpr std::string_view kCut = "...";
 
-std::string LookUpAttributeName(int group, int element)
+std::string LookUpAttributeName(int group, int element, bool keyword)
 {
     if (const zeldicom::AttributeEntry* entry =
             zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element)))
-        return entry->name();
+        return keyword && *entry->keyword() ? entry->keyword() : entry->name();
     std::u16string vr, description;
     if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
         return Utf16ToUtf8(description);
@@ -45,13 +45,14 @@ std::string LookUpAttributeName(int group, int element)
 }
 
 // Names are looked up once per tag: a series of files repeats the same tags.
-const std::string& AttributeName(int group, int element)
+// With keyword set, the attribute's keyword (as dcmdump shows it) where it has one.
+const std::string& AttributeName(int group, int element, bool keyword)
 {
-    static std::unordered_map<uint32_t, std::string> names;
-    uint32_t key = (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
+    static std::unordered_map<uint64_t, std::string> names;
+    uint64_t key = uint64_t{keyword} << 32 | (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
     auto found = names.find(key);
     if (found == names.end())
-        found = names.emplace(key, LookUpAttributeName(group, element)).first;
+        found = names.emplace(key, LookUpAttributeName(group, element, keyword)).first;
     return found->second;
 }
 
@@ -260,7 +261,7 @@ int ValueMultiplicity(const CDicomItem& node, const std::string& vr)
 
 class TextDumper {
 public:
-    explicit TextDumper(DumpOutput& out) : m_out(out) {}
+    explicit TextDumper(DumpOutput& out, bool keywords = false) : m_out(out), m_keywords(keywords) {}
 
     void DataSet(const CDicomItem& dataSet, int level)
     {
@@ -308,7 +309,7 @@ private:
     void Element(const DumpElement& e, int level)
     {
         std::string vr = e.node->GetVR();
-        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element), ValueMultiplicity(*e.node, vr));
+        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element, m_keywords), ValueMultiplicity(*e.node, vr));
         Items(*e.node, level + 1);
     }
 
@@ -336,7 +337,7 @@ private:
         }
         if (e.element != 0xE000) {
             Line(level, e, node.GetVR(), node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)",
-                 AttributeName(e.group, e.element));
+                 AttributeName(e.group, e.element, m_keywords));
             return;
         }
         std::u16string parentVR;
@@ -357,12 +358,13 @@ private:
 
     DumpOutput& m_out;
     std::string m_line;  // reused: one allocation for all lines
+    bool m_keywords = false;
 };
 }
 
-void WriteTextDump(const CDicomItem& root, DumpOutput& out)
+void WriteTextDump(const CDicomItem& root, DumpOutput& out, bool keywords)
 {
-    TextDumper dumper(out);
+    TextDumper dumper(out, keywords);
     if (const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")))) {
         out.Append("# File meta information\n");
         dumper.DataSet(*header, 0);

@@ -6,12 +6,11 @@
 #include <vector>
 
 #include "network/usersocket.h"
+#include "tools/options.h"
 
-// Takes the query options out of argv into request; the arguments left are
-// for ReadAssociationOptions. Returns -1 to go on, else the exit status (2,
-// with a line on standard error).
-int ReadQueryOptions(const char* name, int argc, char** argv, QR_REQUEST& request, bool& json,
-                     std::vector<char*>& rest);
+// Adds the query options to a reader; they fill request as they are read
+// (the level defaults to PATIENT for the patient root model when none is given).
+void AddQueryOptions(OptionReader& reader, QR_REQUEST& request);
 
 // KEY[=VALUE] with KEY a keyword or gggg,eeee; false when KEY is neither.
 bool ParseQueryKey(const std::string& text, QueryKey& key);
