@@ -69,6 +69,7 @@ int RunRender(int argc, char** argv)
     SR_LAYOUT layout;
     layout.bIndent = true;
     layout.bRelationship = true;
+    layout.bIsoDates = true;
     report.Draw(text, layout);
     std::string out = text.GetText();
     std::fwrite(out.data(), 1, out.size(), stdout);
