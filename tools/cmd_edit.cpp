@@ -22,10 +22,18 @@ using namespace zeldicom;
 
 namespace {
 
+// One --set (value) or --erase (no value) of an element, top level or in an item.
 struct Assignment {
     std::string key;
-    uint16_t group = 0, element = 0;
+    ElementPath path;
+    bool erase = false;
     std::u16string value;
+    uint16_t Group() const { return path.steps.back().group; }
+    uint16_t Element() const { return path.steps.back().element; }
+    bool TopLevel(uint16_t group, uint16_t element) const
+    {
+        return path.steps.size() == 1 && Group() == group && Element() == element;
+    }
 };
 
 CDicomItem* ChildNode(CDicomItem& root, const char16_t* name)
@@ -48,21 +56,36 @@ int RunEdit(int argc, char** argv)
 {
     OptionReader reader("edit", "IN OUT", "Writes IN to OUT with the asked changes; OUT may name IN.");
     std::vector<Assignment> assignments;
-    bool newInstance = false;
+    bool newInstance = false, force = false;
     reader.Add("--set -m", "KEY=VALUE",
-               "sets the element KEY, a keyword (PatientName) or a tag (gggg,eeee), to VALUE, adding it when "
-               "absent",
+               "sets the element KEY, a keyword (PatientName), a tag (gggg,eeee) or a path into sequence items "
+               "(ReferencedImageSequence[0].ReferencedSOPInstanceUID), to VALUE, adding it (and a missing sequence "
+               "or next item) when absent",
                [&assignments](const std::string& setting) {
                    size_t equals = setting.find('=');
                    Assignment assignment;
                    assignment.key = setting.substr(0, equals);
-                   if (equals == std::string::npos ||
-                       !ParseElementKey(assignment.key, assignment.group, assignment.element))
-                       return "'" + setting + "' is not KEY=VALUE with KEY a keyword or gggg,eeee";
+                   std::string error;
+                   if (equals == std::string::npos)
+                       return "'" + setting + "' is not KEY=VALUE";
+                   if (!ParseElementPath(assignment.key, assignment.path, error))
+                       return error;
                    assignment.value = Utf8ToUtf16(setting.substr(equals + 1));
                    assignments.push_back(assignment);
                    return std::string();
                });
+    reader.Add("--erase -e", "KEY", "removes the element KEY (a sequence with its items), named as for --set",
+               [&assignments](const std::string& key) {
+                   Assignment assignment;
+                   assignment.key = key;
+                   assignment.erase = true;
+                   std::string error;
+                   if (!ParseElementPath(key, assignment.path, error))
+                       return error;
+                   assignments.push_back(assignment);
+                   return std::string();
+               });
+    reader.Flag("--force", "write values that do not have the form or length of their VR (PS3.5 6.2)", force);
     reader.Flag("--new-instance", "a new SOP Instance UID (data set and meta information) and Image Type "
                                   "DERIVED\\SECONDARY",
                 newInstance);
@@ -71,6 +94,8 @@ int RunEdit(int argc, char** argv)
                 "values are not re-encoded). Setting SOP Class or Instance UID updates the file meta\n"
                 "information to match.");
     reader.Example("zeldicom edit --set PatientName=Doe^Jane --set 0020,0013=2 in.dcm out.dcm");
+    reader.Example("zeldicom edit --erase PatientBirthDate --set \"(0008,1140)[0].(0008,1150)=1.2.840.10008.5.1.4.1.1.2\" "
+                   "in.dcm in.dcm");
     if (int status = reader.Read(argc, argv); status >= 0)
         return status;
     const char* in = reader.Operands()[0].c_str();
@@ -91,20 +116,32 @@ int RunEdit(int argc, char** argv)
     // A new Specific Character Set goes first: the other values are
     // encoded in it.
     std::stable_partition(assignments.begin(), assignments.end(),
-                          [](const Assignment& a) { return a.group == 0x0008 && a.element == 0x0005; });
+                          [](const Assignment& a) { return !a.erase && a.TopLevel(0x0008, 0x0005); });
     bool identityChanged = false;
     for (const Assignment& assignment : assignments) {
         // The data set is written in the transfer syntax that the meta
         // information names: changing it is a conversion, not an edit.
-        if (assignment.group == 0x0002 && assignment.element == 0x0010)
-            return reader.Failure("(0002,0010): the transfer syntax is changed with zeldicom convert");
-        CDicomItem& node = assignment.group == 0x0002 ? *header : *data;
+        if (assignment.Group() == 0x0002 && (assignment.Element() == 0x0010 || assignment.path.steps.size() > 1))
+            return reader.Failure(assignment.key + ": the file meta information's transfer syntax and layout are "
+                                                   "changed with zeldicom convert");
+        CDicomItem& top = assignment.Group() == 0x0002 ? *header : *data;
         std::string error;
-        if (!SetElementFromText(node, assignment.group, assignment.element, assignment.value, error))
-            return reader.Failure(FormatText("%s: %s", assignment.key.c_str(), error.c_str()));
-        if (assignment.group == 0x0008 && assignment.element == 0x0005)
+        CDicomItem* node = FindElementParent(top, assignment.path, !assignment.erase, error);
+        if (!node)
+            return reader.Failure(assignment.key + ": " + error);
+        if (assignment.erase) {
+            if (!node->RemoveTag(assignment.Group(), assignment.Element()))
+                return reader.Failure(assignment.key + ": not in the data set");
+        } else {
+            std::string vr = EditedElementVR(*node, assignment.Group(), assignment.Element());
+            if (std::string fault = CheckValueForm(vr, assignment.value); !fault.empty() && !force)
+                return reader.Failure(assignment.key + ": " + fault + "; --force writes it anyway");
+            if (!SetElementFromText(*node, assignment.Group(), assignment.Element(), assignment.value, error))
+                return reader.Failure(assignment.key + ": " + error);
+        }
+        if (assignment.TopLevel(0x0008, 0x0005))
             data->ChangeCharacterSet(CDicomInfoStatics::ExtractCharacterSet(data));
-        identityChanged |= assignment.group == 0x0008 && (assignment.element == 0x0016 || assignment.element == 0x0018);
+        identityChanged |= assignment.TopLevel(0x0008, 0x0016) || assignment.TopLevel(0x0008, 0x0018);
     }
     if (identityChanged && (!MirrorIdentity(*header, *data, 0x0016, 0x0002) ||
                             !MirrorIdentity(*header, *data, 0x0018, 0x0003)))

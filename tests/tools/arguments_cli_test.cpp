@@ -101,7 +101,7 @@ TEST(CommandArguments, EveryFaultIsOneLineNamingItWithStatus2)
     // Faults of one command's own options.
     const std::vector<std::pair<std::vector<std::string>, std::string>> own = {
         {{"capture", "a.pgm", "b.dcm", "--from"}, "zeldicom capture: --from needs a value (REF.dcm)"},
-        {{"edit", "--set", "NoSuchKeyword=1", "a", "b"}, "zeldicom edit: --set: 'NoSuchKeyword=1' is not KEY=VALUE"},
+        {{"edit", "--set", "NoSuchKeyword=1", "a", "b"}, "zeldicom edit: --set: 'NoSuchKeyword' is neither a keyword nor a tag"},
         {{"convert", "--implicit", "--deflated", "a", "b"}, "zeldicom convert: --deflated: --implicit, --explicit and"},
         {{"dicomdir", "create", "/nonexistent/folder"}, "zeldicom dicomdir create: DIR: '/nonexistent/folder' is not"},
         {{"dicomdir", "sort", "DICOMDIR"}, "zeldicom dicomdir: unknown subcommand 'sort' (create|add|list)"},
