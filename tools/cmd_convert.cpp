@@ -55,9 +55,10 @@ int RunConvert(int argc, char** argv)
     const char* in = reader.Operands()[0].c_str();
     const char* out = reader.Operands()[1].c_str();
 
-    auto root = std::make_unique<CDicomItem>(u"Object");
-    if (!root->LoadObject(Utf8ToUtf16(in)))
-        return reader.Failure(FormatText("%s: %s", in, root->GetLastError().GetText().c_str()));
+    std::string loadError;
+    std::unique_ptr<CDicomItem> root = LoadObject(in, loadError);
+    if (!root)
+        return reader.Failure(loadError);
     auto* header = static_cast<CDicomItem*>(root->GetChildItem(std::u16string(u"Header")));
     CDicomItem* syntax = header ? header->GetTagItem(0x0002, 0x0010) : nullptr;
     std::u16string current;

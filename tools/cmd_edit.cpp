@@ -101,9 +101,10 @@ int RunEdit(int argc, char** argv)
     const char* in = reader.Operands()[0].c_str();
     const char* out = reader.Operands()[1].c_str();
 
-    auto root = std::make_unique<CDicomItem>(u"Object");
-    if (!root->LoadObject(Utf8ToUtf16(in)))
-        return reader.Failure(FormatText("%s: %s", in, root->GetLastError().GetText().c_str()));
+    std::string loadError;
+    std::unique_ptr<CDicomItem> root = LoadObject(in, loadError);
+    if (!root)
+        return reader.Failure(loadError);
     CDicomItem* header = ChildNode(*root, u"Header");
     CDicomItem* data = ChildNode(*root, u"Data");
     if (!header || !data)

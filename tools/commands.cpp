@@ -51,6 +51,15 @@ bool FinishOutput(const char* command)
     return false;
 }
 
+std::unique_ptr<CDicomItem> LoadObject(const char* in, std::string& error)
+{
+    auto root = std::make_unique<CDicomItem>(u"Object");
+    if (root->LoadObject(zeldicom::Utf8ToUtf16(in)))
+        return root;
+    error = std::string(in) + ": " + root->GetLastError().GetText();
+    return nullptr;
+}
+
 bool SaveObject(std::unique_ptr<CDicomItem> root, const char* in, const char* out, std::string& error)
 {
     struct stat first {}, second {};
