@@ -10,6 +10,7 @@
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dictionary.h"
+#include "dicomdata/elementedit.h"
 #include "network/worklistsocket.h"
 #include "platform/audit.h"
 #include "platform/profile.h"
@@ -46,69 +47,39 @@ std::u16string TypedDate(const std::string& text)
     return Utf8ToUtf16(text);
 }
 
-// -k PATH[=VALUE]: Sequence[n].Sequence[n].Key; the value as typed, as
-// findscu sends it. Empty on success, else the words of the fault.
+// -k PATH[=VALUE]: Sequence[n].Sequence[n].Key, missing sequences and the
+// next item added; the value as typed, as findscu sends it. Empty on
+// success, else the words of the fault.
 std::string SetKey(CDicomItem* request, const std::string& argument)
 {
     const size_t equals = argument.find('=');
-    const std::string path = argument.substr(0, equals);
     const std::string value = equals == std::string::npos ? "" : argument.substr(equals + 1);
-    CDicomItem* node = request;
-    size_t start = 0;
-    for (;;) {
-        size_t dot = path.find('.', start);
-        std::string segment = path.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
-        unsigned index = 0;
-        bool indexed = false;
-        if (size_t open = segment.find('['); open != std::string::npos) {
-            char tail = 0;
-            if (segment.back() != ']' || std::sscanf(segment.c_str() + open, "[%u]%c", &index, &tail) != 1 ||
-                index > 64)
-                return "'" + segment + "' is not KEY[n]";
-            segment.resize(open);
-            indexed = true;
-        }
-        QueryKey key;
-        if (!ParseQueryKey(segment, key))
-            return "'" + segment + "' is neither a keyword nor a tag gggg,eeee";
-        const char* vr = zeldicom::ElementVR(key.group, key.element, nullptr, true);
-        const std::string vrText = vr ? std::string(vr, 2) : "";
-        if (dot == std::string::npos && !indexed) {
-            if (vrText == "SQ") {
-                if (!value.empty())
-                    return "'" + segment + "' is a sequence: only an empty value (return it) can be asked";
-                if (!node->GetTagItem(key.group, key.element) && !node->InsertSequence(key.group, key.element))
-                    return "'" + segment + "' cannot be added";
-                return "";
-            }
-            // As typed: text VRs take the characters, US its number.
-            std::u16string treatment = vrText == "US" ? u"US" : u"LO";
-            static const char* const kBinary[] = {"UL", "SL", "SS", "FL", "FD", "AT", "OB", "OW", "OF", "OD", "OL", "UN"};
-            for (const char* binary : kBinary) {
-                if (!value.empty() && vrText == binary)
-                    return "'" + segment + "' (VR " + vrText + ") cannot be given a value here";
-            }
-            if (!CWorklistSocket::AddValueToFindRequest(node, Utf8ToUtf16(value), key.group, key.element, treatment))
-                return "'" + value + "' is not a value of '" + segment + "' (VR " + vrText + ")";
-            return "";
-        }
-        if (vrText != "SQ")
-            return "'" + segment + "' is not a sequence";
-        CDicomItem* sequence = node->GetTagItem(key.group, key.element);
-        if (!sequence)
-            sequence = node->InsertSequence(key.group, key.element);
-        if (!sequence)
-            return "'" + segment + "' cannot be added";
-        CDicomItem* item = sequence->GetTagItem(0xFFFE, 0xE000, static_cast<int>(index));
-        if (!item && sequence->GetTagItemCount(0xFFFE, 0xE000) == static_cast<int>(index))
-            item = sequence->InsertSequenceItem();
-        if (!item)
-            return "'" + segment + "' has no item " + std::to_string(index) + " to reach";
-        if (dot == std::string::npos)
-            return value.empty() ? "" : "'" + segment + "[n]' is an item: name a key inside it";
-        node = item;
-        start = dot + 1;
+    ElementPath path;
+    std::string error;
+    if (!ParseElementPath(argument.substr(0, equals), path, error))
+        return error;
+    CDicomItem* node = FindElementParent(*request, path, true, error);
+    if (!node)
+        return error;
+    const ElementPath::Step& key = path.steps.back();
+    const std::string where = FormatText("(%04X,%04X)", key.group, key.element);
+    const std::string vr = EditedElementVR(*node, key.group, key.element);
+    if (vr == "SQ") {
+        if (!value.empty())
+            return where + " is a sequence: only an empty value (return it) can be asked";
+        if (!node->GetTagItem(key.group, key.element) && !node->InsertSequence(key.group, key.element))
+            return where + " cannot be added";
+        return "";
     }
+    // As typed: text VRs take the characters, US its number.
+    static const char* const kBinary[] = {"UL", "SL", "SS", "FL", "FD", "AT", "OB", "OW", "OF", "OD", "OL", "UN"};
+    for (const char* binary : kBinary)
+        if (!value.empty() && vr == binary)
+            return where + " (VR " + vr + ") cannot be given a value here";
+    if (!CWorklistSocket::AddValueToFindRequest(node, Utf8ToUtf16(value), key.group, key.element,
+                                                vr == "US" ? u"US" : u"LO"))
+        return "'" + value + "' is not a value of " + where + " (VR " + vr + ")";
+    return "";
 }
 
 // The text of an element of node (or of its first scheduled step), decoded
