@@ -159,10 +159,22 @@ void OptionReader::PrintHelp(FILE* out) const
             names += (names.empty() ? "" : ", ") + name;
         if (option.value)
             names += std::string(" ") + option.value;
+        // The help wrapped at word boundaries into a column from the 28th character.
+        std::string help = option.help, line;
+        std::vector<std::string> lines;
+        std::istringstream words(help);
+        for (std::string word; words >> word;) {
+            if (!line.empty() && line.size() + 1 + word.size() > 72) {
+                lines.push_back(line);
+                line.clear();
+            }
+            line += (line.empty() ? "" : " ") + word;
+        }
+        lines.push_back(line);
         if (names.size() > 24)
-            std::fprintf(out, "  %s\n  %-24s %s\n", names.c_str(), "", option.help);
-        else
-            std::fprintf(out, "  %-24s %s\n", names.c_str(), option.help);
+            std::fprintf(out, "  %s\n", names.c_str());
+        for (size_t i = 0; i < lines.size(); ++i)
+            std::fprintf(out, "  %-24s %s\n", i == 0 && names.size() <= 24 ? names.c_str() : "", lines[i].c_str());
     }
     std::fprintf(out, "  %-24s %s\n", "-h, --help", "print this text");
     for (const std::string& note : m_notes)
