@@ -23,29 +23,6 @@ using namespace zeldicom;
 
 namespace {
 
-int Usage(FILE* out, int status)
-{
-    std::fprintf(out,
-                 "Usage: zeldicom print [OPTIONS] HOST PORT IMAGE...\n"
-                 "Prints grayscale DICOM images on a DICOM printer, one film per image (or C x R per film).\n"
-                 "  --aet, -aet CALLING      calling AE title (default ZELDICOM)\n"
-                 "  --aec, -aec CALLED       called AE title (default ANY-SCP)\n"
-                 "  --copies N               number of copies of each film (default 1)\n"
-                 "  --film-size ID           8INX10IN, 10INX12IN, 10INX14IN, 11INX14IN, 14INX14IN,\n"
-                 "                           14INX17IN (default), 24CMX24CM, 24CMX30CM, A4\n"
-                 "  --orientation O          portrait (default) or landscape\n"
-                 "  --format STANDARD\\C,R    image display format: C columns, R rows of images a film\n"
-                 "  --magnification TYPE     NONE, REPLICATE, BILINEAR, CUBIC (default)\n"
-                 "  --medium TYPE            PAPER, CLEAR FILM, BLUE FILM\n"
-                 "  --priority P             HIGH, MED, LOW\n"
-                 "  --wait-report            wait for the printer's event report after the job\n"
-                 "  --identity-lut           create the identity Presentation LUT for the job\n"
-                 "  --timeout SECONDS        connect and receive time-out (default 30)\n"
-                 "  --trace DIR              write the analysed protocol trace DIR/DICOMyyyymmdd.LOG\n"
-                 "Exit status 0 when every image was printed, 1 otherwise, 2 on wrong arguments.\n");
-    return status;
-}
-
 // The index of text in a value list (case ignored), -1 when it is not there.
 int IndexOf(const std::string& text, const char* (*list)(int))
 {
@@ -87,68 +64,62 @@ struct JobFolder {
 
 int RunPrint(int argc, char** argv)
 {
+    OptionReader reader("print", "HOST PORT IMAGE...",
+                        "Prints grayscale DICOM images on a DICOM printer, one film per image (or C x R per film).");
     PRINT_JOB_SETTINGS settings;
+    CDicomFilmBox& box = settings.FilmBox;
     bool waitReport = false, identityLut = false;
     int perFilm = 1;
-    std::vector<char*> rest;
-    for (int i = 0; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--wait-report" || arg == "--identity-lut") {
-            (arg == "--wait-report" ? waitReport : identityLut) = true;
-            continue;
-        }
-        const bool takesValue = arg == "--copies" || arg == "--film-size" || arg == "--orientation" ||
-                                arg == "--format" || arg == "--magnification" || arg == "--medium" ||
-                                arg == "--priority";
-        if (!takesValue) {
-            rest.push_back(argv[i]);
-            continue;
-        }
-        if (i + 1 >= argc) {
-            std::fprintf(stderr, "zeldicom print: %s needs a value\n", arg.c_str());
-            return 2;
-        }
-        const std::string value = argv[++i];
-        CDicomFilmBox& box = settings.FilmBox;
-        int index = 0;
-        if (arg == "--copies") {
-            char* end = nullptr;
-            long copies = std::strtol(value.c_str(), &end, 10);
-            index = *end == '\0' && copies >= 1 && copies <= 99 ? (box.nCopies = static_cast<int>(copies)) : -1;
-        } else if (arg == "--film-size") {
-            index = box.nFilmSize = IndexOf(value, CDicomFilmBox::FilmSizeText);
-        } else if (arg == "--orientation") {
-            index = box.nFilmOrientation = IndexOf(value, CDicomFilmBox::OrientationText);
-        } else if (arg == "--magnification") {
-            index = box.nMagnificationType = IndexOf(value, CDicomFilmBox::MagnificationText);
-        } else if (arg == "--medium") {
-            index = settings.nMedium = IndexOf(value, CDicomPrintSocket::MediumText);
-        } else if (arg == "--priority") {
-            index = settings.nPriority = IndexOf(value, CDicomPrintSocket::PriorityText);
-        } else {
-            perFilm = ImagesPerFilm(value);
-            box.sImageDisplayFormat = AsciiToWide(value);
-            index = perFilm > 0 ? 0 : -1;
-        }
-        if (index < 0) {
-            std::fprintf(stderr, "zeldicom print: '%s' is not a value of %s\n", value.c_str(), arg.c_str());
-            return 2;
-        }
-    }
+    double copies = 1;
+    reader.Number("--copies", "N", "number of copies of each film (default 1)", 1, 99, copies, true);
+    // The value lists of the film box and the film session, as the printer knows them.
+    const struct {
+        const char* names;
+        const char* value;
+        const char* help;
+        const char* (*list)(int);
+        int* target;
+    } kChoices[] = {
+        {"--film-size", "ID", "8INX10IN, 10INX12IN, 10INX14IN, 11INX14IN, 14INX14IN, 14INX17IN (default), 24CMX24CM, "
+                              "24CMX30CM, A4", CDicomFilmBox::FilmSizeText, &box.nFilmSize},
+        {"--orientation", "O", "portrait (default) or landscape", CDicomFilmBox::OrientationText, &box.nFilmOrientation},
+        {"--magnification", "TYPE", "NONE, REPLICATE, BILINEAR, CUBIC (default)", CDicomFilmBox::MagnificationText,
+         &box.nMagnificationType},
+        {"--medium", "TYPE", "PAPER, CLEAR FILM, BLUE FILM", CDicomPrintSocket::MediumText, &settings.nMedium},
+        {"--priority", "P", "HIGH, MED, LOW", CDicomPrintSocket::PriorityText, &settings.nPriority},
+    };
+    for (const auto& choice : kChoices)
+        reader.Add(choice.names, choice.value, choice.help, [&choice](const std::string& value) {
+            int index = IndexOf(value, choice.list);
+            if (index < 0)
+                return "'" + value + "' is not one of " + choice.help;
+            *choice.target = index;
+            return std::string();
+        });
+    reader.Add("--format", "STANDARD\\C,R", "image display format: C columns, R rows of images a film",
+               [&](const std::string& value) {
+                   perFilm = ImagesPerFilm(value);
+                   box.sImageDisplayFormat = AsciiToWide(value);
+                   return perFilm > 0 ? std::string() : "'" + value + "' is not STANDARD\\C,R (at most 64 images)";
+               });
+    reader.Flag("--wait-report", "wait for the printer's event report after the job", waitReport);
+    reader.Flag("--identity-lut", "create the identity Presentation LUT for the job", identityLut);
     AssociationOptions options;
-    int status = ReadAssociationOptions("print", static_cast<int>(rest.size()), rest.data(), 3, 100000, Usage, options);
-    if (status >= 0)
+    AddAssociationOptions(reader, options);
+    reader.Example("zeldicom print -aec PRINTSCP --format STANDARD\\2,2 --film-size A4 localhost 10005 ct.dcm mr.dcm");
+    if (int status = ReadAssociationArguments(reader, options, argc, argv); status >= 0)
         return status;
+    box.nCopies = static_cast<int>(copies);
 
     // Every image rendered before anything is sent; a refused one is named.
     std::vector<PRINT_IMAGE> images;
     std::vector<std::string> names;
     bool refused = false;
-    for (size_t i = 2; i < options.operands.size(); ++i) {
+    for (size_t i = 0; i < options.operands.size(); ++i) {
         PRINT_IMAGE image;
         std::string reason;
         if (!RenderPrintImage(Utf8ToUtf16(options.operands[i]), image, reason)) {
-            std::fprintf(stderr, "zeldicom print: %s: %s\n", options.operands[i].c_str(), reason.c_str());
+            reader.Failure(options.operands[i] + ": " + reason);
             refused = true;
             continue;
         }
@@ -159,31 +130,27 @@ int RunPrint(int argc, char** argv)
         return 1;
 
     JobFolder folder;
-    if (folder.path.empty()) {
-        std::fprintf(stderr, "zeldicom print: cannot make a temporary folder\n");
-        return 1;
-    }
+    if (folder.path.empty())
+        return reader.Failure("cannot make a temporary folder");
     const std::u16string jobFolder = Utf8ToUtf16(folder.path);
     std::string reason;
-    if (identityLut && !WriteIdentityPresentationLut(jobFolder, settings.sLutInstanceUID, reason)) {
-        std::fprintf(stderr, "zeldicom print: %s\n", reason.c_str());
-        return 1;
-    }
+    if (identityLut && !WriteIdentityPresentationLut(jobFolder, settings.sLutInstanceUID, reason))
+        return reader.Failure(reason);
     const int pages = static_cast<int>((images.size() + perFilm - 1) / perFilm);
     for (int page = 0; page < pages; ++page) {
         std::vector<const PRINT_IMAGE*> onPage;
         for (size_t i = size_t(page) * perFilm; i < images.size() && onPage.size() < size_t(perFilm); ++i)
             onPage.push_back(&images[i]);
-        if (!WritePrintPage(jobFolder, page, settings, onPage, reason)) {
-            std::fprintf(stderr, "zeldicom print: %s\n", reason.c_str());
-            return 1;
-        }
+        if (!WritePrintPage(jobFolder, page, settings, onPage, reason))
+            return reader.Failure(reason);
     }
 
     uint32_t result = 2000;
     PRINT_WINDOW window = [&](uint32_t, uint32_t, PRINT_NOTIFICATION* note) {
         CDicomPrintSocketEx* socket = note->pSocket;
         if (note->nCode == kPrintPageCode) {
+            if (options.Quiet())
+                return;
             const size_t first = size_t(note->nPage - 1) * perFilm;
             std::printf("film %u/%d: %s%s\n", note->nPage, pages, names[first].c_str(),
                         std::min(names.size(), first + perFilm) - first > 1 ? " ..." : "");
@@ -192,23 +159,25 @@ int RunPrint(int argc, char** argv)
         }
         result = note->nResult;
         const PRINTER_STATUS& printer = socket->GetPrinterStatus();
-        if (printer.szStatus[0])
+        if (printer.szStatus[0] && !options.Quiet())
             std::printf("printer status: %s%s%s%s\n", printer.szStatus, printer.szStatusInfo[0] ? " (" : "",
                         printer.szStatusInfo, printer.szStatusInfo[0] ? ")" : "");
         for (const std::string& warning : socket->GetWarnings())
-            std::printf("warning: %s\n", warning.c_str());
+            if (!options.Quiet())
+                std::printf("warning: %s\n", warning.c_str());
         if (note->nResult != 0)
-            std::fprintf(stderr, "zeldicom print: %s:%s: %s\n", options.operands[0].c_str(),
-                         options.operands[1].c_str(), socket->GetErrorText().c_str());
+            reader.Failure(options.Peer() + ": " + socket->GetErrorText());
     };
     auto* socket = new CDicomPrintSocketEx(&window, jobFolder, pages);
-    socket->SetConnectionData(options.operands[0], options.port, options.called, options.calling);
-    socket->SetTimeout(static_cast<int>(options.timeout * 1000));
+    socket->SetConnectionData(options.host, options.port, options.called, options.calling);
+    ApplyTimeouts(options, *socket);
+    options.Verbose("Requesting association with %s at %s as %s; %d film%s", options.called.c_str(),
+                    options.Peer().c_str(), options.calling.c_str(), pages, pages == 1 ? "" : "s");
     socket->SetWaitForEventReport(waitReport);
     // The job runs on a worker thread, as a host runs it.
     std::thread worker(CDicomPrintSocketEx::ThreadProc, socket);
     worker.join();
-    if (result == 0)
+    if (result == 0 && !options.Quiet())
         std::printf("printed %d film%s of %zu image%s\n", pages, pages == 1 ? "" : "s", images.size(),
                     images.size() == 1 ? "" : "s");
     if (!FinishOutput("print"))

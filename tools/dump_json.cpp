@@ -14,7 +14,6 @@
 
 using namespace zeldicom;
 
-namespace {
 void AppendJsonString(DumpOutput& out, std::string_view utf8)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
@@ -41,6 +40,8 @@ void AppendJsonString(DumpOutput& out, std::string_view utf8)
     out.Append(utf8.substr(start));
     out.Append('"');
 }
+
+namespace {
 
 // The VRs whose value is one text that may contain backslashes.
 bool IsSingleText(std::string_view vr)

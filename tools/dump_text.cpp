@@ -30,11 +30,11 @@ constexpr size_t kHexBytes = 16;      // shown bytes of a binary value
 constexpr size_t kNameColumn = 56;    // where "# length, name" starts (after the indent)
 constexpr std::string_view kCut = "...";
 
-std::string LookUpAttributeName(int group, int element)
+std::string LookUpAttributeName(int group, int element, bool keyword)
 {
     if (const zeldicom::AttributeEntry* entry =
             zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element)))
-        return entry->name();
+        return keyword && *entry->keyword() ? entry->keyword() : entry->name();
     std::u16string vr, description;
     if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
         return Utf16ToUtf8(description);
@@ -46,13 +46,14 @@ std::string LookUpAttributeName(int group, int element)
 }
 
 // Names are looked up once per tag: a series of files repeats the same tags.
-const std::string& AttributeName(int group, int element)
+// With keyword set, the attribute's keyword (as dcmdump shows it) where it has one.
+const std::string& AttributeName(int group, int element, bool keyword)
 {
-    static std::unordered_map<uint32_t, std::string> names;
-    uint32_t key = (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
+    static std::unordered_map<uint64_t, std::string> names;
+    uint64_t key = uint64_t{keyword} << 32 | (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
     auto found = names.find(key);
     if (found == names.end())
-        found = names.emplace(key, LookUpAttributeName(group, element)).first;
+        found = names.emplace(key, LookUpAttributeName(group, element, keyword)).first;
     return found->second;
 }
 
@@ -258,7 +259,7 @@ int ValueMultiplicity(const CDicomItem& node, const std::string& vr)
 
 class TextDumper {
 public:
-    explicit TextDumper(DumpOutput& out) : m_out(out) {}
+    explicit TextDumper(DumpOutput& out, bool keywords = false) : m_out(out), m_keywords(keywords) {}
 
     void DataSet(const CDicomItem& dataSet, int level)
     {
@@ -312,7 +313,7 @@ private:
     {
         std::string vr = e.node->GetVR();
         AppendValueColumn(BeginLine(e, vr), e, vr);
-        EndLine(level, e, AttributeName(e.group, e.element), ValueMultiplicity(*e.node, vr));
+        EndLine(level, e, AttributeName(e.group, e.element, m_keywords), ValueMultiplicity(*e.node, vr));
         Items(*e.node, level + 1);
     }
 
@@ -344,7 +345,7 @@ private:
                 AppendBinaryValue(line, node);
             else
                 line += "(no value)";
-            EndLine(level, e, AttributeName(e.group, e.element));
+            EndLine(level, e, AttributeName(e.group, e.element, m_keywords));
             return;
         }
         const CXmlItem* parentVR = node.GetChildItem(kParentVR);
@@ -373,12 +374,13 @@ private:
     const std::u16string kParentVR = u"ParentVR";
     DumpOutput& m_out;
     std::string m_line;  // reused: one allocation for all lines
+    bool m_keywords = false;
 };
 }
 
-void WriteTextDump(const CDicomItem& root, DumpOutput& out)
+void WriteTextDump(const CDicomItem& root, DumpOutput& out, bool keywords)
 {
-    TextDumper dumper(out);
+    TextDumper dumper(out, keywords);
     if (const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")))) {
         out.Append("# File meta information\n");
         dumper.DataSet(*header, 0);

@@ -3,7 +3,7 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
+#include <memory>
 
 #include "dicomdata/dictionary.h"
 
@@ -19,18 +19,6 @@ extern "C" void CountInterrupt(int)
         std::raise(SIGINT);
     }
 }
-}
-
-bool ReadCancelCount(const char* name, const char* text, int& count)
-{
-    char* end = nullptr;
-    long value = std::strtol(text, &end, 10);
-    if (!end || *end != '\0' || end == text || value < 1 || value > 1000000) {
-        std::fprintf(stderr, "zeldicom %s: --cancel takes a count of matches from 1, not '%s'\n", name, text);
-        return false;
-    }
-    count = static_cast<int>(value);
-    return true;
 }
 
 std::function<int()> CatchInterrupts()
@@ -64,69 +52,64 @@ bool ParseQueryKey(const std::string& text, QueryKey& key)
     return false;
 }
 
-int ReadQueryOptions(const char* name, int argc, char** argv, QR_REQUEST& request, bool& json,
-                     std::vector<char*>& rest)
+void AddQueryOptions(OptionReader& reader, QR_REQUEST& request)
 {
-    static const char* const kLevels[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};
-    bool levelGiven = false;
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        auto missing = [&] {
-            std::fprintf(stderr, "zeldicom %s: %s needs a value\n", name, arg.c_str());
-            return 2;
-        };
-        if (arg == "--model") {
-            if (i + 1 >= argc)
-                return missing();
-            std::string model = argv[++i];
-            if (model != "patient" && model != "study") {
-                std::fprintf(stderr, "zeldicom %s: --model is patient or study, not '%s'\n", name, model.c_str());
-                return 2;
+    // The patient root model starts at PATIENT unless a level is given.
+    auto levelGiven = std::make_shared<bool>(false);
+    auto setModel = [&request, levelGiven](QR_REQUEST::Model model) {
+        request.model = model;
+        if (!*levelGiven)
+            request.level = model == QR_REQUEST::kPatientRoot ? "PATIENT" : "STUDY";
+    };
+    reader.Add("--model", "patient|study", "information model (default study)",
+               [setModel](const std::string& model) {
+                   if (model != "patient" && model != "study")
+                       return "'" + model + "' is neither patient nor study";
+                   setModel(model == "patient" ? QR_REQUEST::kPatientRoot : QR_REQUEST::kStudyRoot);
+                   return std::string();
+               });
+    reader.Add("-P", nullptr, "patient root model (--model patient)", [setModel](const std::string&) {
+        setModel(QR_REQUEST::kPatientRoot);
+        return std::string();
+    });
+    reader.Add("-S", nullptr, "study root model (--model study)", [setModel](const std::string&) {
+        setModel(QR_REQUEST::kStudyRoot);
+        return std::string();
+    });
+    auto setLevel = [&request, levelGiven](const std::string& level) {
+        for (const char* known : {"PATIENT", "STUDY", "SERIES", "IMAGE"})
+            if (level == known) {
+                request.level = level;
+                *levelGiven = true;
+                return std::string();
             }
-            request.model = model == "patient" ? QR_REQUEST::kPatientRoot : QR_REQUEST::kStudyRoot;
-        } else if (arg == "-P" || arg == "-S") {
-            request.model = arg == "-P" ? QR_REQUEST::kPatientRoot : QR_REQUEST::kStudyRoot;
-        } else if (arg == "--level") {
-            if (i + 1 >= argc)
-                return missing();
-            request.level = argv[++i];
-            bool known = false;
-            for (const char* level : kLevels)
-                known = known || request.level == level;
-            if (!known) {
-                std::fprintf(stderr, "zeldicom %s: --level is PATIENT, STUDY, SERIES or IMAGE, not '%s'\n", name,
-                             request.level.c_str());
-                return 2;
-            }
-            levelGiven = true;
-        } else if (arg == "-k" || arg == "--key") {
-            if (i + 1 >= argc)
-                return missing();
-            QueryKey key;
-            if (!ParseQueryKey(argv[++i], key)) {
-                std::fprintf(stderr, "zeldicom %s: '%s' is neither a keyword nor a tag gggg,eeee\n", name, argv[i]);
-                return 2;
-            }
-            // (0008,0052) given as a key is the level, as findscu takes it.
-            if (key.group == 0x0008 && key.element == 0x0052) {
-                request.level = key.value;
-                levelGiven = true;
-            } else {
-                request.keys.push_back(key);
-            }
-        } else if (arg == "--json") {
-            json = true;
-        } else if (arg == "-xi" || arg == "--implicit") {
-            request.transferSyntaxes = {"1.2.840.10008.1.2"};
-        } else if (arg == "-xe" || arg == "--explicit") {
-            request.transferSyntaxes = {"1.2.840.10008.1.2.1"};
-        } else if (arg == "-xb" || arg == "--big-endian") {
-            request.transferSyntaxes = {"1.2.840.10008.1.2.2"};
-        } else {
-            rest.push_back(argv[i]);
-        }
-    }
-    if (!levelGiven && request.model == QR_REQUEST::kPatientRoot)
-        request.level = "PATIENT";
-    return -1;
+        return "'" + level + "' is not PATIENT, STUDY, SERIES or IMAGE";
+    };
+    reader.Add("--level", "LEVEL", "PATIENT, STUDY, SERIES or IMAGE (default STUDY, PATIENT for -P)", setLevel);
+    reader.Add("--key -k", "KEY[=VALUE]", "a keyword or gggg,eeee; without =VALUE the attribute is returned",
+               [&request, setLevel](const std::string& text) {
+                   QueryKey key;
+                   if (!ParseQueryKey(text, key))
+                       return "'" + text + "' is neither a keyword nor a tag gggg,eeee";
+                   // (0008,0052) given as a key is the level, as findscu takes it.
+                   if (key.group == 0x0008 && key.element == 0x0052)
+                       return setLevel(key.value);
+                   request.keys.push_back(key);
+                   return std::string();
+               });
+    struct Syntax {
+        const char* names;
+        const char* help;
+        const char* uid;
+    };
+    static const Syntax kSyntaxes[] = {
+        {"--implicit -xi", "propose implicit VR little endian only", "1.2.840.10008.1.2"},
+        {"--explicit -xe", "propose explicit VR little endian only", "1.2.840.10008.1.2.1"},
+        {"--big-endian -xb", "propose explicit VR big endian only", "1.2.840.10008.1.2.2"},
+    };
+    for (const Syntax& syntax : kSyntaxes)
+        reader.Add(syntax.names, nullptr, syntax.help, [&request, uid = syntax.uid](const std::string&) {
+            request.transferSyntaxes = {uid};
+            return std::string();
+        });
 }

@@ -7,16 +7,11 @@
 #include <vector>
 
 #include "network/usersocket.h"
+#include "tools/options.h"
 
-// Takes the query options out of argv into request; the arguments left are
-// for ReadAssociationOptions. Returns -1 to go on, else the exit status (2,
-// with a line on standard error).
-int ReadQueryOptions(const char* name, int argc, char** argv, QR_REQUEST& request, bool& json,
-                     std::vector<char*>& rest);
-
-// The N of `--cancel N` (a count of matches, at least 1); false with a line
-// on standard error when it is not one.
-bool ReadCancelCount(const char* name, const char* text, int& count);
+// Adds the query options to a reader; they fill request as they are read
+// (the level defaults to PATIENT for the patient root model when none is given).
+void AddQueryOptions(OptionReader& reader, QR_REQUEST& request);
 
 // Ctrl-C during a query or retrieval: the first asks for C-CANCEL (the final
 // response is still awaited), a second for A-ABORT. The result is the

@@ -4,8 +4,8 @@ usage: pydicom_oracle.py MANIFEST DATA_DIR SCRATCH_DIR
 MANIFEST lines (tab-separated), written by the sweep:
   probe PATH            how pydicom classifies the file (meta information or not)
   text PATH             every SH LO PN LT ST UT value as pydicom decodes it
-  json PATH             one object of the concatenated `zeldicom dump --json` output,
-                        in order (the output's path is the line "jsonout PATH")
+  json PATH             the file's line of the `zeldicom dump --json` output of all files
+                        (NDJSON: {"file": PATH, "dataset": ...}; its path is the line "jsonout PATH")
   pair SOURCE COPY [reencoded]   a `convert` round trip, compared through pydicom's JSON
 Every answer line is "PATH<TAB>kind<TAB>...". Besides, "info" lines describe
 the image record of every image of DATA_DIR (and of DCMTK's re-encodings and
@@ -490,19 +490,13 @@ def compare_pair(source, copy, reencoded):
 def main():
     manifest, data_dir, scratch = sys.argv[1:4]
     entries = [line.rstrip("\n").split("\t") for line in open(manifest, encoding="utf-8") if line.strip()]
-    json_objects = []
+    # `dump --json` of several files: NDJSON, one {"file", "dataset"} object a line.
+    json_objects = {}
     for kind, *rest in entries:
         if kind == "jsonout":
-            text = open(rest[0], encoding="utf-8").read()
-            decoder, at = json.JSONDecoder(), 0
-            while True:
-                while at < len(text) and text[at].isspace():
-                    at += 1
-                if at == len(text):
-                    break
-                obj, at = decoder.raw_decode(text, at)
-                json_objects.append(obj)
-    json_index = 0
+            for line in open(rest[0], encoding="utf-8"):
+                obj = json.loads(line)
+                json_objects[obj["file"]] = obj["dataset"]
     for kind, *rest in entries:
         path = rest[0]
         if kind == "probe":
@@ -512,8 +506,7 @@ def main():
             text_values(pydicom.dcmread(path), "", out)
             emit(out, path, "text")
         elif kind == "json":
-            ours = json_objects[json_index] if json_index < len(json_objects) else {}
-            json_index += 1
+            ours = json_objects.get(path, {})
             emit(json_compare.compare_file(path, ours), path, "json")
         elif kind == "pair":
             emit([rest[1] + "\t" + compare_pair(path, rest[1], len(rest) > 2)], path, "pair")
