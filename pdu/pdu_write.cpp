@@ -132,8 +132,10 @@ bool WriteAssociateAc(const AssociateAc& answer, Bytes& out)
     for (const ContextResult& context : answer.contexts) {
         Bytes value{context.id, 0, context.result, 0};
         // PS3.8 9.3.3.2: a refused context still carries a transfer syntax
-        // sub-item, which the requestor ignores.
-        const std::string& uid = context.transferSyntax.empty() ? std::string("1.2.840.10008.1.2") : context.transferSyntax;
+        // sub-item, which the requestor ignores; an accepted one carries its own.
+        const std::string& uid = context.result != 0 && context.transferSyntax.empty()
+                                     ? std::string("1.2.840.10008.1.2")
+                                     : context.transferSyntax;
         if (!PutItem(value, kTransferSyntaxSubItem, uid) ||
             !PutItem(contexts, kPresentationContextAcItem, value.data(), value.size()))
             return false;
