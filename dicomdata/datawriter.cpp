@@ -82,7 +82,8 @@ bool CDicomOutputFile::Open(const std::string& path)
         LogFileError("CDicomOutputFile::Open", m_nError, 0, path);
         return false;
     }
-    m_Buffer.resize(kStreamBuffer);
+    if (!m_Buffer)
+        m_Buffer.reset(new unsigned char[kStreamBuffer]);
     return true;
 }
 
@@ -110,7 +111,8 @@ bool CDicomOutputFile::OpenTemporaryBeside(const std::string& target)
     } else {
         ::fchmod(m_nFd, NewFileMode());
     }
-    m_Buffer.resize(kStreamBuffer);
+    if (!m_Buffer)
+        m_Buffer.reset(new unsigned char[kStreamBuffer]);
     return true;
 }
 
@@ -142,7 +144,7 @@ bool CDicomOutputFile::Flush()
 {
     size_t used = m_nUsed;
     m_nUsed = 0;
-    return WriteAll(m_Buffer.data(), used);
+    return WriteAll(m_Buffer.get(), used);
 }
 
 size_t CDicomOutputFile::CopyFromSource(const unsigned char* bytes, size_t count)
@@ -193,9 +195,9 @@ bool CDicomOutputFile::Write(const void* bytes, size_t count)
         size_t copied = CopyFromSource(p, count);
         return WriteAll(p + copied, count - copied) || Failed(errno);
     }
-    if (m_nUsed + count > m_Buffer.size() && !Flush())
+    if (m_nUsed + count > kStreamBuffer && !Flush())
         return Failed(errno);
-    std::memcpy(m_Buffer.data() + m_nUsed, p, count);
+    std::memcpy(m_Buffer.get() + m_nUsed, p, count);
     m_nUsed += count;
     return true;
 }

@@ -4,6 +4,7 @@
 // CDicomItem::SaveToFile and the in-place rewrite.
 #include <cstdint>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -79,7 +80,9 @@ private:
     size_t CopyFromSource(const unsigned char* bytes, size_t count);
 
     int m_nFd = -1;
-    std::vector<unsigned char> m_Buffer;
+    // Allocated on the first open and left uninitialised: a small file
+    // touches only the pages it fills.
+    std::unique_ptr<unsigned char[]> m_Buffer;
     size_t m_nUsed = 0;
     const CDataInMemory* m_pSource = nullptr;
     int m_nSourceFd = -1;

@@ -1,4 +1,5 @@
 // Dates, times, person names and query ranges of the image record.
+#include <algorithm>
 #include <ctime>
 
 #include "dicomdata/dicomsettings.h"
@@ -246,4 +247,91 @@ void CDicomInfoStatics::FormatDicomDatesRequestForCurrentWeek(std::u16string& fr
     long lastDate = localtime_r(&weekLater, &last) ? LocalDateOf(last) : 0;
     from = DateNumber(todayDate) + u"-";
     to = DateNumber(lastDate);
+}
+
+namespace {
+
+bool AllDigits(const std::u16string& text, size_t from, size_t count)
+{
+    if (from + count > text.size())
+        return false;
+    for (size_t i = from; i < from + count; ++i)
+        if (text[i] < u'0' || text[i] > u'9')
+            return false;
+    return true;
+}
+
+// PS3.5 6.2 DA: YYYYMMDD, or YYYY.MM.DD of ACR-NEMA (PS3.5 6.2 note).
+bool IsoDate(const std::u16string& value, std::u16string& out)
+{
+    if (value.size() == 8 && AllDigits(value, 0, 8)) {
+        out = value.substr(0, 4) + u"-" + value.substr(4, 2) + u"-" + value.substr(6, 2);
+        return true;
+    }
+    if (value.size() == 10 && AllDigits(value, 0, 4) && value[4] == u'.' && AllDigits(value, 5, 2) &&
+        value[7] == u'.' && AllDigits(value, 8, 2)) {
+        out = value.substr(0, 4) + u"-" + value.substr(5, 2) + u"-" + value.substr(8, 2);
+        return true;
+    }
+    return false;
+}
+
+// PS3.5 6.2 TM: HH[MM[SS[.F{1,6}]]], or the older HH:MM:SS.
+bool IsoTime(const std::u16string& value, std::u16string& out)
+{
+    std::u16string digits = value, fraction;
+    if (size_t dot = digits.find(u'.'); dot != std::u16string::npos) {
+        fraction = digits.substr(dot);
+        digits.resize(dot);
+        if (fraction.size() < 2 || !AllDigits(fraction, 1, fraction.size() - 1))
+            return false;
+    }
+    if (digits.size() == 8 && digits[2] == u':' && digits[5] == u':')
+        digits = digits.substr(0, 2) + digits.substr(3, 2) + digits.substr(6, 2);
+    if (digits.empty() || digits.size() % 2 != 0 || digits.size() > 6 || !AllDigits(digits, 0, digits.size()) ||
+        (!fraction.empty() && digits.size() != 6))
+        return false;
+    out.clear();
+    for (size_t i = 0; i < digits.size(); i += 2)
+        out += (i ? u":" : u"") + digits.substr(i, 2);
+    out += fraction;
+    return true;
+}
+
+}  // namespace
+
+std::u16string CDicomInfoStatics::FormatDateTimeIso(const std::u16string& value, const std::string& vr)
+{
+    std::u16string text = Trim(value), out;
+    if (vr == "DA")
+        return IsoDate(text, out) ? out : value;
+    if (vr == "TM")
+        return IsoTime(text, out) ? out : value;
+    if (vr != "DT" || text.size() < 4 || !AllDigits(text, 0, 4))
+        return value;
+    // PS3.5 6.2 DT: YYYY[MM[DD[HH[MM[SS[.F]]]]]][&ZZXX]
+    size_t offsetAt = text.find_first_of(u"+-", 4);
+    std::u16string offset = offsetAt == std::u16string::npos ? u"" : text.substr(offsetAt);
+    std::u16string stamp = text.substr(0, offsetAt);
+    std::u16string date = stamp.substr(0, std::min<size_t>(stamp.size(), 8)), time;
+    if (date.size() == 8) {
+        if (!IsoDate(date, out))
+            return value;
+        date = out;
+    } else if (date.size() == 6 && AllDigits(date, 0, 6)) {
+        date = date.substr(0, 4) + u"-" + date.substr(4, 2);
+    } else if (date.size() != 4) {
+        return value;
+    }
+    if (stamp.size() > 8) {
+        if (!IsoTime(stamp.substr(8), time))
+            return value;
+        date += u"T" + time;
+    }
+    if (!offset.empty()) {
+        if (offset.size() != 5 || !AllDigits(offset, 1, 4))
+            return value;
+        date += offset.substr(0, 3) + u":" + offset.substr(3, 2);
+    }
+    return date;
 }

@@ -18,6 +18,9 @@
 #include "platform/xmlitem.h"
 
 class CDataInMemory;
+namespace zeldicom {
+struct ByteOrderFault;
+}
 
 // Writer callback: takes count bytes, returns count or 0xFFFFFFFF on failure.
 typedef uint32_t (*DICOM_WRITER_PROC)(const void* bytes, uint32_t count, void* context);
@@ -144,6 +147,17 @@ public:
     // the meta information names. -1 and false before a load.
     int64_t GetDataSetOffset() const { return m_nDataSetOffset; }
     bool IsDataSetExplicitVR() const { return m_bDataSetExplicitVR; }
+    // Whether the last successful LoadObject read an explicit VR big endian
+    // data set (PS3.5 A.3). Its values were converted once on loading: the
+    // tree holds little endian values like every tree, the meta information
+    // still names the file's transfer syntax, and saving writes explicit VR
+    // little endian unless (0002,0010) is set to another syntax.
+    bool IsSourceBigEndian() const { return m_bSourceBigEndian; }
+    // The offset in the loaded bytes at which a value of the loaded tree
+    // stands (a big endian data set's values in their converted copy keep
+    // their offsets); -1 for a value that is not there as read (built,
+    // copied or inflated).
+    int64_t GetLoadedOffset(const unsigned char* value) const;
 
     // --- encoding (dicomitem_encode.cpp)
     uint32_t RecalcTags(bool explicitVR, uint32_t offset);
@@ -207,6 +221,9 @@ private:
                      std::u16string transferSyntax, bool bare);
     bool EncodeTextValue(const std::u16string& text, const std::u16string& vr, std::string& bytes) const;
     bool LoadFailed(int code, const std::string& text);
+    bool DataSetMalformed(uint16_t group, uint16_t element, size_t offset, const char* where);
+    bool LoadBigEndianDataSet(CDicomItem* data, const unsigned char* body, int64_t size,
+                              const unsigned char*& parsed, zeldicom::ByteOrderFault& fault);
     // Records why this element cannot be encoded (logged, and kept in
     // GetLastError()); returns the failure count 0xFFFFFFFF.
     uint32_t EncodingFailed(int group, int element, const char* why);
@@ -218,6 +235,7 @@ private:
     bool m_bKeepStoredRecordOrder = false;
     int64_t m_nDataSetOffset = -1;
     bool m_bDataSetExplicitVR = false;
+    bool m_bSourceBigEndian = false;
 };
 
 // Group/element pair used as a map key.

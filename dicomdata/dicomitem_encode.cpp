@@ -313,6 +313,43 @@ uint32_t CDicomItem::SaveTag(int group, int element, bool explicitVR, DICOM_WRIT
 
 // --- whole object
 
+namespace {
+// While it lives, the Transfer Syntax UID element given reads explicit VR
+// little endian (the meta information is recalculated and written with it
+// in place); then its own value again.
+class LittleEndianStandIn {
+public:
+    explicit LittleEndianStandIn(CDicomItem* syntax) : m_syntax(syntax)
+    {
+        if (!m_syntax)
+            return;
+        m_value = m_syntax->m_pData;
+        m_size = m_syntax->m_nDataSize;
+        m_owned = m_syntax->m_bToBeFree;
+        m_syntax->m_pData = reinterpret_cast<const unsigned char*>(kExplicitLittleEndian);
+        m_syntax->m_nDataSize = sizeof(kExplicitLittleEndian) - 1;
+        m_syntax->m_bToBeFree = false;
+    }
+    ~LittleEndianStandIn()
+    {
+        if (!m_syntax)
+            return;
+        m_syntax->m_pData = m_value;
+        m_syntax->m_nDataSize = m_size;
+        m_syntax->m_bToBeFree = m_owned;
+    }
+    LittleEndianStandIn(const LittleEndianStandIn&) = delete;
+    LittleEndianStandIn& operator=(const LittleEndianStandIn&) = delete;
+
+private:
+    static constexpr char kExplicitLittleEndian[] = "1.2.840.10008.1.2.1\0";
+    CDicomItem* m_syntax;
+    const unsigned char* m_value = nullptr;
+    int m_size = 0;
+    bool m_owned = false;
+};
+}  // namespace
+
 bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
 {
     m_LastError.Clear();
@@ -320,6 +357,7 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
         return false;
     bool explicitVR = false;
     bool deflated = false;
+    bool bigEndian = false;
     uint32_t offset = 0;
     auto* header = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Header")));
     auto* data = static_cast<CDicomItem*>(GetChildItem(std::u16string(u"Data")));
@@ -346,11 +384,17 @@ bool CDicomItem::SaveObject(DICOM_WRITER_PROC writer, void* context) const
                 transferSyntax = u"1.2.840.10008.1.2";
             explicitVR = IsExplicitVR(transferSyntax);
             deflated = EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian));
+            bigEndian = IsBigEndian(transferSyntax);
             uint32_t size = static_cast<uint32_t>(header->m_nDataSize);
             if (writer(header->m_pData, size, context) == kFailed)
                 return failed(*header);
             offset = size;
         }
+        // PS3.5 A.3: explicit VR big endian is retired, and today's readers
+        // expect little endian; the tree holds little endian values in any
+        // case. An object read as big endian is written as explicit VR
+        // little endian, and its meta information says so while it is written.
+        LittleEndianStandIn standIn(bigEndian ? header->GetTagItem(0x0002, 0x0010) : nullptr);
         // The file meta information is always explicit VR little endian.
         uint32_t metaSize = header->RecalcTags(true, offset);
         if (metaSize == kFailed)

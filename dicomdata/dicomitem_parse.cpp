@@ -1,12 +1,14 @@
 // Data set parsing: element headers, runs of elements with their sequences,
 // items and encapsulated pixel data, and whole file images. Values are not
 // copied: they point into the parsed buffer.
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "dicomdata/bytecursor.h"
+#include "dicomdata/byteorder.h"
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
 #include "dicomdata/deflate.h"
@@ -15,12 +17,14 @@
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
 #include "platform/datainmemory.h"
+#include "platform/nodearena.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
 
 namespace {
 constexpr uint32_t kFailed = 0xFFFFFFFFu;
+constexpr const char16_t* kExplicitBigEndian = u"1.2.840.10008.1.2.2";
 
 // Where the innermost failed parse stopped: the element's tag and first byte.
 struct ParseFailure {
@@ -73,6 +77,14 @@ void RelabelCharacterSet(CXmlItem& node, const std::string& characterSet)
             continue;
         RelabelCharacterSet(*child, characterSet);
     }
+}
+
+// An attribute child ("VR", "Size", "ParentVR") labelled like its element.
+CDicomItem* NewAttribute(const char16_t* name, std::u16string value, const std::string& characterSet)
+{
+    auto* attribute = new CDicomItem(name, value);
+    attribute->m_sCharacterSet = characterSet;
+    return attribute;
 }
 
 std::u16string Widen(std::string_view letters)
@@ -135,6 +147,7 @@ uint32_t CDicomItem::LoadTags(const unsigned char* bytes, int count, bool explic
         return 0;
     if (!bytes)
         return kFailed;
+    NodeArenaScope arena;
     // A count of -1 trusts the caller that a delimiter ends the run.
     return ParseRun(bytes, count == -1 ? INT64_MAX : count, count != -1, explicitVR, groupFilter, 0);
 }
@@ -150,6 +163,14 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
     CDicomItem* groupItem = nullptr;
     int currentGroup = -1;
     ElementHeader header;
+    // The label of this run's own Specific Character Set, applied as soon as
+    // the element is read, so that the nodes after it are created with it
+    // instead of being relabelled in a second walk of the whole tree.
+    // Only a node that this run fills from empty: the nodes of an earlier run
+    // may carry another label.
+    const bool freshNode = m_children.empty();
+    bool labelledEarly = false;
+    std::string earlyLabel;
     while (cursor.remaining() > 0) {
         const unsigned char* start = cursor.here();
         if (!ReadElementHeader(cursor, explicitVR, header)) {
@@ -205,9 +226,9 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             item->m_nDataSize = static_cast<int>(length);
         }
         if (!vr.empty())
-            item->AddItem(new CDicomItem(u"VR", Widen(vr)));
+            item->AddItem(NewAttribute(u"VR", Widen(vr), m_sCharacterSet));
         if (length != 0)
-            item->AddItem(new CDicomItem(u"Size", SizeText(length)));
+            item->AddItem(NewAttribute(u"Size", SizeText(length), m_sCharacterSet));
         if (!fits && (vr == "SQ" || (isItem && GetVR() == "SQ"))) {
             // A cut-short sequence or item: what it holds up to the end is
             // read for display, and the innermost element that is cut names
@@ -217,6 +238,12 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         }
         if (!fits || (!undefined && length > INT32_MAX))
             return Failed(start, group, element);
+        if (group == 0x0008 && element == 0x0005 && freshNode && !labelledEarly) {
+            labelledEarly = true;
+            earlyLabel = CDicomInfoStatics::ExtractCharacterSet(this);
+            if (!earlyLabel.empty() && earlyLabel != m_sCharacterSet)
+                RelabelCharacterSet(*this, earlyLabel);
+        }
 
         // Which content is parsed further, and how.
         bool nested = false;
@@ -224,7 +251,7 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
         if (isItem) {
             std::string parentVR = GetVR();
             if (!parentVR.empty())
-                item->AddItem(new CDicomItem(u"ParentVR", AsciiToWide(parentVR)));
+                item->AddItem(NewAttribute(u"ParentVR", AsciiToWide(parentVR), m_sCharacterSet));
             nested = parentVR == "SQ";
         } else if (group == 0x7FE0 && element == 0x0010 && undefined) {
             nested = true;
@@ -262,8 +289,10 @@ uint32_t CDicomItem::ParseRun(const unsigned char* bytes, int64_t count, bool bo
             break;
         }
     }
+    // Nodes created after the early label carry it already; a label that is
+    // not this run's own (an element read by an earlier run) needs the walk.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(this);
-    if (!characterSet.empty())
+    if (!characterSet.empty() && !(labelledEarly && characterSet == earlyLabel))
         RelabelCharacterSet(*this, characterSet);
     return static_cast<uint32_t>(total);
 }
@@ -275,7 +304,7 @@ bool CDicomItem::IsExplicitVR(const std::u16string& transferSyntax)
 
 bool CDicomItem::IsBigEndian(const std::u16string& transferSyntax)
 {
-    return EqualsNoCase(transferSyntax, std::u16string(u"1.2.840.10008.1.2.2"));
+    return EqualsNoCase(transferSyntax, std::u16string(kExplicitBigEndian));
 }
 
 namespace {
@@ -318,6 +347,7 @@ void CDicomItem::RemoveLoadedObject()
 bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
 {
     m_LastError.Clear();
+    NodeArenaScope arena;
     m_pData = bytes;
     m_nDataSize = count;
     m_bToBeFree = false;
@@ -325,20 +355,22 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         return LoadFailed(CLastError::kInvalidArgument, "no data");
     size_t size = static_cast<size_t>(count);
     bool part10 = size >= 132 && std::memcmp(bytes + 128, "DICM", 4) == 0;
+    bool bareBigEndian = false;
     if (!part10) {
         ByteCursor start(bytes, size);
         uint16_t group = 0, element = 0;
         if (!start.peekUint16LE(0, group) || !start.peekUint16LE(2, element) || !start.has(8))
             return LoadFailed(CLastError::kNotDicom,
                               "no \"DICM\" prefix at offset 128 and too short for a data set (not DICOM)");
-        if (bytes[0] == 0x00 && bytes[1] != 0x00 && zeldicom::IsVRCode(bytes[4], bytes[5]) &&
-            !zeldicom::FindAttribute(group, element))
-            return LoadFailed(CLastError::kUnsupported,
-                              "explicit VR big endian (1.2.840.10008.1.2.2) data set is not supported");
         // A bare data set (no preamble, no meta information) or meta
         // information without a preamble: accepted when the first element is
-        // a standard attribute.
-        if (group < 0x0002 || group == 0xFFFE || !zeldicom::FindAttribute(group, element))
+        // a standard attribute, read in little endian or, followed by VR
+        // letters, in big endian.
+        uint16_t swappedGroup = static_cast<uint16_t>(group << 8 | group >> 8);
+        uint16_t swappedElement = static_cast<uint16_t>(element << 8 | element >> 8);
+        bareBigEndian = !zeldicom::FindAttribute(group, element) && swappedGroup >= 0x0008 &&
+                        zeldicom::IsVRCode(bytes[4], bytes[5]) && zeldicom::FindAttribute(swappedGroup, swappedElement);
+        if (!bareBigEndian && (group < 0x0002 || group == 0xFFFE || !zeldicom::FindAttribute(group, element)))
             return LoadFailed(CLastError::kNotDicom,
                               "no \"DICM\" prefix at offset 128 and no data set at the start (not DICOM)");
     }
@@ -369,6 +401,10 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
     std::u16string transferSyntax;
     if (!bare && header->GetTagValue(0x0002, 0x0010, transferSyntax))
         transferSyntax = Trim(transferSyntax);
+    if (bareBigEndian) {
+        transferSyntax = kExplicitBigEndian;
+        header->InsertTag(0x0002, 0x0010, transferSyntax, u"UI");
+    }
     if (!LoadDataSet(header.get(), data.get(), meta + metaLength, metaRemaining - metaLength, transferSyntax, bare)) {
         if (m_bKeepPartialLoad && data->GetChildCount() > 0) {
             // What was read stays for display; its values point into the
@@ -393,13 +429,16 @@ bool CDicomItem::LoadObject(const unsigned char* bytes, int count)
         header.reset(made);
     }
     m_nDataSetOffset = (meta + metaLength) - bytes;
+    m_bSourceBigEndian = IsBigEndian(transferSyntax);
     // The new object replaces whatever an earlier load left in this node.
     RemoveLoadedObject();
     AddItem(header.release());
     CDicomItem* dataSet = data.release();
     AddItem(dataSet);
+    // A big endian data set's values stand in its converted copy, at the
+    // same offsets.
     if (!m_bKeepStoredRecordOrder)
-        dataSet->OrderDicomDirRecords(bytes, size);
+        dataSet->OrderDicomDirRecords(m_bSourceBigEndian ? dataSet->GetData() : bytes, size);
     // LoadTags has labelled the data set already; the root and the rest of
     // the tree (the meta information) take the same label.
     std::string characterSet = CDicomInfoStatics::ExtractCharacterSet(dataSet);
@@ -425,9 +464,10 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         transferSyntax = explicitVR ? u"1.2.840.10008.1.2.1" : u"1.2.840.10008.1.2";
         header->InsertTag(0x0002, 0x0010, transferSyntax, u"UI");
     }
-    if (IsBigEndian(transferSyntax))
-        return LoadFailed(CLastError::kUnsupported, "explicit VR big endian (1.2.840.10008.1.2.2) is not supported");
     const unsigned char* parsed = body;
+    // Whether an offset in the parsed bytes is one in the loaded bytes too
+    // (a converted copy keeps every offset; an inflated data set does not).
+    bool loadedOffsets = true;
     bool explicitVR = IsExplicitVR(transferSyntax);
     if (EqualsNoCase(transferSyntax, std::u16string(zeldicom::kDeflatedExplicitLittleEndian))) {
         size_t inflatedSize = 0;
@@ -440,7 +480,21 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         // The data set node owns the inflated bytes its elements point into.
         data->SetData(inflated, static_cast<int>(inflatedSize), true);
         parsed = inflated;
+        loadedOffsets = false;
         size = static_cast<int64_t>(inflatedSize);
+        explicitVR = true;
+    } else if (IsBigEndian(transferSyntax)) {
+        ByteOrderFault fault;
+        if (!LoadBigEndianDataSet(data, body, size, parsed, fault)) {
+            if (!parsed)
+                return LoadFailed(ENOMEM, "out of memory");
+            // What stands before the fault is shown, as for a damaged little
+            // endian data set.
+            if (m_bKeepPartialLoad)
+                data->LoadTags(parsed, static_cast<int>(std::min<size_t>(fault.offset, INT32_MAX)), true, -1);
+            return DataSetMalformed(fault.group, fault.element, fault.offset + static_cast<size_t>(body - m_pData),
+                                    "");
+        }
         explicitVR = true;
     } else {
         if (carries == 1) {
@@ -464,15 +518,40 @@ bool CDicomItem::LoadDataSet(CDicomItem* header, CDicomItem* data, const unsigne
         pixels->SetAttribute(u"VR", std::u16string(u"OB"));
     if (consumed == kFailed) {
         size_t offset = static_cast<size_t>((failure.at ? failure.at : parsed) - parsed);
-        if (parsed == body && m_pData)
+        if (loadedOffsets)
             offset += static_cast<size_t>(body - m_pData);
-        return LoadFailed(CLastError::kMalformed,
-                          FormatText("the data set is malformed or truncated: reading stopped at element "
-                                     "(%04X,%04X), byte offset %zu%s",
-                                     failure.group, failure.element, offset,
-                                     parsed == body ? "" : " of the inflated data set"));
+        return DataSetMalformed(failure.group, failure.element, offset,
+                                loadedOffsets ? "" : " of the inflated data set");
     }
     return true;
+}
+
+bool CDicomItem::DataSetMalformed(uint16_t group, uint16_t element, size_t offset, const char* where)
+{
+    return LoadFailed(CLastError::kMalformed, FormatText("the data set is malformed or truncated: reading stopped at "
+                                                         "element (%04X,%04X), byte offset %zu%s",
+                                                         group, element, offset, where));
+}
+
+// PS3.5 A.3 (retired): an explicit VR big endian data set cannot be read in
+// place, since the tree's values are little endian. The whole loaded image is
+// copied once, its data set converted in the copy (headers and values keep
+// their offsets), and the copy, which "Data" owns, is parsed as explicit VR
+// little endian. parsed is the data set in the copy (null when there is no
+// memory for one).
+bool CDicomItem::LoadBigEndianDataSet(CDicomItem* data, const unsigned char* body, int64_t size,
+                                      const unsigned char*& parsed, ByteOrderFault& fault)
+{
+    parsed = nullptr;
+    const size_t imageSize = static_cast<size_t>(m_nDataSize);
+    const size_t start = static_cast<size_t>(body - m_pData);
+    auto* copy = static_cast<unsigned char*>(std::malloc(imageSize > 0 ? imageSize : 1));
+    if (!copy)
+        return false;
+    std::memcpy(copy, m_pData, imageSize);
+    data->SetData(copy, static_cast<int>(imageSize), true);
+    parsed = copy + start;
+    return zeldicom::ConvertBigEndianDataSet(copy + start, static_cast<size_t>(size), fault);
 }
 
 bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
@@ -505,4 +584,17 @@ bool CDicomItem::LoadObject(const std::u16string& path, bool flag)
     file->m_sCharacterSet = m_sCharacterSet;
     AddItem(file);
     return true;
+}
+
+int64_t CDicomItem::GetLoadedOffset(const unsigned char* value) const
+{
+    auto within = [value](const unsigned char* begin, int size) {
+        return value && begin && size > 0 && value >= begin && value <= begin + size;
+    };
+    if (within(m_pData, m_nDataSize))
+        return value - m_pData;
+    const auto* data = static_cast<const CDicomItem*>(GetChildItem(std::u16string(u"Data")));
+    if (m_bSourceBigEndian && data && within(data->m_pData, data->m_nDataSize))
+        return value - data->m_pData;
+    return -1;
 }

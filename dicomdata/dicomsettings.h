@@ -51,6 +51,12 @@ public:
     // yyyymmdd (or the older yyyy.mm.dd) -> its number, the text becoming the
     // display date; -1 and the text unchanged for anything else.
     static long ConvertDateFromDicom(std::u16string& text);
+    // A DA, TM or DT value (vr) in ISO 8601 for readers and programs that
+    // expect it: YYYY-MM-DD, HH:MM:SS (fraction kept), YYYY-MM-DDTHH:MM:SS
+    // with the offset kept; the older yyyy.mm.dd and hh:mm:ss forms too.
+    // Components the value leaves out are left out. A value of another
+    // shape is returned as it is.
+    static std::u16string FormatDateTimeIso(const std::u16string& value, const std::string& vr);
     // Family and given name of a PN value; a leading title ("Madame DUPONT")
     // or four-digit number is removed from the family name. Returns the
     // patient sex code of the title ('M', 'F' or ' '), else -1.

@@ -69,6 +69,26 @@ inline constexpr VRFacts kVRFacts[] = {
 };
 // clang-format on
 
+// PS3.5 7.3: the width of the numbers that a value of the VR holds, which
+// is what changes between the byte orders (AT is two 16-bit numbers). Text,
+// OB and UN values are bytes and have none (0).
+struct VRNumberWidth {
+    char code[3];
+    uint8_t width;
+};
+inline constexpr VRNumberWidth kVRNumberWidths[] = {
+    {"AT", 2}, {"OW", 2}, {"SS", 2}, {"US", 2},
+    {"FL", 4}, {"OF", 4}, {"OL", 4}, {"SL", 4}, {"UL", 4},
+    {"FD", 8}, {"OD", 8}, {"OV", 8}, {"SV", 8}, {"UV", 8},
+};
+constexpr unsigned NumberWidthOf(std::string_view vr)
+{
+    for (const VRNumberWidth& row : kVRNumberWidths)
+        if (vr.size() == 2 && vr[0] == row.code[0] && vr[1] == row.code[1])
+            return row.width;
+    return 0;
+}
+
 namespace vrtable_detail {
 constexpr std::array<int8_t, 26 * 26> BuildIndex()
 {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
@@ -11,6 +12,7 @@
 #include "dicomdata/tagtable.h"
 #include "dicomdir/dicomdirindex.h"
 #include "imageinfo/orientation.h"
+#include "platform/match.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -48,6 +50,18 @@ CDicomItem* CopyKey(CDicomItem* record, const CDicomItem* from, int group, int e
         toElement = element;
     }
     std::u16string vr = VROf(toGroup, toElement);
+    // PS3.5 6.2: dates and times in the retired ACR-NEMA forms "yyyy.mm.dd"
+    // and "hh:mm:ss", which old objects still carry, go into the record in
+    // the current forms "yyyymmdd" and "hhmmss".
+    std::string current;
+    if (bytes && (size == 10 || size == 8) && (vr == u"DA" || vr == u"TM")) {
+        std::string text(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+        if ((vr == u"DA" && Match(text, "dddd.dd.dd")) || (vr == u"TM" && Match(text, "dd:dd:dd"))) {
+            std::remove_copy(text.begin(), text.end(), std::back_inserter(current), vr == u"DA" ? '.' : ':');
+            bytes = reinterpret_cast<const unsigned char*>(current.data());
+            size = static_cast<int>(current.size());
+        }
+    }
     return sorted ? record->InsertTag(toGroup, toElement, bytes, size, vr)
                   : record->AddTag(toGroup, toElement, bytes, size, vr);
 }

@@ -43,7 +43,9 @@ inline bool IsTreeNode(const CXmlItem* node)
     return name.size() == 5 && (name[0] == u'g' || name[0] == u'e');
 }
 
-// Every value parsed (not copied) from the input must lie inside it.
+// Every value parsed (not copied) from the input must lie inside it, or
+// inside the bytes that a node owns and parsed (an inflated or byte-swapped
+// data set).
 inline bool ValuesInside(const CDicomItem* node, const unsigned char* begin, size_t size)
 {
     if (!node->IsToBeFree() && node->GetDataSize() > 0) {
@@ -51,6 +53,10 @@ inline bool ValuesInside(const CDicomItem* node, const unsigned char* begin, siz
         if (!value || value < begin || static_cast<size_t>(value - begin) > size ||
             static_cast<size_t>(node->GetDataSize()) > size - static_cast<size_t>(value - begin))
             return false;
+    }
+    if (node->IsToBeFree() && node->GetDataSize() > 0) {
+        begin = node->GetData();
+        size = static_cast<size_t>(node->GetDataSize());
     }
     for (const CXmlItem* child : node->m_children)
         if (IsTreeNode(child) && !ValuesInside(static_cast<const CDicomItem*>(child), begin, size))
@@ -180,6 +186,34 @@ inline int LoadObjectTarget(const uint8_t* data, size_t size)
         return kValueOutsideInput;
     ReadAllValues(&root);
     return kOk;
+}
+
+// LoadObject of an explicit VR big endian data set (the input) behind a
+// preamble and meta information that name that transfer syntax: the data
+// set is converted to little endian in a copy and parsed; whatever loads is
+// read and saved again (little endian).
+inline int BigEndianTarget(const uint8_t* data, size_t size)
+{
+    static const char kSyntax[] = "1.2.840.10008.1.2.2";  // with its null, 20 bytes
+    const uint8_t meta[] = {0x02, 0x00, 0x10, 0x00, 'U', 'I', 20, 0};
+    std::unique_ptr<uint8_t[]> image(new uint8_t[132 + sizeof meta + 20 + size]);
+    std::memset(image.get(), 0, 128);
+    std::memcpy(image.get() + 128, "DICM", 4);
+    std::memcpy(image.get() + 132, meta, sizeof meta);
+    std::memcpy(image.get() + 132 + sizeof meta, kSyntax, 20);
+    if (size > 0)
+        std::memcpy(image.get() + 160, data, size);
+    const size_t total = 160 + size;
+    CDicomItem root(u"Object");
+    root.SetKeepPartialLoad((size & 1) != 0);
+    bool loaded = root.LoadObject(image.get(), InputCount(total));
+    if (!ValuesInside(&root, image.get(), total))
+        return kValueOutsideInput;
+    if (!loaded)
+        return kOk;
+    ReadAllValues(&root);
+    CDynBuffer saved;
+    return root.SaveObject(CDynBuffer::WriteProc, &saved) ? kOk : kSaveFailed;
 }
 
 // Frame extraction from the pixel data element of a parsed data set.

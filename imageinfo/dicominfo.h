@@ -360,6 +360,9 @@ struct DICOMINFO : public CDicomInfoStatics {
     // A Secondary Capture data set in implicit VR little endian, without
     // meta information and pixel data; returns 1.
     int CreateHeader(CDynBuffer& buffer) const;
+    // The SOP Class UID that CreateHeader writes for this record: the
+    // Secondary Capture class its pixels fit (PS3.4 B.5).
+    std::u16string GetCreateHeaderSOPClassUID() const;
     // A whole file head for encapsulated pixel data into an empty buffer:
     // preamble, meta information, an explicit VR little endian data set and
     // the header of an undefined-length (7FE0,0010); returns 1. The caller

@@ -400,6 +400,11 @@ void DICOMINFO::AddModalityLutSequence(CDynBuffer& buffer) const
     AddDelimiter(buffer, 0xE0DD);
 }
 
+std::u16string DICOMINFO::GetCreateHeaderSOPClassUID() const
+{
+    return SecondaryCaptureClass(*this);
+}
+
 int DICOMINFO::CreateHeader(CDynBuffer& buffer) const
 {
     WriteInFittingCharacterSet(buffer, false, [this](TextWriter& text) {

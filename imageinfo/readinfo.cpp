@@ -18,6 +18,9 @@
 using namespace zeldicom;
 
 namespace {
+// LUT and palette values come from the element tree, which holds little
+// endian values whatever the byte order of the object it was read from.
+constexpr bool kTreeIsBigEndian = false;
 
 // A decimal number held as text, as the float it reads as; 0 when the text
 // is no number.
@@ -203,9 +206,12 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
     const CDicomItem* constData = data;
     FillBreedRegistrationSequence(constData);
 
+    // The pixel data's offset in the buffer (a big endian object's converted
+    // copy keeps it); its value is read from the tree, in little endian.
     if (const CDicomItem* pixels = data->GetTagItem(0x7FE0, 0x0010)) {
-        if (pixels->GetData() && pixels->GetData() >= buffer && pixels->GetData() <= buffer + size) {
-            nPixelDataOffset = static_cast<int>(pixels->GetData() - buffer);
+        int64_t pixelOffset = root.GetLoadedOffset(pixels->GetData());
+        if (pixelOffset >= 0 && static_cast<uint64_t>(pixelOffset) <= size) {
+            nPixelDataOffset = static_cast<int>(pixelOffset);
             size_t available = size - static_cast<size_t>(nPixelDataOffset);
             // Encapsulated data are walked item by item; for native data the
             // offsets follow from the frame size, checked against the value.
@@ -215,6 +221,10 @@ int DICOMINFO::ReadInfo(const unsigned char* buffer, uint32_t size)
                 GetFramesOffsetTable(pixels->GetData(), static_cast<size_t>(pixels->GetDataSize()));
         }
     }
+    // The record describes the object as it lies in the buffer: raw reads
+    // of a big endian one swap.
+    if (root.IsSourceBigEndian())
+        bBigEndian = 1;
     SpecialCTProcessing(buffer, size);
     ValidatePhotometric();
     ValidateDates();
@@ -480,7 +490,7 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
     DICOM_LUT* palettes[3] = {&RedPaletteLut, &GreenPaletteLut, &BluePaletteLut};
     for (int i = 0; i < 3; ++i)
         if (Descriptor(data->GetTagItem(0x0028, 0x1101 + i), descriptor))
-            palettes[i]->LoadDescriptor(descriptor, bBigEndian);
+            palettes[i]->LoadDescriptor(descriptor, kTreeIsBigEndian);
     std::u16string lossy;
     data->GetTagValue(0x0028, 0x2110, lossy);
     bLossyCompressed = EqualsNoCase(Trim(lossy), u"01") ? 1 : 0;
@@ -489,10 +499,10 @@ void DICOMINFO::GetInfoFromGroup0028(const CDicomItem* data)
     for (int i = 0; i < 3; ++i) {
         Words plain = WordsOf(data->GetTagItem(0x0028, 0x1201 + i));
         if (plain.values)
-            palettes[i]->LoadData(plain.values, bBigEndian, plain.count);
+            palettes[i]->LoadData(plain.values, kTreeIsBigEndian, plain.count);
         Words segmented = WordsOf(data->GetTagItem(0x0028, 0x1221 + i));
         if (segmented.values)
-            palettes[i]->LoadSegmentedData(segmented.values, bBigEndian, segmented.count);
+            palettes[i]->LoadSegmentedData(segmented.values, kTreeIsBigEndian, segmented.count);
     }
 }
 
@@ -533,10 +543,10 @@ void DICOMINFO::ReadLutSequence(const CDicomItem* from, int element, CModalityLu
         return;
     // PS3.3 C.11.1.1.1: the first value mapped has the sign of the stored
     // values (SS in explicit VR).
-    lut.LoadDescriptor(descriptor, bBigEndian, wPixelRepresentation == 1 || lutDescriptor->GetVR() == "SS");
+    lut.LoadDescriptor(descriptor, kTreeIsBigEndian, wPixelRepresentation == 1 || lutDescriptor->GetVR() == "SS");
     Words words = WordsOf(sequence->GetSequenceChildItemMandatory(0x0028, 0x3006, 0));
     if (words.values)
-        lut.LoadData(words.values, bBigEndian, words.count);
+        lut.LoadData(words.values, kTreeIsBigEndian, words.count);
 }
 
 namespace {

@@ -9,6 +9,7 @@
 // dicomsocket_send.cpp (blocks, P-DATA-TF out, fragmenting),
 // dicomsocket_command.cpp (command set decoding, presentation contexts).
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -60,6 +61,7 @@ enum DicomSocketError : uint32_t {
     kErrorNoContext = 723,              // the peer accepted no presentation context for the service
     kErrorMalformedDataSet = 724,       // a received data set (identifier, event information) is malformed
     kErrorBadArgument = 725,            // a request the library cannot encode (unknown key tag, bad value)
+    kErrorInterrupted = 726,            // the caller's interruption check asked to stop waiting
     kErrorUnexpectedPdu = 745,          // not a P-DATA-TF where PDVs were expected
     kErrorPdvKind = 746,                // data PDV in a command, or command PDV in data
     kErrorUnexpectedCommand = 747,      // a response to another command than the one sent
@@ -124,6 +126,9 @@ public:
     static void DecodeCommandSet(const unsigned char* bytes, int size, DICOM_CMND_MSG& message);
 
     void SetTimeout(int milliseconds) { m_nTimeout = milliseconds; }
+    // Asked about every 100 ms while a receive waits: true ends the wait
+    // with local error 726 (a user's Ctrl-C, for one). Empty: never asked.
+    void SetInterruptCheck(std::function<bool()> check) { m_fnInterrupted = std::move(check); }
     int GetTimeout() const { return m_nTimeout; }
     // The most data bytes one PDV carries to this peer.
     uint32_t GetMaxSendFragment() const { return m_nMaxSendFragment; }
@@ -161,6 +166,8 @@ protected:
     int m_bExplicitVR = 0;
     uint32_t m_nMaxSendFragment = 32768;
     int m_nTimeout = 30000;
+    std::function<bool()> m_fnInterrupted;
+    bool m_bBetweenPdus = false;  // the interruption check only stops a wait before a PDU begins
     uint32_t m_nLargestPdu = kDefaultLargestPdu;
     uint8_t m_ucLastPduType = 0;
     std::string m_sErrorDetail;

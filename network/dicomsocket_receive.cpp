@@ -7,7 +7,7 @@
 #include "network/dicomsocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 
 using namespace zeldicom;
 
@@ -44,6 +44,13 @@ int CDicomSocket::Receive(void* buffer, int length, int)
             return -1;
         }
         int wait = m_nTimeout > 0 ? m_nTimeout - static_cast<int>(waited) : -1;
+        if (m_fnInterrupted && m_bBetweenPdus && received == 0) {
+            if (m_fnInterrupted()) {
+                SetError(kErrorInterrupted, 0, "interrupted");
+                return -1;
+            }
+            wait = wait < 0 || wait > 100 ? 100 : wait;
+        }
         int count = ReceiveWithin(bytes + received, length - received, wait);
         if (count > 0) {
             received += count;
@@ -62,7 +69,10 @@ int CDicomSocket::Receive(void* buffer, int length, int)
 
 int CDicomSocket::ReceivePdu()
 {
-    if (Receive(m_pReceiveBuffer.get(), 6) != 6)
+    m_bBetweenPdus = true;
+    const int headerBytes = Receive(m_pReceiveBuffer.get(), 6);
+    m_bBetweenPdus = false;
+    if (headerBytes != 6)
         return 0;
     pdu::Header header;
     pdu::ReadHeader(m_pReceiveBuffer.get(), 6, header);

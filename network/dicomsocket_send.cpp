@@ -8,7 +8,9 @@
 
 #include "network/dicomsocket.h"
 #include "platform/dynbuffer.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
+
+using namespace zeldicom;
 
 bool CDicomSocket::Create(unsigned port, int type, const std::u16string& address)
 {
@@ -37,23 +39,6 @@ int CDicomSocket::Send(const void* buffer, int length, int)
     return sent;
 }
 
-namespace {
-// The P-DATA-TF header with the header of its one PDV (PS3.8 9.3.5).
-void DataPduHead(unsigned char (&head)[12], uint32_t length, unsigned char context, bool last, bool command)
-{
-    const uint32_t pduLength = length + 6;
-    head[0] = zeldicom::pdu::kDataTf;
-    head[1] = 0;
-    for (int i = 0; i < 4; ++i) {
-        head[2 + i] = static_cast<unsigned char>(pduLength >> (24 - 8 * i));
-        head[6 + i] = static_cast<unsigned char>((pduLength - 4) >> (24 - 8 * i));
-    }
-    head[10] = context;
-    head[11] = static_cast<unsigned char>((command ? zeldicom::pdu::kCommandBit : 0) |
-                                          (last ? zeldicom::pdu::kLastFragmentBit : 0));
-}
-}  // namespace
-
 int CDicomSocket::SendDataPdu(const void* data, int length, int last, int command)
 {
     if (length < 0)
@@ -62,8 +47,11 @@ int CDicomSocket::SendDataPdu(const void* data, int length, int last, int comman
         DicomTraceAnalyzeBlock(m_sTraceName, static_cast<const unsigned char*>(data), static_cast<uint32_t>(length), 0);
     // Header, PDV item header and fragment in one block, so that the PDU
     // leaves in one write.
-    unsigned char head[12];
-    DataPduHead(head, static_cast<uint32_t>(length), m_ucPresContextID, last != 0, command != 0);
+    unsigned char head[pdu::kDataTfHeadSize];
+    if (!pdu::WriteDataTfHead(head, static_cast<uint32_t>(length), m_ucPresContextID, pdu::Control(command != 0, last != 0))) {
+        SetError(kErrorMalformedPdu, 0, "a fragment too long for one P-DATA-TF");
+        return 0;
+    }
     CDynBuffer block;
     if (!block.Reserve(static_cast<uint32_t>(length) + 12) || !block.Add(head, 12) ||
         (length > 0 && !block.Add(data, static_cast<uint32_t>(length)))) {
@@ -88,7 +76,7 @@ int CDicomSocket::SendDataPdus(const unsigned char* data, int64_t length, bool e
 {
     const int64_t fragmentSize = m_nMaxSendFragment > 0 ? m_nMaxSendFragment : 1;
     const bool traced = Trace();
-    unsigned char head[12];
+    unsigned char head[pdu::kDataTfHeadSize];
     for (int64_t position = 0; position < length;) {
         const int64_t fragment = std::min(length - position, fragmentSize);
         const bool last = endsMessage && position + fragment == length;
@@ -101,7 +89,10 @@ int CDicomSocket::SendDataPdus(const unsigned char* data, int64_t length, bool e
             // lie. Against storescp on loopback, batches of 4 to 64 PDUs a
             // call were no faster and often slower (the peer then copies
             // data that has left the cache).
-            DataPduHead(head, static_cast<uint32_t>(fragment), m_ucPresContextID, last, false);
+            if (!pdu::WriteDataTfHead(head, static_cast<uint64_t>(fragment), m_ucPresContextID, pdu::Control(false, last))) {
+                SetError(kErrorMalformedPdu, 0, "a fragment too long for one P-DATA-TF");
+                return 0;
+            }
             iovec parts[2] = {{head, sizeof head},
                               {const_cast<unsigned char*>(data + position), static_cast<size_t>(fragment)}};
             if (SendAll(parts, 2) < 0) {
@@ -120,7 +111,7 @@ int CDicomSocket::SendDataPdusFromFile(int fd, int64_t offset, int64_t length, b
     const int64_t fragmentSize = m_nMaxSendFragment > 0 ? m_nMaxSendFragment : 1;
     const bool traced = Trace();
     std::vector<unsigned char> copy;
-    unsigned char head[12];
+    unsigned char head[pdu::kDataTfHeadSize];
     for (int64_t position = 0; position < length;) {
         const int64_t fragment = std::min(length - position, fragmentSize);
         const bool last = endsMessage && position + fragment == length;
@@ -134,7 +125,10 @@ int CDicomSocket::SendDataPdusFromFile(int fd, int64_t offset, int64_t length, b
             if (SendDataPdu(copy.data(), static_cast<int>(fragment), last ? 1 : 0, 0) != 1)
                 return 0;
         } else {
-            DataPduHead(head, static_cast<uint32_t>(fragment), m_ucPresContextID, last, false);
+            if (!pdu::WriteDataTfHead(head, static_cast<uint64_t>(fragment), m_ucPresContextID, pdu::Control(false, last))) {
+                SetError(kErrorMalformedPdu, 0, "a fragment too long for one P-DATA-TF");
+                return 0;
+            }
             if (SendFileRange(head, sizeof head, fd, offset + position, fragment) < 0) {
                 m_nSystemError = GetLastError();
                 return 0;

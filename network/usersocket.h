@@ -7,7 +7,8 @@
 // syntax), usersocket_store.cpp, usersocket_query.cpp (C-FIND, C-MOVE),
 // usersocket_nservice.cpp (DIMSE-N requests, event reports, storage
 // commitment), usersocket_echo.cpp (the verification exchange and its
-// failure words).
+// failure words), usersocket_exchange.cpp (the exchange every service runs
+// on: open, failed step, abort, release, cancel).
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
@@ -19,6 +20,9 @@
 
 class CDicomItem;
 class CDynBuffer;
+namespace zeldicom::pdu {
+struct AssociateFields;
+}
 
 // A callback of ReadTags: one element, its value copied (and swapped to
 // this machine's byte order for big endian); the copy lives for the call.
@@ -91,6 +95,24 @@ struct STORE_SUMMARY {
     int associations = 0;
 };
 
+// The steps of one exchange, in the order they run; the step that failed
+// names a failure (GetErrorText).
+enum class ExchangeStep {
+    kNone,
+    kListen,
+    kConnect,
+    kAssociation,         // request and answer, or the service's context refused
+    kAssociationRequest,
+    kAssociationAnswer,
+    kRequest,             // the service's request (command and data set)
+    kResponse,            // its responses
+    kReleaseRequest,
+    kReleaseAnswer,
+    kRelease,
+    kReport,              // the N-EVENT-REPORT of storage commitment
+    kService,             // request and response of one operation together (a C-STORE of one file)
+};
+
 // One element of a request command set (PS3.7 E.1).
 struct CommandElement {
     enum Kind { kUid, kAe, kUs, kAt, kNextMessageId };
@@ -106,7 +128,10 @@ public:
     ~CUserSocket() override = default;
 
     // --- association (usersocket_associate.cpp)
-    // Host and port; each title's characters over the start of its 16 blanks.
+    // Empty when the title is a valid AE title (1 to 16 characters of the AE
+    // repertoire, not all blanks), else the words of what is wrong.
+    static std::string CheckAETitle(const std::string& title);
+    // Host and port; each title's characters over 16 blanks.
     void SetConnectionData(const std::string& host, unsigned port, const std::string& calledTitle,
                            const std::string& callingTitle);
     // A context with the abstract syntax and count transfer syntaxes (const
@@ -121,6 +146,9 @@ public:
     int ReadAssociateAc();
     int ReceiveReleaseRsp();
     void Close() override;
+    // The Implementation Class UID this side sends (PS3.7 D.3.3.2): the UID
+    // root when it is a valid UID, else the library's own.
+    static std::string GetImplementationClassUid();
 
     // --- DIMSE (usersocket_dimse.cpp)
     int SendEchoReq();
@@ -128,9 +156,42 @@ public:
     // Builds a command set from the elements (group length in front) and
     // sends it as one command PDV. The one path every request takes.
     int SendCommand(std::initializer_list<CommandElement> elements);
-    // Receives the response to a request with the given command field: 1
-    // when a message came and answers that command.
+    // Receives the response to the request sent last, with the given
+    // command field: 1 when a message came that answers that command and
+    // that request's Message ID.
     int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+
+    // --- one exchange (usersocket_exchange.cpp)
+    // Clears what the last exchange left (errors, failed step, contexts, an
+    // open handle), so that an object serves a new association after any failure.
+    void BeginExchange();
+    // Connects, negotiates the contexts already added and makes the accepted
+    // context of abstractSyntax the outgoing one; false (closed, the step
+    // recorded) when any of it fails.
+    bool OpenExchange(const HOST_INFO& host, const std::string& abstractSyntax, const std::string& service,
+                      bool storageCommitmentRole = false);
+    // Records the failed step, aborts an established association (A-ABORT)
+    // and closes; returns the error code (local, else system, else 1).
+    int FailExchange(ExchangeStep step, const std::string& service = "");
+    // The second half of FailExchange: A-ABORT when the association stands, then close.
+    void AbortAndClose();
+    // Releases and closes after the last response: 0, whatever became of the release.
+    int FinishExchange();
+    // C-CANCEL-RQ for the C-FIND or C-MOVE with that Message ID.
+    int SendCancelReq(uint16_t messageId);
+    // Cancelling a C-FIND or C-MOVE (PS3.7 9.3.2.3, 9.3.4.3). After
+    // afterMatches matches (0: never) a C-FIND sends C-CANCEL-RQ and reports
+    // no further match. interruption is asked while responses are awaited:
+    // 0 go on, 1 send C-CANCEL-RQ and await the final response (within the
+    // time-out), 2 (or a second request after the cancel) abort the association.
+    void SetCancellation(int afterMatches, std::function<int()> interruption);
+    // AwaitResponse for C-FIND and C-MOVE, sending C-CANCEL-RQ when asked.
+    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+    // A-ABORT (PS3.8 9.3.8): source 0 service user, 2 service provider.
+    int SendAbort(uint8_t source, uint8_t reason);
+    void MarkFailedStep(ExchangeStep step, const std::string& service = "");
+    static std::string StepWords(ExchangeStep step, const std::string& service);
+    int ErrorCode() const;
 
     // --- data-set elements in the negotiated transfer syntax (usersocket_codec.cpp)
     // Appends one element, its VR from the data dictionary: 0 (nothing
@@ -252,11 +313,17 @@ public:
     bool EncodeCommitmentRequest(const std::string& transactionUid,
                                  const std::vector<COMMIT_RESULT::Instance>& instances, CDynBuffer& out);
     int SendReleaseRsp();
+    // After the N-ACTION response: the report on this association or on
+    // one the peer opens to the listener, within the time-out.
+    int AwaitCommitmentReport(CUserSocket& listener, unsigned listenPort, COMMIT_RESULT& result);
+    int AcceptCommitmentReport(CUserSocket& listener, unsigned listenPort, COMMIT_RESULT& result);
 
     // --- verification (usersocket_echo.cpp)
     // 0 on success, else the local error (or the system error when there is none).
     int Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,
                          const std::string& callingTitle);
+    // The exchange behind Do_CECHO_Request, from the title check to the release.
+    int RunEcho(const std::string& calledTitle, const std::string& callingTitle);
     // One line of words for the last failure: the step it happened in and what went wrong.
     std::string GetErrorText() const;
     // Records a failure found above the transport (local error and its words).
@@ -267,6 +334,10 @@ protected:
     bool SendGroup(CDicomItem* item, int group);
     // Puts the P-DATA-TF header in front of a prebuilt body and sends it.
     int SendPdu(CDynBuffer& body);
+    // Sends a whole PDU built by the codec; 0 with the system error on failure.
+    int SendWholePdu(const std::vector<unsigned char>& bytes);
+    // Maximum length, implementation class and version of this side.
+    void FillUserInformation(zeldicom::pdu::AssociateFields& fields) const;
     // Connects, proposes the contexts already added and negotiates; the
     // step that failed is left in m_sFailedStep.
     int OpenAssociation(const HOST_INFO& host, bool storageCommitmentRole);
@@ -280,6 +351,14 @@ public:
     struct Rejection {
         uint8_t result = 0, source = 0, reason = 0;
     } m_Rejection;
-    // The step that failed last ("connect", "association", ...), empty when none did.
+    // The step that failed last, and its words ("connect", "C-FIND
+    // response", ...; empty when none did).
+    ExchangeStep m_nFailedStep = ExchangeStep::kNone;
     std::string m_sFailedStep;
+    // An A-ASSOCIATE-AC came and the association is neither released nor aborted.
+    bool m_bAssociated = false;
+    // Cancellation of the running C-FIND or C-MOVE (SetCancellation).
+    int m_nCancelAfter = 0;
+    std::function<int()> m_fnInterruption;
+    bool m_bCancelSent = false;
 };

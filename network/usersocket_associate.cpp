@@ -5,7 +5,7 @@
 #include "imageinfo/dicominfo.h"
 #include "network/usersocket.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -13,13 +13,46 @@ using namespace zeldicom;
 namespace {
 const std::string kHyphens(91, '-');
 
-void PutTitleField(pdu::Bytes& out, const char* field)
+// The library's own implementation class UID (UUID-derived, PS3.5 B.2),
+// sent when the host has set no UID root.
+constexpr char kLibraryImplementationClass[] = "2.25.135358127703870177945697021926943424524";
+
+// PS3.5 9.1: 1 to 64 characters, digits in components separated by dots.
+bool IsUid(const std::string& text)
 {
-    // The title's characters up to its terminator, the rest zero bytes.
-    size_t length = strnlen(field, 16);
-    for (size_t i = 0; i < 16; ++i)
-        out.push_back(i < length ? static_cast<unsigned char>(field[i]) : 0);
+    if (text.empty() || text.size() > 64 || text.front() == '.' || text.back() == '.')
+        return false;
+    for (size_t i = 0; i < text.size(); ++i)
+        if (!(text[i] >= '0' && text[i] <= '9') && !(text[i] == '.' && text[i - 1] != '.'))
+            return false;
+    return true;
 }
+}
+
+std::string CUserSocket::GetImplementationClassUid()
+{
+    // PS3.7 D.3.3.2: the sub-item is mandatory and holds a UID; a root that is
+    // not one is not sent.
+    std::string root = WideToAscii(DICOMINFO::GetDicomRoot());
+    return IsUid(root) ? root : kLibraryImplementationClass;
+}
+
+void CUserSocket::FillUserInformation(pdu::AssociateFields& fields) const
+{
+    fields.hasMaxLength = true;
+    fields.maxLength = static_cast<uint32_t>(m_nReceiveBufferSize);
+    fields.implementationClass = GetImplementationClassUid();
+    fields.implementationVersion = FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
+                                              DICOMINFO::GetVersionRev());
+}
+
+int CUserSocket::SendWholePdu(const pdu::Bytes& bytes)
+{
+    if (Send(bytes.data(), static_cast<int>(bytes.size())) == -1) {
+        SetError(0, GetLastError());
+        return 0;
+    }
+    return 1;
 }
 
 CUserSocket::CUserSocket() { m_sTraceName = "DicomUserSocket"; }
@@ -29,8 +62,33 @@ void CUserSocket::SetConnectionData(const std::string& host, unsigned port, cons
 {
     m_sHost = Utf8ToUtf16(host);
     m_nPort = port;
+    // Each title over a field of 16 blanks: a shorter title set after a
+    // longer one leaves none of the earlier characters behind.
+    for (char* field : {m_AssociateData.m_szCalledAETitle, m_AssociateData.m_szCallingAETitle}) {
+        std::memset(field, ' ', 16);
+        field[16] = '\0';
+    }
     std::memcpy(m_AssociateData.m_szCalledAETitle, calledTitle.data(), std::min<size_t>(calledTitle.size(), 16));
     std::memcpy(m_AssociateData.m_szCallingAETitle, callingTitle.data(), std::min<size_t>(callingTitle.size(), 16));
+}
+
+std::string CUserSocket::CheckAETitle(const std::string& title)
+{
+    // PS3.5 6.2: AE is 1 to 16 characters of the default repertoire without
+    // control characters and the backslash; blanks alone are no title.
+    if (title.empty())
+        return "an AE title cannot be empty";
+    if (title.size() > 16)
+        return FormatText("the AE title '%s' has %zu characters, more than 16", title.c_str(), title.size());
+    bool blank = true;
+    for (char c : title) {
+        if (c < 0x20 || c > 0x7E || c == '\\')
+            return FormatText("the AE title '%s' holds a character outside the AE repertoire", title.c_str());
+        blank = blank && c == ' ';
+    }
+    if (blank)
+        return "an AE title cannot be all spaces";
+    return "";
 }
 
 void CUserSocket::AddPresentationContext(const char* abstractSyntax, int count, ...)
@@ -64,6 +122,9 @@ int CUserSocket::Connect()
     }
     if (!CZelSocket::Connect(m_sHost, m_nPort)) {
         m_nSystemError = GetLastError();
+        // The handle goes with the failed connection: the next Connect on
+        // this object starts from a fresh socket.
+        CZelSocket::Close();
         return 0;
     }
     return 1;
@@ -71,47 +132,27 @@ int CUserSocket::Connect()
 
 int CUserSocket::SendAssociateReq(bool storageCommitmentRole)
 {
-    pdu::Bytes items;
-    pdu::PutItem(items, pdu::kApplicationContextItem, pdu::kApplicationContextName);
+    pdu::AssociateRq request;
+    request.calledTitle.assign(m_AssociateData.m_szCalledAETitle, strnlen(m_AssociateData.m_szCalledAETitle, 16));
+    request.callingTitle.assign(m_AssociateData.m_szCallingAETitle, strnlen(m_AssociateData.m_szCallingAETitle, 16));
     for (int i = 0; i < m_AssociateData.GetPresContextCount(); ++i) {
         const CPresentationContext* context = m_AssociateData.GetPresContext(i);
-        pdu::Bytes value{context->m_ucPresContextID, 0, 0, 0};
-        pdu::PutItem(value, pdu::kAbstractSyntaxSubItem, context->m_sAbstractSyntax);
+        pdu::ProposedContext proposed{context->m_ucPresContextID, context->m_sAbstractSyntax, {}};
         for (int t = 0; t < context->GetTransferSyntaxCount(); ++t)
-            pdu::PutItem(value, pdu::kTransferSyntaxSubItem, context->GetTransferSyntax(t));
-        pdu::PutItem(items, pdu::kPresentationContextRqItem, value.data(), value.size());
+            proposed.transferSyntaxes.push_back(context->GetTransferSyntax(t));
+        request.contexts.push_back(std::move(proposed));
     }
-    pdu::Bytes user, maximum;
-    pdu::PutUint32(maximum, static_cast<uint32_t>(m_nReceiveBufferSize));
-    pdu::PutItem(user, pdu::kMaxLengthSubItem, maximum.data(), maximum.size());
-    pdu::PutItem(user, pdu::kImplementationClassSubItem, WideToAscii(DICOMINFO::GetDicomRoot()));
-    pdu::PutItem(user, pdu::kImplementationVersionSubItem,
-                 FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
-                            DICOMINFO::GetVersionRev()));
-    if (storageCommitmentRole) {
-        // SCP/SCU role selection for storage commitment push (PS3.7 D.3.3.4):
-        // this side takes the SCP role, so the event report may come back.
-        std::string uid = "1.2.840.10008.1.20.1";
-        pdu::Bytes role;
-        pdu::PutUint16(role, static_cast<uint16_t>(uid.size()));
-        role.insert(role.end(), uid.begin(), uid.end());
-        role.push_back(0x00);
-        role.push_back(0x01);
-        pdu::PutItem(user, pdu::kRoleSelectionSubItem, role.data(), role.size());
-    }
-    pdu::PutItem(items, pdu::kUserInfoItem, user.data(), user.size());
-
-    pdu::Bytes body{0x00, 0x01, 0x00, 0x00};
-    PutTitleField(body, m_AssociateData.m_szCalledAETitle);
-    PutTitleField(body, m_AssociateData.m_szCallingAETitle);
-    body.insert(body.end(), 32, 0);
-    body.insert(body.end(), items.begin(), items.end());
-    pdu::Bytes request = pdu::MakePdu(pdu::kAssociateRq, body);
-    if (Send(request.data(), static_cast<int>(request.size())) == -1) {
-        SetError(0, GetLastError());
+    FillUserInformation(request);
+    // SCP/SCU role selection for storage commitment push (PS3.7 D.3.3.4):
+    // this side takes the SCP role, so the event report may come back.
+    if (storageCommitmentRole)
+        request.roles.push_back({"1.2.840.10008.1.20.1", 0x00, 0x01});
+    pdu::Bytes bytes;
+    if (!pdu::WriteAssociateRq(request, bytes)) {
+        SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-RQ does not fit its length fields");
         return 0;
     }
-    return 1;
+    return SendWholePdu(bytes);
 }
 
 int CUserSocket::ReceiveAssociateRsp()
@@ -121,6 +162,9 @@ int CUserSocket::ReceiveAssociateRsp()
     size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
     SetPduEmpty();
     uint8_t type = PduBytes()[0];
+    // Whatever came but a rejection leaves a peer that expects this side to
+    // release or abort (PS3.8 AA-8 for an answer that is not one).
+    m_bAssociated = type != pdu::kAssociateRj;
     if (type == pdu::kAssociateAc)
         return ReadAssociateAc();
     if (type == pdu::kAssociateRj) {
@@ -167,8 +211,8 @@ int CUserSocket::ReadAssociateAc()
 
 int CDicomCommonSocket::SendReleaseReq()
 {
-    static const unsigned char kReleaseRq[10] = {pdu::kReleaseRq, 0, 0, 0, 0, 4, 0, 0, 0, 0};
-    int sent = Send(kReleaseRq, sizeof kReleaseRq);
+    const pdu::Bytes release = pdu::WriteReleaseRq();
+    int sent = Send(release.data(), static_cast<int>(release.size()));
     DicomTraceFormat("<%s> A-RELEASE-RQ PDU Length = 0x%08x", m_sTraceName.c_str(), 4);
     if (sent == -1) {
         SetError(0, GetLastError());
@@ -179,15 +223,34 @@ int CDicomCommonSocket::SendReleaseReq()
 
 int CUserSocket::ReceiveReleaseRsp()
 {
-    if (!ReceivePdu())
+    for (;;) {
+        if (!ReceivePdu()) {
+            m_bAssociated = false;
+            return 0;
+        }
+        SetPduEmpty();
+        uint8_t type = PduBytes()[0];
+        if (type == pdu::kReleaseRp) {
+            m_bAssociated = false;
+            return 1;
+        }
+        if (type == pdu::kReleaseRq) {
+            // PS3.8 7.2 release collision, requestor side: answer the peer's
+            // A-RELEASE-RQ with A-RELEASE-RP, then wait for the answer to ours.
+            DicomTraceFormat("<%s> Release collision: answering the peer's A-RELEASE-RQ", m_sTraceName.c_str());
+            if (!SendWholePdu(pdu::WriteReleaseRp()))
+                return 0;
+            continue;
+        }
+        if (type == pdu::kDataTf) {
+            // PS3.8 Sta7: data may still arrive while the release is awaited.
+            DicomTraceFormat("<%s> P-DATA-TF while awaiting A-RELEASE-RP: ignored", m_sTraceName.c_str());
+            continue;
+        }
+        SetError(kErrorNoReleaseAnswer, 0, FormatText("a PDU of type 0x%02X (%s) came instead of A-RELEASE-RP", type,
+                                                      GetClearPduType(type).c_str()));
         return 0;
-    SetPduEmpty();
-    uint8_t type = PduBytes()[0];
-    if (type == pdu::kReleaseRp)
-        return 1;
-    SetError(kErrorNoReleaseAnswer, 0, FormatText("a PDU of type 0x%02X (%s) came instead of A-RELEASE-RP", type,
-                                                  GetClearPduType(type).c_str()));
-    return 0;
+    }
 }
 
 void CUserSocket::Close()
@@ -204,5 +267,6 @@ void CUserSocket::Close()
         }
         DicomTraceStr(kHyphens);
     }
+    m_bAssociated = false;
     CZelSocket::Close();
 }

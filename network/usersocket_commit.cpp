@@ -10,7 +10,7 @@
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -51,12 +51,7 @@ std::vector<const CDicomItem*> ItemsOf(const CDicomItem& dataSet, int group, int
 
 int CUserSocket::SendReleaseRsp()
 {
-    static const unsigned char kReleaseRp[10] = {pdu::kReleaseRp, 0, 0, 0, 0, 4, 0, 0, 0, 0};
-    if (Send(kReleaseRp, sizeof kReleaseRp) == -1) {
-        SetError(0, GetLastError());
-        return 0;
-    }
-    return 1;
+    return SendWholePdu(pdu::WriteReleaseRp());
 }
 
 int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSyntaxes)
@@ -76,8 +71,9 @@ int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSynta
     if (request.maxLength != 0)
         m_nMaxSendFragment = request.maxLength - 12u;
 
-    pdu::Bytes items;
-    pdu::PutItem(items, pdu::kApplicationContextItem, pdu::kApplicationContextName);
+    pdu::AssociateAc answer;
+    answer.calledTitle = request.calledTitle;
+    answer.callingTitle = request.callingTitle;
     for (const pdu::ProposedContext& proposed : request.contexts) {
         auto* context = new CPresentationContext;
         context->m_ucPresContextID = proposed.id;
@@ -92,40 +88,18 @@ int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSynta
         else
             context->SelectValidTransferSyntax();
         m_AssociateData.AddPresContext(context);
-        pdu::Bytes value{proposed.id, 0, context->m_ucResult, 0};
-        pdu::PutItem(value, pdu::kTransferSyntaxSubItem,
-                     context->m_ucResult == 0 ? context->m_sAcceptedTransferSyntax : std::string("1.2.840.10008.1.2"));
-        pdu::PutItem(items, pdu::kPresentationContextAcItem, value.data(), value.size());
+        answer.contexts.push_back({proposed.id, context->m_ucResult,
+                                   context->m_ucResult == 0 ? context->m_sAcceptedTransferSyntax : std::string()});
     }
-    pdu::Bytes user, maximum;
-    pdu::PutUint32(maximum, static_cast<uint32_t>(m_nReceiveBufferSize));
-    pdu::PutItem(user, pdu::kMaxLengthSubItem, maximum.data(), maximum.size());
-    pdu::PutItem(user, pdu::kImplementationClassSubItem, WideToAscii(DICOMINFO::GetDicomRoot()));
+    FillUserInformation(answer);
     // PS3.7 D.3.3.4: each proposed role is answered as proposed.
-    for (const pdu::RoleSelection& role : request.roles) {
-        pdu::Bytes value;
-        pdu::PutUint16(value, static_cast<uint16_t>(role.sopClass.size()));
-        value.insert(value.end(), role.sopClass.begin(), role.sopClass.end());
-        value.push_back(role.scu);
-        value.push_back(role.scp);
-        pdu::PutItem(user, pdu::kRoleSelectionSubItem, value.data(), value.size());
-    }
-    pdu::PutItem(user, pdu::kImplementationVersionSubItem,
-                 FormatText("%d_%d_%d", DICOMINFO::GetVersionMajor(), DICOMINFO::GetVersionMinor(),
-                            DICOMINFO::GetVersionRev()));
-    pdu::PutItem(items, pdu::kUserInfoItem, user.data(), user.size());
-
-    pdu::Bytes body{0x00, 0x01, 0x00, 0x00};
-    pdu::PutTitle(body, request.calledTitle, ' ');
-    pdu::PutTitle(body, request.callingTitle, ' ');
-    body.insert(body.end(), 32, 0);
-    body.insert(body.end(), items.begin(), items.end());
-    pdu::Bytes answer = pdu::MakePdu(pdu::kAssociateAc, body);
-    if (Send(answer.data(), static_cast<int>(answer.size())) == -1) {
-        SetError(0, GetLastError());
+    answer.roles = request.roles;
+    pdu::Bytes bytes;
+    if (!pdu::WriteAssociateAc(answer, bytes)) {
+        SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-AC does not fit its length fields");
         return 0;
     }
-    return 1;
+    return SendWholePdu(bytes);
 }
 
 bool CUserSocket::EncodeCommitmentRequest(const std::string& transactionUid,
@@ -184,73 +158,88 @@ int CUserSocket::Do_StorageCommitment(const HOST_INFO& host, const std::vector<C
                                       unsigned listenPort, COMMIT_RESULT& result)
 {
     result = COMMIT_RESULT{};
+    BeginExchange();
     // Listen before asking, so that a quick report finds the port open.
     CUserSocket listener;
-    int32_t timeout = m_nTimeout;
-    listener.SetSockOpt(kReceiveTimeoutOption, &timeout, 4, kSocketLevel);
     if (!listener.Listen(listenPort)) {
         SetError(0, GetLastError());
-        m_sFailedStep = FormatText("listen on port %u", listenPort);
-        return static_cast<int>(m_nSystemError);
+        MarkFailedStep(ExchangeStep::kListen, FormatText("on port %u", listenPort));
+        return ErrorCode();
     }
-    std::vector<std::string> syntaxes{"1.2.840.10008.1.2.1", "1.2.840.10008.1.2"};
-    auto* context = new CPresentationContext;
-    context->m_sAbstractSyntax = kCommitmentSopClass;
-    for (const std::string& uid : syntaxes)
-        context->AddTransferSyntax(uid);
-    context->m_ucPresContextID = static_cast<unsigned char>(2 * m_AssociateData.GetPresContextCount() + 1);
-    m_AssociateData.AddPresContext(context);
-    if (!OpenAssociation(host, false))
-        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
-    auto fail = [&](const char* step) {
-        m_sFailedStep = step;
-        Close();
-        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : (m_nSystemError != 0 ? m_nSystemError : 1));
-    };
-    if (context->m_ucResult != 0) {
-        SetError(kErrorNoContext, 0,
-                 "the peer refused the presentation context for Storage Commitment Push Model: " +
-                     GetClearContextAck(context->m_ucResult));
-        return fail("association");
-    }
-    SetPresentationContext(context->m_ucPresContextID);
+    AddPresentationContext(kCommitmentSopClass, 2, "1.2.840.10008.1.2.1", "1.2.840.10008.1.2");
+    if (!OpenExchange(host, kCommitmentSopClass, "N-ACTION"))
+        return ErrorCode();
     result.transactionUid = WideToAscii(CDicomItem::GetUID());
     CDynBuffer request;
-    if (!EncodeCommitmentRequest(result.transactionUid, instances, request))
-        return fail("N-ACTION request");
-    if (!SendActionReqCmnd(kCommitmentSopClass, kCommitmentSopInstance, 0x0000, kRequestCommitment) ||
+    if (!EncodeCommitmentRequest(result.transactionUid, instances, request) ||
+        !SendActionReqCmnd(kCommitmentSopClass, kCommitmentSopInstance, 0x0000, kRequestCommitment) ||
         !SendData(request.GetData(), static_cast<int>(request.m_nSize)))
-        return fail("N-ACTION request");
+        return FailExchange(ExchangeStep::kRequest, "N-ACTION");
     DICOM_CMND_MSG response;
     CDynBuffer data;
     if (!AwaitResponse(kActionRq, response, data))
-        return fail("N-ACTION response");
-    if (response.wMessageIDBeingRespondedTo != (m_nMessageID & 0xFFFF)) {
-        SetError(kErrorUnexpectedCommand, 0,
-                 FormatText("the N-ACTION response answers message %u, not %u", response.wMessageIDBeingRespondedTo,
-                            m_nMessageID & 0xFFFF));
-        return fail("N-ACTION response");
-    }
+        return FailExchange(ExchangeStep::kResponse, "N-ACTION");
     result.actionStatus = response.wStatus;
     if (response.wStatus != 0x0000) {
         SetError(kErrorFailureStatus, 0,
                  FormatText("the N-ACTION response carries status 0x%04X (%s)", response.wStatus,
                             GetNStatusText(response.wStatus).c_str()));
-        return fail("N-ACTION response");
+        return FailExchange(ExchangeStep::kResponse, "N-ACTION");
     }
-    if (!SendReleaseReq() || !ReceiveReleaseRsp())
-        return fail("release");
-    Close();
+    return AwaitCommitmentReport(listener, listenPort, result);
+}
 
-    // The report comes on an association the peer opens to the listener.
+int CUserSocket::AwaitCommitmentReport(CUserSocket& listener, unsigned listenPort, COMMIT_RESULT& result)
+{
+    // PS3.4 J.3.3: the report comes on this association or on one that the
+    // peer opens to the listener, whichever it chooses; the whole wait is
+    // bounded by the time-out.
+    const uint64_t deadline = GetTickCountMs() + static_cast<uint64_t>(m_nTimeout > 0 ? m_nTimeout : 0);
+    bool open = true;
+    for (;;) {
+        int left = m_nTimeout > 0 ? static_cast<int>(deadline > GetTickCountMs() ? deadline - GetTickCountMs() : 0) : -1;
+        const CZelSocket* sockets[2] = {&listener, this};
+        // A PDU already in the buffer (the report behind the N-ACTION
+        // response in one P-DATA-TF) needs no waiting.
+        int ready = open && !IsPduEmpty() ? 1 : CZelSocket::WaitReadable(sockets, open ? 2 : 1, left);
+        if (ready < 0) {
+            SetError(kErrorReceive, 0,
+                     FormatText("the peer never reported: no N-EVENT-REPORT within %g s, on the association or on port %u",
+                                m_nTimeout / 1000.0, listenPort));
+            return FailExchange(ExchangeStep::kReport);
+        }
+        if (ready == 1) {
+            if (ReceiveCommitmentReport(result))
+                return FinishExchange();
+            if (m_nLocalError != kErrorReleaseRequested && m_nLocalError != kErrorAbort &&
+                !(m_nLocalError == kErrorReceive && m_nSystemError != 0))
+                return FailExchange(ExchangeStep::kReport);
+            // The peer ends this association (release, abort or close): the
+            // report can still come on a new one.
+            if (m_nLocalError == kErrorReleaseRequested)
+                SendReleaseRsp();
+            SetError(0);
+            m_bAssociated = false;
+            Close();
+            open = false;
+            continue;
+        }
+        if (open)
+            FinishExchange();
+        listener.SetTimeout(m_nTimeout);
+        return AcceptCommitmentReport(listener, listenPort, result);
+    }
+}
+
+int CUserSocket::AcceptCommitmentReport(CUserSocket& listener, unsigned listenPort, COMMIT_RESULT& result)
+{
     CUserSocket reporter;
     reporter.m_sTraceName = m_sTraceName;
     reporter.SetTimeout(m_nTimeout);
     if (!listener.Accept(reporter, nullptr, nullptr)) {
-        SetError(kErrorReceive, GetLastError(),
-                 FormatText("no N-EVENT-REPORT association came to port %u", listenPort));
-        m_sFailedStep = "N-EVENT-REPORT";
-        return static_cast<int>(m_nLocalError);
+        SetError(kErrorReceive, GetLastError(), FormatText("no N-EVENT-REPORT association came to port %u", listenPort));
+        MarkFailedStep(ExchangeStep::kReport);
+        return ErrorCode();
     }
     bool reported = reporter.AcceptAssociation({kCommitmentSopClass, "1.2.840.10008.1.1"}) &&
                     reporter.ReceiveCommitmentReport(result);
@@ -260,12 +249,11 @@ int CUserSocket::Do_StorageCommitment(const HOST_INFO& host, const std::vector<C
         if (reporter.GetPdv(pdv) < 0 && reporter.GetLocalError() == kErrorReleaseRequested)
             reporter.SendReleaseRsp();
         reporter.SetError(0);
-    }
-    if (!reported) {
+    } else {
         SetError(reporter.GetLocalError(), reporter.GetSystemError(), reporter.GetErrorDetail());
-        m_sFailedStep = "N-EVENT-REPORT";
+        MarkFailedStep(ExchangeStep::kReport);
     }
     reporter.Close();
     listener.CZelSocket::Close();
-    return reported ? 0 : static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
+    return reported ? 0 : ErrorCode();
 }

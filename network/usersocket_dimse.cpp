@@ -15,6 +15,15 @@ constexpr char kVerificationSopClass[] = "1.2.840.10008.1.1";
 constexpr uint16_t kEchoRq = 0x0030;
 constexpr uint16_t kEchoRsp = 0x8030;
 constexpr uint16_t kNoDataSet = 0x0101;
+
+// "C-FIND" for C-FIND-RQ.
+std::string ServiceName(uint16_t requestCommand)
+{
+    std::string name = GetClearMessage(requestCommand);
+    if (name.size() > 3 && name.compare(name.size() - 3, 3, "-RQ") == 0)
+        name.resize(name.size() - 3);
+    return name;
+}
 }
 
 int CUserSocket::SendCommand(std::initializer_list<CommandElement> elements)
@@ -58,6 +67,14 @@ int CUserSocket::AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response
                             response.wCommandField, GetClearMessage(response.wCommandField).c_str()));
         return 0;
     }
+    // The message ID is checked here, where every response is awaited.
+    const uint16_t expected = static_cast<uint16_t>(m_nMessageID & 0xFFFF);
+    if (response.wMessageIDBeingRespondedTo != expected) {
+        SetError(requestCommand == kEchoRq ? kErrorEchoMessageId : kErrorUnexpectedCommand, 0,
+                 FormatText("the %s response answers message %u, not %u", ServiceName(requestCommand).c_str(),
+                            response.wMessageIDBeingRespondedTo, expected));
+        return 0;
+    }
     return 1;
 }
 
@@ -75,12 +92,6 @@ int CUserSocket::ReceiveEchoRsp()
     CDynBuffer data;
     if (!AwaitResponse(kEchoRq, response, data))
         return 0;
-    if (response.wMessageIDBeingRespondedTo != (m_nMessageID & 0xFFFF)) {
-        SetError(kErrorEchoMessageId, 0,
-                 FormatText("the C-ECHO response answers message %u, not %u", response.wMessageIDBeingRespondedTo,
-                            m_nMessageID & 0xFFFF));
-        return 0;
-    }
     if (response.wStatus == 0x0000)
         return 1;
     std::string status = FormatText("the C-ECHO response carries status 0x%04X (%s)", response.wStatus,

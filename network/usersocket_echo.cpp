@@ -12,6 +12,9 @@ using namespace zeldicom;
 int CUserSocket::Do_CECHO_Request(const std::u16string& host, unsigned port, const std::string& calledTitle,
                                   const std::string& callingTitle)
 {
+    // Whatever a previous exchange left on this object (a local error, an
+    // open handle) does not decide this one.
+    BeginExchange();
     m_sHost = host;
     m_nPort = port;
     std::memset(m_AssociateData.m_szCalledAETitle, 0, 16);
@@ -20,42 +23,38 @@ int CUserSocket::Do_CECHO_Request(const std::u16string& host, unsigned port, con
     std::memcpy(m_AssociateData.m_szCallingAETitle, callingTitle.data(), std::min<size_t>(callingTitle.size(), 16));
     AddPresentationContext("1.2.840.10008.1.1", 1, "1.2.840.10008.1.2");
     SetPresentationContext(1);
-    m_sFailedStep.clear();
 
     std::time_t start = std::time(nullptr);
-    bool succeeded = false;
-    if (m_nLocalError == 0) {
-        if (!Connect()) {
-            m_nSystemError = GetLastError();
-            if (m_nSystemError == kTimedOut)
-                m_nLocalError = kErrorReceive;
-            m_sFailedStep = "connect";
-        } else {
-            struct Step {
-                const char* name;
-                int (CUserSocket::*run)();
-            };
-            const Step steps[] = {
-                {"association request", nullptr},       {"association answer", &CUserSocket::ReceiveAssociateRsp},
-                {"C-ECHO request", &CUserSocket::SendEchoReq}, {"C-ECHO response", &CUserSocket::ReceiveEchoRsp},
-                {"release request", &CUserSocket::SendReleaseReq}, {"release answer", &CUserSocket::ReceiveReleaseRsp},
-            };
-            succeeded = true;
-            for (const Step& step : steps) {
-                int ok = step.run ? (this->*step.run)() : SendAssociateReq(false);
-                if (!ok) {
-                    m_sFailedStep = step.name;
-                    succeeded = false;
-                    break;
-                }
-            }
-            Close();
+    int result = RunEcho(calledTitle, callingTitle);
+    m_nEchoDuration = static_cast<int>(std::time(nullptr) - start);
+    return result;
+}
+
+int CUserSocket::RunEcho(const std::string& calledTitle, const std::string& callingTitle)
+{
+    for (const std::string* title : {&calledTitle, &callingTitle}) {
+        std::string problem = CheckAETitle(*title);
+        if (!problem.empty()) {
+            SetError(kErrorBadArgument, 0, problem);
+            return ErrorCode();
         }
     }
-    m_nEchoDuration = static_cast<int>(std::time(nullptr) - start);
-    if (succeeded)
-        return 0;
-    return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
+    if (!Connect()) {
+        m_nSystemError = GetLastError();
+        if (m_nSystemError == kTimedOut)
+            m_nLocalError = kErrorReceive;
+        MarkFailedStep(ExchangeStep::kConnect);
+        return ErrorCode();
+    }
+    if (!SendAssociateReq(false))
+        return FailExchange(ExchangeStep::kAssociationRequest);
+    if (!ReceiveAssociateRsp())
+        return FailExchange(ExchangeStep::kAssociationAnswer);
+    if (!SendEchoReq())
+        return FailExchange(ExchangeStep::kRequest, "C-ECHO");
+    if (!ReceiveEchoRsp())
+        return FailExchange(ExchangeStep::kResponse, "C-ECHO");
+    return FinishExchange();
 }
 
 namespace {
@@ -89,7 +88,7 @@ std::string CUserSocket::GetErrorText() const
     std::string step = m_sFailedStep.empty() ? "" : m_sFailedStep + ": ";
     uint32_t local = m_nLocalError, system = m_nSystemError;
     double seconds = m_nTimeout / 1000.0;
-    if (local == 0 || (local == kErrorReceive && m_sFailedStep == "connect")) {
+    if (local == 0 || (local == kErrorReceive && m_nFailedStep == ExchangeStep::kConnect)) {
         switch (system) {
         case 0: return step + "failed";
         case kConnectionRefused: return step + "connection refused";
@@ -102,7 +101,9 @@ std::string CUserSocket::GetErrorText() const
     switch (local) {
     case kErrorReceive:
         if (system == 0) {
-            if (m_sFailedStep == "release answer")
+            if (m_nFailedStep == ExchangeStep::kReport && !m_sErrorDetail.empty())
+                return step + m_sErrorDetail;
+            if (m_nFailedStep == ExchangeStep::kReleaseAnswer)
                 return FormatText("release not answered: no A-RELEASE-RP within %g s (timed out)", seconds);
             return step + FormatText("timed out: no answer from the peer within %g s", seconds);
         }

@@ -8,7 +8,7 @@
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -99,9 +99,8 @@ bool CUserSocket::SendGroup(CDicomItem* item, int group)
 
 int CUserSocket::SendPdu(CDynBuffer& body)
 {
-    unsigned char header[6] = {pdu::kDataTf, 0};
-    for (int i = 0; i < 4; ++i)
-        header[2 + i] = static_cast<unsigned char>(body.m_nSize >> (24 - 8 * i));
+    unsigned char header[pdu::kHeaderSize];
+    pdu::WriteHeader(pdu::kDataTf, body.m_nSize, header);
     if (!body.Insert(header, 6, 0)) {
         SetError(kErrorNoMemory);
         return 0;
@@ -113,9 +112,13 @@ bool CUserSocket::SendStorageCommitmentEventReportMsg(CDicomItem* item, bool las
 {
     if (!item)
         return false;
+    // In the transfer syntax negotiated for the outgoing context: a peer in an
+    // explicit VR context reads nothing else (PS3.5 10.1).
     CDynBuffer bytes;
-    item->RecalcTags(false, 0);
-    item->SaveTags(false, CDynBuffer::WriteProc, &bytes);
+    const bool explicitVR = IsExplicitVR();
+    if (item->RecalcTags(explicitVR, 0) == 0xFFFFFFFF ||
+        item->SaveTags(explicitVR, CDynBuffer::WriteProc, &bytes) == 0xFFFFFFFF)
+        return false;
     return SendDataPdu(bytes.GetData(), static_cast<int>(bytes.m_nSize), lastFragment ? 1 : 0, command ? 1 : 0) == 1;
 }
 

@@ -57,6 +57,16 @@ bool KeyValueBytes(const char* vr, const std::string& text, std::string& out)
             }
         } else {
             long long number = std::strtoll(part.c_str(), &stop, 10);
+            // The value must fit the VR (PS3.5 6.2): US 70000 is refused, not sent as 4464.
+            const bool isSigned = vr[0] == 'S';
+            if (width < 8) {
+                const long long highest = isSigned ? (1LL << (8 * width - 1)) - 1 : (1LL << (8 * width)) - 1;
+                const long long lowest = isSigned ? -(1LL << (8 * width - 1)) : 0;
+                if (number < lowest || number > highest)
+                    return false;
+            } else if (!isSigned && number < 0) {
+                return false;
+            }
             for (int i = 0; i < width; ++i)
                 bytes[i] = static_cast<unsigned char>(static_cast<unsigned long long>(number) >> (8 * i));
         }
@@ -68,6 +78,16 @@ bool KeyValueBytes(const char* vr, const std::string& text, std::string& out)
         start = end + 1;
     }
     return true;
+}
+
+// PS3.5 6.1.2.3: the VRs whose values Specific Character Set governs.
+bool IsCharacterSetText(const char* vr)
+{
+    static const char* const kTextVRs[] = {"SH", "LO", "ST", "LT", "PN", "UC", "UT"};
+    for (const char* text : kTextVRs)
+        if (vr[0] == text[0] && vr[1] == text[1])
+            return true;
+    return false;
 }
 
 void AddContext(CAssociateData& data, const std::string& abstractSyntax, const std::vector<std::string>& syntaxes)
@@ -142,6 +162,23 @@ bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identi
                               [](const QueryKey& key) { return key.group == 0x0008 && key.element == 0x0052; }),
                keys.end());
     keys.push_back({0x0008, 0x0052, request.level});
+    // PS3.5 6.1.2.5: text values go in the character set that Specific
+    // Character Set (0008,0005) declares; a key of non-ASCII text without
+    // one declares ISO_IR 192 (the keys are given as UTF-8).
+    std::string characterSet;
+    bool nonAscii = false;
+    for (const QueryKey& key : keys) {
+        if (key.group == 0x0008 && key.element == 0x0005)
+            characterSet = key.value;
+        const char* vr = ElementVR(key.group, key.element, nullptr, true);
+        if (vr && IsCharacterSetText(vr))
+            for (unsigned char c : key.value)
+                nonAscii = nonAscii || c >= 0x80;
+    }
+    if (characterSet.empty() && nonAscii) {
+        characterSet = "ISO_IR 192";
+        keys.push_back({0x0008, 0x0005, characterSet});
+    }
     // PS3.5 7.1: elements in ascending tag order; a later key for the same tag wins.
     std::stable_sort(keys.begin(), keys.end(), [](const QueryKey& a, const QueryKey& b) {
         return (static_cast<uint32_t>(a.group) << 16 | a.element) < (static_cast<uint32_t>(b.group) << 16 | b.element);
@@ -159,7 +196,15 @@ bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identi
                                 key.element));
             return false;
         }
-        if (vr && !KeyValueBytes(vr, key.value, bytes)) {
+        const bool declaredText = vr && IsCharacterSetText(vr) && !characterSet.empty();
+        if (declaredText && !CDicomItem::TranslateTagValueFromUnicodeToDicom(Utf8ToUtf16(key.value), std::string(vr, 2),
+                                                                             Utf8ToUtf16(characterSet), bytes)) {
+            SetError(kErrorBadArgument, 0,
+                     FormatText("'%s' of (%04X,%04X) cannot be written in the character set %s", key.value.c_str(),
+                                key.group, key.element, characterSet.c_str()));
+            return false;
+        }
+        if (!declaredText && vr && !KeyValueBytes(vr, key.value, bytes)) {
             SetError(kErrorBadArgument, 0,
                      FormatText("'%s' is not a value of (%04X,%04X) (VR %.2s)", key.value.c_str(), key.group,
                                 key.element, vr));
@@ -177,78 +222,26 @@ bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identi
 
 int CUserSocket::OpenAssociation(const HOST_INFO& host, bool storageCommitmentRole)
 {
-    SetConnectionData(std::string(host.szHost, strnlen(host.szHost, sizeof host.szHost)), host.nPort,
-                      std::string(host.szCalledAETitle, strnlen(host.szCalledAETitle, 16)),
-                      std::string(host.szCallingAETitle, strnlen(host.szCallingAETitle, 16)));
-    m_sFailedStep.clear();
+    const std::string called(host.szCalledAETitle, strnlen(host.szCalledAETitle, 16));
+    const std::string calling(host.szCallingAETitle, strnlen(host.szCallingAETitle, 16));
+    MarkFailedStep(ExchangeStep::kNone);
+    for (const std::string* title : {&called, &calling}) {
+        std::string problem = CheckAETitle(*title);
+        if (!problem.empty()) {
+            SetError(kErrorBadArgument, 0, problem);
+            return 0;
+        }
+    }
+    SetConnectionData(std::string(host.szHost, strnlen(host.szHost, sizeof host.szHost)), host.nPort, called, calling);
     if (!Connect()) {
-        m_sFailedStep = "connect";
+        MarkFailedStep(ExchangeStep::kConnect);
         return 0;
     }
     if (!SendAssociateReq(storageCommitmentRole) || !ReceiveAssociateRsp()) {
-        m_sFailedStep = "association";
-        Close();
+        FailExchange(ExchangeStep::kAssociation);
         return 0;
     }
     return 1;
-}
-
-namespace {
-
-// The exchange of one C-FIND or C-MOVE after the association stands.
-struct QueryExchange {
-    CUserSocket& socket;
-    const char* name;  // "C-FIND", "C-MOVE"
-    uint16_t request;
-
-    int Fail(const char* step)
-    {
-        socket.m_sFailedStep = step;
-        socket.Close();
-        uint32_t local = socket.GetLocalError();
-        return static_cast<int>(local != 0 ? local : (socket.GetSystemError() != 0 ? socket.GetSystemError() : 1));
-    }
-    // The accepted context of the SOP class, made the outgoing one; 0 when none.
-    bool UseContext(const std::string& sopClass)
-    {
-        const CAssociateData& data = socket.m_AssociateData;
-        for (int i = 0; i < data.GetPresContextCount(); ++i) {
-            const CPresentationContext* context = data.GetPresContext(i);
-            if (context->m_sAbstractSyntax == sopClass && context->m_ucResult == 0) {
-                socket.SetPresentationContext(context->m_ucPresContextID);
-                return true;
-            }
-        }
-        const CPresentationContext* refused = data.GetPresContextCount() > 0 ? data.GetPresContext(0) : nullptr;
-        socket.SetErrorText(kErrorNoContext,
-                            FormatText("the peer refused the presentation context for %s (%s): %s",
-                                       GetClearUID(sopClass).c_str(), sopClass.c_str(),
-                                       refused ? GetClearContextAck(refused->m_ucResult).c_str() : "not proposed"));
-        return false;
-    }
-    // The next response, checked to answer the request sent last.
-    bool Next(DICOM_CMND_MSG& response, CDynBuffer& data)
-    {
-        if (!socket.AwaitResponse(request, response, data))
-            return false;
-        uint16_t expected = static_cast<uint16_t>(socket.m_nMessageID & 0xFFFF);
-        if (response.wMessageIDBeingRespondedTo != expected) {
-            socket.SetErrorText(kErrorUnexpectedCommand,
-                                FormatText("a %s response answers message %u, not %u", name,
-                                           response.wMessageIDBeingRespondedTo, expected));
-            return false;
-        }
-        return true;
-    }
-    int Release()
-    {
-        if (!socket.SendReleaseReq() || !socket.ReceiveReleaseRsp())
-            return Fail("release");
-        socket.Close();
-        return 0;
-    }
-};
-
 }
 
 void CUserSocket::SetErrorText(uint32_t local, const std::string& detail) { SetError(local, 0, detail); }
@@ -257,19 +250,15 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
                                   uint16_t& finalStatus)
 {
     finalStatus = 0xFFFF;
+    BeginExchange();
     const std::string sopClass = FindSopClass(request.model);
     AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
-    if (!OpenAssociation(host, false))
-        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
-    QueryExchange exchange{*this, "C-FIND", kFindRq};
-    if (!exchange.UseContext(sopClass))
-        return exchange.Fail("association");
+    if (!OpenExchange(host, sopClass, "C-FIND"))
+        return ErrorCode();
     CDynBuffer identifier;
-    if (!EncodeIdentifier(request, identifier))
-        return exchange.Fail("C-FIND request");
-    if (!SendFindReqCmnd(sopClass, request.priority, kDataSetPresent) ||
+    if (!EncodeIdentifier(request, identifier) || !SendFindReqCmnd(sopClass, request.priority, kDataSetPresent) ||
         !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
-        return exchange.Fail("C-FIND request");
+        return FailExchange(ExchangeStep::kRequest, "C-FIND");
     auto loadMatch = [&](const DICOM_CMND_MSG&, CDynBuffer& data) {
         CDynBuffer keep;
         CDicomItem match(u"Data");
@@ -282,23 +271,38 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
         return true;
     };
     if (!ReceiveFindResponses(loadMatch, finalStatus))
-        return exchange.Fail("C-FIND response");
-    return exchange.Release();
+        return FailExchange(ExchangeStep::kResponse, "C-FIND");
+    return FinishExchange();
 }
 
 int CUserSocket::ReceiveFindResponses(const FindResponseCallback& onIdentifier, uint16_t& finalStatus)
 {
-    QueryExchange exchange{*this, "C-FIND", kFindRq};
+    int matches = 0;
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
-        if (!exchange.Next(response, data))
+        if (!AwaitCancellableResponse(kFindRq, response, data))
             return 0;
         std::string text;
         int good = 0, final = 1;
         AnalysFindResponseStatus(response.wStatus, text, good, final);
-        if (!final && response.wDataSetType != kNoDataSet && onIdentifier && !onIdentifier(response, data))
-            return 0;
+        if (!final && response.wDataSetType != kNoDataSet) {
+            // Matches that were on their way when C-CANCEL-RQ left are not reported.
+            if (m_bCancelSent) {
+                DicomTraceFormat("<%s> Match after C-CANCEL-RQ: not reported", m_sTraceName.c_str());
+                continue;
+            }
+            // Each received identifier, element by element, as command sets are.
+            if (Trace())
+                DicomTraceAnalyzeBlock(m_sTraceName, data.GetData(), data.m_nSize, IsBigEndian() ? 1 : 0);
+            if (onIdentifier && !onIdentifier(response, data))
+                return 0;
+            if (m_nCancelAfter > 0 && ++matches >= m_nCancelAfter) {
+                if (!SendCancelReq(static_cast<uint16_t>(m_nMessageID & 0xFFFF)))
+                    return 0;
+                m_bCancelSent = true;
+            }
+        }
         if (final) {
             finalStatus = response.wStatus;
             return 1;
@@ -311,24 +315,21 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
 {
     std::memset(&finalResponse, 0, sizeof finalResponse);
     finalResponse.wStatus = 0xFFFF;
+    BeginExchange();
     const std::string sopClass = MoveSopClass(request.model);
     AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
-    if (!OpenAssociation(host, false))
-        return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : m_nSystemError);
-    QueryExchange exchange{*this, "C-MOVE", kMoveRq};
-    if (!exchange.UseContext(sopClass))
-        return exchange.Fail("association");
+    if (!OpenExchange(host, sopClass, "C-MOVE"))
+        return ErrorCode();
     CDynBuffer identifier;
-    if (!EncodeIdentifier(request, identifier))
-        return exchange.Fail("C-MOVE request");
-    if (!SendMoveReqCmnd(sopClass, request.priority, request.moveDestination) ||
+    if (!EncodeIdentifier(request, identifier) ||
+        !SendMoveReqCmnd(sopClass, request.priority, request.moveDestination) ||
         !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
-        return exchange.Fail("C-MOVE request");
+        return FailExchange(ExchangeStep::kRequest, "C-MOVE");
     for (;;) {
         DICOM_CMND_MSG response;
         CDynBuffer data;
-        if (!exchange.Next(response, data))
-            return exchange.Fail("C-MOVE response");
+        if (!AwaitCancellableResponse(kMoveRq, response, data))
+            return FailExchange(ExchangeStep::kResponse, "C-MOVE");
         if (response.wStatus != 0xFF00) {
             finalResponse = response;
             break;
@@ -336,5 +337,5 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
         if (onProgress)
             onProgress(response);
     }
-    return exchange.Release();
+    return FinishExchange();
 }

@@ -63,15 +63,7 @@ int CUserSocket::SendDataFromFile(const std::u16string& path, int64_t length, in
 int CUserSocket::ReceiveStoreRsp(DICOM_CMND_MSG& response)
 {
     CDynBuffer data;
-    if (!AwaitResponse(kStoreRq, response, data))
-        return 0;
-    if (response.wMessageIDBeingRespondedTo != (m_nMessageID & 0xFFFF)) {
-        SetError(kErrorUnexpectedCommand, 0,
-                 FormatText("the C-STORE response answers message %u, not %u", response.wMessageIDBeingRespondedTo,
-                            m_nMessageID & 0xFFFF));
-        return 0;
-    }
-    return 1;
+    return AwaitResponse(kStoreRq, response, data);
 }
 
 unsigned char CUserSocket::FindAcceptedContext(const std::string& abstractSyntax,
@@ -470,7 +462,7 @@ struct StoreBatch {
         if (!sent) {
             outcome.bytes = 0;
             if (broken) {
-                socket.m_sFailedStep = "C-STORE";
+                socket.MarkFailedStep(ExchangeStep::kService, "C-STORE");
                 if (outcome.reason.empty())
                     outcome.reason = socket.GetErrorText();
             }
@@ -496,6 +488,7 @@ int CUserSocket::Do_CSTORE_Request(const HOST_INFO& host, const std::vector<std:
                                    const StoreOutcomeCallback& onOutcome, STORE_SUMMARY& summary)
 {
     summary = STORE_SUMMARY{};
+    BeginExchange();
     StoreBatch batch{*this, onOutcome, summary};
     std::vector<StoreFile> files;
     for (const std::u16string& path : paths) {
@@ -525,7 +518,7 @@ int CUserSocket::Do_CSTORE_Request(const HOST_INFO& host, const std::vector<std:
                         outcome.reason = reason;
                         batch.Report(outcome);
                     }
-                    return static_cast<int>(m_nLocalError != 0 ? m_nLocalError : (m_nSystemError != 0 ? m_nSystemError : 1));
+                    return ErrorCode();
                 }
                 open = true;
                 ++summary.associations;
@@ -538,17 +531,15 @@ int CUserSocket::Do_CSTORE_Request(const HOST_INFO& host, const std::vector<std:
             bool broken = false;
             batch.Send(files[i], outcome, broken);
             if (broken) {
-                // An aborted or dropped association: the next file opens a new one.
-                Close();
+                // An association that cannot carry the next file is aborted
+                // (or was, by the peer): the next file opens a new one.
+                AbortAndClose();
                 open = false;
             }
             batch.Report(outcome);
         }
-        if (open) {
-            if (!SendReleaseReq() || !ReceiveReleaseRsp())
-                m_sFailedStep = "release";
-            Close();
-        }
+        if (open)
+            FinishExchange();
         first = last;
     }
     return 0;

@@ -64,7 +64,6 @@ int CWorklistSocket::ReceiveFindResponse(WL_FIND* record)
     if (!record)
         return 0;
     auto keepMatch = [&](const DICOM_CMND_MSG&, CDynBuffer& identifier) {
-        DicomTraceAnalyzeBlock(m_sTraceName, identifier.GetData(), identifier.m_nSize, 0);
         auto match = std::make_unique<WL_DATA>();
         if (!LoadDataSet(identifier.GetData(), identifier.m_nSize, match->buffer, match->tree)) {
             SetErrorText(kErrorMalformedDataSet, "a C-FIND response carries a malformed identifier");
@@ -90,11 +89,11 @@ int CWorklistSocket::ReceiveFindResponse(WL_FIND* record)
 int CWorklistSocket::Find(WL_FIND* record)
 {
     if (!SendFindRequest(record)) {
-        m_sFailedStep = "C-FIND request";
+        MarkFailedStep(ExchangeStep::kRequest, "C-FIND");
         return 0;
     }
     if (!ReceiveFindResponse(record)) {
-        m_sFailedStep = "C-FIND response";
+        MarkFailedStep(ExchangeStep::kResponse, "C-FIND");
         return 0;
     }
     return 1;
@@ -108,6 +107,7 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
     record->wFinalStatus = 0xFFFF;
     record->sErrorText.clear();
     CWorklistSocket socket(record);
+    socket.SetCancellation(record->nCancelAfter, nullptr);
     bool success = false;
     auto keepError = [&] {
         uint32_t local = socket.GetLocalError();
@@ -117,13 +117,13 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
         record->sErrorText = socket.GetErrorText();
     };
     if (!socket.Connect()) {
-        socket.m_sFailedStep = "connect";
+        socket.MarkFailedStep(ExchangeStep::kConnect);
     } else if (!socket.SendAssociateReq(false) || !socket.ReceiveAssociateRsp()) {
-        socket.m_sFailedStep = "association";
+        socket.FailExchange(ExchangeStep::kAssociation);
     } else if (unsigned char context = socket.FindAcceptedContext(kWorklistFind, kImplicitLittleEndian);
                context == 0) {
-        socket.m_sFailedStep = "association";
         socket.SetErrorText(kErrorNoContext, "the peer refused the Modality Worklist presentation context");
+        socket.FailExchange(ExchangeStep::kAssociation);
     } else {
         socket.SetPresentationContext(context);
         success = socket.Find(record) != 0;
@@ -132,12 +132,13 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
         // A final failure status still ends the exchange: release the
         // association rather than drop it.
         if (success || record->wFinalStatus != 0xFFFF) {
-            if (!socket.SendReleaseReq() || !socket.ReceiveReleaseRsp()) {
-                socket.m_sFailedStep = "release";
+            if (socket.FinishExchange() != 0) {
                 if (success)
                     keepError();
                 success = false;
             }
+        } else {
+            socket.AbortAndClose();
         }
     }
     if (!success && record->nError == 0)

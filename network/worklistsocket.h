@@ -38,6 +38,7 @@ struct WL_FIND : HOST_INFO {
     // line of words for a failure.
     uint16_t wFinalStatus = 0xFFFF;
     std::string sErrorText;
+    int nCancelAfter = 0;  // C-CANCEL-RQ after this many matches (0: never)
 };
 
 class CWorklistSocket : public CUserSocket {

@@ -1,8 +1,24 @@
 #include "platform/xmlitem.h"
 
+#include <new>
+
+#include "platform/nodearena.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
+
+void* CXmlItem::operator new(std::size_t size)
+{
+    void* node = AllocateNode(size);
+    if (!node)
+        throw std::bad_alloc();
+    return node;
+}
+
+void CXmlItem::operator delete(void* node)
+{
+    FreeNode(node);
+}
 
 CXmlItem::CXmlItem(const char16_t* name, const char16_t* value, const char* characterSet)
     : m_sName(name ? name : u""), m_sValue(value ? value : u""), m_sCharacterSet(characterSet ? characterSet : "")
@@ -35,10 +51,29 @@ CXmlItem* CXmlItem::GetChildItem(int index) const
     return m_children[static_cast<size_t>(index)];
 }
 
+namespace {
+// Element and group names ("e0010", "e0020") share their start: compared
+// from the end, most names differ at the first character looked at.
+inline bool SameName(const std::u16string& a, const std::u16string& b)
+{
+    size_t size = a.size();
+    if (size != b.size())
+        return false;
+    const char16_t* left = a.data();
+    const char16_t* right = b.data();
+    while (size > 0) {
+        --size;
+        if (left[size] != right[size])
+            return false;
+    }
+    return true;
+}
+}
+
 CXmlItem* CXmlItem::GetChildItem(const std::u16string& name, int occurrence) const
 {
     for (CXmlItem* child : m_children) {
-        if (child->m_sName == name) {
+        if (SameName(child->m_sName, name)) {
             if (occurrence == 0)
                 return child;
             --occurrence;
@@ -51,7 +86,7 @@ int CXmlItem::GetChildItemCount(const std::u16string& name) const
 {
     int count = 0;
     for (const CXmlItem* child : m_children)
-        count += child->m_sName == name;
+        count += SameName(child->m_sName, name);
     return count;
 }
 

@@ -11,6 +11,10 @@ public:
     CXmlItem(const std::u16string& name, const std::u16string& value, const std::string& characterSet);
     virtual ~CXmlItem();
     CXmlItem(const CXmlItem&) = delete;
+    // A node is placed in the arena of the parse that creates it, if one is
+    // open on this thread, else on the heap (platform/nodearena.h).
+    static void* operator new(std::size_t size);
+    static void operator delete(void* node);
     CXmlItem& operator=(const CXmlItem&) = delete;
 
     // Deep copy; derived node types return their own type.

@@ -179,6 +179,27 @@ bool CZelSocket::Listen(unsigned port)
     return true;
 }
 
+int CZelSocket::WaitReadable(const CZelSocket* const* sockets, int count, int milliseconds)
+{
+    if (count <= 0 || count > 8)
+        return Fail(10022), -2;
+    uint64_t deadline = GetTickCountMs() + static_cast<uint64_t>(milliseconds < 0 ? 0 : milliseconds);
+    for (;;) {
+        pollfd entries[8];
+        for (int i = 0; i < count; ++i)
+            entries[i] = {sockets[i]->m_nHandle, POLLIN, 0};
+        int left = milliseconds < 0 ? -1 : static_cast<int>(deadline > GetTickCountMs() ? deadline - GetTickCountMs() : 0);
+        int ready = poll(entries, static_cast<nfds_t>(count), left);
+        if (ready == 0)
+            return Fail(kTimedOut), -1;
+        if (ready < 0 && errno != EINTR)
+            return Fail(FromErrno(errno)), -2;
+        for (int i = 0; ready > 0 && i < count; ++i)
+            if (entries[i].revents != 0)
+                return i;
+    }
+}
+
 bool CZelSocket::Accept(CZelSocket& peer, void* address, int* addressLength)
 {
     // A listener waits for a caller no longer than a receive would wait for data.

@@ -58,6 +58,11 @@ public:
     static void SetLastError(uint32_t error);
     operator unsigned int() const { return static_cast<unsigned int>(m_nHandle); }
 
+    // Waits until one of the sockets has something to read (data, a caller
+    // for a listener, or the end of the connection), at most milliseconds
+    // (negative: no limit): its index, -1 when the time ran out, -2 on error.
+    static int WaitReadable(const CZelSocket* const* sockets, int count, int milliseconds);
+
     // Takes over a connected stream descriptor (one end of a socketpair in
     // tests, or a connection accepted elsewhere); the socket closes it.
     void Adopt(int descriptor);

@@ -3,6 +3,7 @@
 // layout is computed here; the context only measures and draws text.
 #include <cstdint>
 
+#include "dicomdata/dicomsettings.h"
 #include "platform/text.h"
 #include "sr/sr.h"
 
@@ -62,6 +63,27 @@ std::u16string ConceptName(const CDicomItem* node)
     return Utf8ToUtf16(meaning.empty() ? value : meaning);
 }
 
+// The value of a DATE, TIME or DATETIME content item (PS3.3 C.17.3.2) in
+// ISO 8601; false for other value types.
+bool IsoContentValue(const CDicomItem* node, std::string& text)
+{
+    struct DateType {
+        const char16_t* type;
+        int element;
+        const char* vr;
+    };
+    static constexpr DateType kTypes[] = {{u"DATE", 0xA121, "DA"}, {u"TIME", 0xA122, "TM"}, {u"DATETIME", 0xA120, "DT"}};
+    std::u16string type, value;
+    if (!node->GetTagValue(0x0040, 0xA040, type))
+        return false;
+    for (const DateType& row : kTypes)
+        if (Trim(type) == row.type && node->GetTagValue(0x0040, row.element, value)) {
+            text = Utf16ToUtf8(CDicomInfoStatics::FormatDateTimeIso(value, row.vr));
+            return true;
+        }
+    return false;
+}
+
 }  // namespace
 
 int CSR::DrawTextW(CSRDrawContext& context, const std::u16string& text, SR_EXTENT& extent)
@@ -92,7 +114,7 @@ void CSR::DrawNode(CSRDrawContext& context, const CDicomItem* node, const SR_LAY
     line = indent + line;
     std::string value;
     std::vector<std::u16string> valueLines;
-    if (GetNodeDisplayText(node, value)) {
+    if ((layout.bIsoDates && IsoContentValue(node, value)) || GetNodeDisplayText(node, value)) {
         valueLines = SplitLines(Utf8ToUtf16(value));
         line += u" : " + valueLines.front();
     }
@@ -123,8 +145,16 @@ SR_EXTENT CSR::Draw(CSRDrawContext& context, const SR_LAYOUT& layout) const
     for (const HeaderTag& tag : kHeaderTags) {
         std::u16string text;
         // Attributes the document lacks are not shown.
-        if (m_pData && m_pData->GetTagItem(tag.group, tag.element) && m_pData->Format(tag.group, tag.element, text))
-            lastHeight = DrawTextW(context, SplitLines(text).front(), extent);
+        const CDicomItem* element = m_pData ? m_pData->GetTagItem(tag.group, tag.element) : nullptr;
+        if (!element || !m_pData->Format(tag.group, tag.element, text))
+            continue;
+        std::string vr = element->GetVR();
+        std::u16string value;
+        size_t separator = text.find(u" : ");
+        if (layout.bIsoDates && (vr == "DA" || vr == "TM") && separator != std::u16string::npos &&
+            m_pData->GetTagValue(tag.group, tag.element, value))
+            text = text.substr(0, separator + 3) + CDicomInfoStatics::FormatDateTimeIso(value, vr);
+        lastHeight = DrawTextW(context, SplitLines(text).front(), extent);
     }
     extent.cy += lastHeight;
     DrawNode(context, m_pData, layout, 0, extent);

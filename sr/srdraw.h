@@ -16,6 +16,7 @@ struct SR_EXTENT {
 struct SR_LAYOUT {
     bool bIndent = false;        // children indented under their parent, two blanks a level
     bool bRelationship = false;  // the relationship to the parent in front, "(CONTAINS) "
+    bool bIsoDates = false;      // dates and times in ISO 8601 (2001-02-13, 18:47:46), not the display form
 };
 
 class CSRDrawContext {

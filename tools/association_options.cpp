@@ -1,79 +1,111 @@
 // Options shared by the network commands (see association_options.h).
 #include "tools/association_options.h"
 
-#include <cstdlib>
+#include <algorithm>
+#include <cstdio>
 
 #include "imageinfo/dicominfo.h"
-#include "network/usersocket.h"
+#include "network/dicomsocket.h"
 #include "platform/apppath.h"
 #include "platform/text.h"
+#include "tools/commands.h"
 
 using namespace zeldicom;
 
 namespace {
 
-// The implementation class UID sent when the host set no UID root (a UUID-derived UID, PS3.5 B.2).
-constexpr char16_t kToolImplementationClass[] = u"2.25.135358127703870177945697021926943424524";
-
-bool ParseNumber(const std::string& text, double low, double high, double& out)
+// -d: the analysed trace goes to standard error as it is written to the file.
+void TraceToStandardError(const std::string& line, void*)
 {
-    char* end = nullptr;
-    out = std::strtod(text.c_str(), &end);
-    return !text.empty() && end && *end == '\0' && out >= low && out <= high;
+    std::fprintf(stderr, "%s\n", line.c_str());
 }
 
+}  // namespace
+
+void AssociationOptions::Verbose(const char* format, ...) const
+{
+    if (verbosity < kVerbose)
+        return;
+    va_list args;
+    va_start(args, format);
+    std::string line = FormatTextV(format, args);
+    va_end(args);
+    std::fprintf(stderr, "%s\n", line.c_str());
 }
 
-int ReadAssociationOptions(const char* name, int argc, char** argv, size_t minOperands, size_t maxOperands,
-                           int (*usage)(FILE* out, int status), AssociationOptions& options)
+std::string AssociationOptions::Peer() const
 {
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        auto value = [&](std::string& out) {
-            if (i + 1 >= argc)
-                return false;
-            out = argv[++i];
-            return true;
-        };
-        std::string text;
-        if (arg == "--help" || arg == "-h")
-            return usage(stdout, 0);
-        if (arg == "--aet" || arg == "-aet") {
-            if (!value(options.calling))
-                return usage(stderr, 2);
-        } else if (arg == "--aec" || arg == "-aec") {
-            if (!value(options.called))
-                return usage(stderr, 2);
-        } else if (arg == "--timeout" || arg == "-to") {
-            if (!value(text) || !ParseNumber(text, 0.001, 86400, options.timeout)) {
-                std::fprintf(stderr, "zeldicom %s: --timeout needs a number of seconds\n", name);
-                return 2;
-            }
-        } else if (arg == "--trace") {
-            if (!value(options.traceDir))
-                return usage(stderr, 2);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::fprintf(stderr, "zeldicom %s: unknown option '%s'\n", name, arg.c_str());
-            return 2;
-        } else {
-            options.operands.push_back(arg);
-        }
-    }
-    double port = 0;
-    size_t count = options.operands.size();
-    if (count < minOperands || count > maxOperands || !ParseNumber(options.operands[1], 1, 65535, port))
-        return usage(stderr, 2);
-    options.port = static_cast<unsigned>(port);
-    for (const std::string* title : {&options.calling, &options.called})
-        if (title->empty() || title->size() > 16) {
-            std::fprintf(stderr, "zeldicom %s: an AE title has 1 to 16 characters: '%s'\n", name, title->c_str());
-            return 2;
-        }
-    if (!options.traceDir.empty()) {
+    return host + ":" + std::to_string(port);
+}
+
+void AddAssociationOptions(OptionReader& reader, AssociationOptions& options)
+{
+    reader.Add("--aet -aet", "AE", "calling AE title (default ZELDICOM)", [&options](const std::string& title) {
+        options.calling = title;
+        return CheckAeTitle(title);
+    });
+    reader.Add("--aec -aec", "AE", "called AE title (default ANY-SCP)", [&options](const std::string& title) {
+        options.called = title;
+        return CheckAeTitle(title);
+    });
+    reader.Add("--timeout", "SECONDS", "every time-out below at once (default 30)", [&options](const std::string& text) {
+        double seconds = 0;
+        std::string fault = ReadNumber(text, 0.001, 86400, false, seconds);
+        options.connectTimeout = options.acseTimeout = options.dimseTimeout = seconds;
+        return fault;
+    });
+    reader.Number("--connect-timeout -to", "SECONDS", "TCP connection time-out", 0.001, 86400,
+                  options.connectTimeout);
+    reader.Number("--acse-timeout -ta", "SECONDS", "association (A-ASSOCIATE, A-RELEASE) time-out", 0.001, 86400,
+                  options.acseTimeout);
+    reader.Number("--dimse-timeout -td", "SECONDS", "time-out of each DIMSE message awaited", 0.001, 86400,
+                  options.dimseTimeout);
+    reader.Add("--trace", "DIR", "write the analysed protocol trace DIR/DICOMyyyymmdd.LOG",
+               [&options](const std::string& folder) {
+                   options.traceDir = folder;
+                   return CheckFolder(folder);
+               });
+    reader.Add("--verbose -v", nullptr, "print each step: association, files, matches, sub-operations",
+               [&options](const std::string&) {
+                   options.verbosity = std::max(options.verbosity, AssociationOptions::kVerbose);
+                   return std::string();
+               });
+    reader.Add("--debug -d", nullptr, "also print the analysed protocol trace on standard error",
+               [&options](const std::string&) {
+                   options.verbosity = AssociationOptions::kDebug;
+                   return std::string();
+               });
+    reader.Add("--quiet -q", nullptr, "print only errors", [&options](const std::string&) {
+        options.verbosity = AssociationOptions::kQuiet;
+        return std::string();
+    });
+}
+
+int ReadAssociationArguments(OptionReader& reader, AssociationOptions& options, int argc, char** argv)
+{
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const std::vector<std::string>& operands = reader.Operands();
+    options.host = operands[0];
+    if (std::string fault = ReadPort(operands[1], options.port); !fault.empty())
+        return reader.BadArgument("PORT: " + fault);
+    options.operands.assign(operands.begin() + 2, operands.end());
+    if (!options.traceDir.empty())
         CAppPath::GetAppPathInstance().SetPath(u"temp", Utf8ToUtf16(options.traceDir));
+    if (options.verbosity == AssociationOptions::kDebug)
+        CDicomTraceSettings::SetTraceSink(TraceToStandardError, nullptr, !options.traceDir.empty());
+    if (!options.traceDir.empty() || options.verbosity == AssociationOptions::kDebug)
         CDicomSocket::SetTrace(2);
-    }
-    if (DICOMINFO::GetDicomRoot().empty())
-        DICOMINFO::SetDicomRoot(kToolImplementationClass);
+    UseToolIdentity();
     return -1;
+}
+
+int AssociationOptions::TimeoutMilliseconds() const
+{
+    return static_cast<int>(std::max({connectTimeout, acseTimeout, dimseTimeout}) * 1000);
+}
+
+void ApplyTimeouts(const AssociationOptions& options, CDicomSocket& socket)
+{
+    socket.SetTimeout(options.TimeoutMilliseconds());
 }

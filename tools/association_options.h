@@ -1,25 +1,44 @@
 #pragma once
-// The options every network command shares: AE titles, time-out, trace
-// folder, then HOST PORT and the command's own operands. DCMTK users'
-// spellings (-aet, -aec, -to) are accepted too.
-#include <cstddef>
-#include <cstdio>
+// The options every network command shares, added to the command's option
+// reader: AE titles, time-outs, trace folder and verbosity, then HOST PORT
+// in front of the command's own operands. DCMTK users' spellings (-aet,
+// -aec, -to, -ta, -td, -v, -d, -q) are accepted too.
+#include <cstdarg>
 #include <string>
 #include <vector>
 
+#include "tools/options.h"
+
+class CDicomSocket;
+
 struct AssociationOptions {
+    enum Verbosity { kQuiet, kNormal, kVerbose, kDebug };
     std::string calling = "ZELDICOM";
     std::string called = "ANY-SCP";
     std::string traceDir;
-    double timeout = 30;                // seconds
-    unsigned port = 0;                  // operands[1], checked
-    std::vector<std::string> operands;  // HOST PORT ...
+    // Seconds: the TCP connection, the association exchanges (A-ASSOCIATE,
+    // A-RELEASE) and the waits for DIMSE messages.
+    double connectTimeout = 30, acseTimeout = 30, dimseTimeout = 30;
+    Verbosity verbosity = kNormal;
+    std::string host;
+    unsigned port = 0;
+    std::vector<std::string> operands;  // those after HOST PORT
+
+    // Progress of the command, on standard error with -v and -d.
+    void Verbose(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+    bool Quiet() const { return verbosity == kQuiet; }
+    std::string Peer() const;
+    // The socket has one time-out for every wait: the longest asked, so
+    // that no phase is cut shorter than the user allowed.
+    int TimeoutMilliseconds() const;
 };
 
-// Reads the arguments of the command `name` (after the command name), checks
-// the AE titles and the port, turns the trace on when a folder is given and
-// sets the tool's UID root when the host set none. Returns -1 when the
-// command goes on, else the exit status to return at once (0 after --help,
-// 2 on wrong arguments, with a line or the usage on standard error).
-int ReadAssociationOptions(const char* name, int argc, char** argv, size_t minOperands, size_t maxOperands,
-                           int (*usage)(FILE* out, int status), AssociationOptions& options);
+// Adds the shared options to a reader whose operands begin with HOST PORT.
+void AddAssociationOptions(OptionReader& reader, AssociationOptions& options);
+// Reads the arguments with the reader and checks what the shared options
+// need (the port, the AE titles); turns the trace on (file, standard error)
+// and sets the tool's UID root when the host set none. -1 when the command
+// goes on, else the exit status.
+int ReadAssociationArguments(OptionReader& reader, AssociationOptions& options, int argc, char** argv);
+// The time-outs of the options on a socket.
+void ApplyTimeouts(const AssociationOptions& options, CDicomSocket& socket);

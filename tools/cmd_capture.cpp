@@ -16,6 +16,7 @@
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
@@ -23,17 +24,6 @@ namespace {
 
 constexpr char16_t kSecondaryCaptureImageStorage[] = u"1.2.840.10008.5.1.4.1.1.7";
 constexpr char16_t kImplicitLittleEndian[] = u"1.2.840.10008.1.2";
-
-void PrintCaptureUsage(FILE* out)
-{
-    std::fprintf(out,
-                 "Usage: zeldicom capture [--from REF.dcm] IMAGE OUT.dcm\n"
-                 "\n"
-                 "  Makes a Secondary Capture DICOM file (implicit VR little endian) from a\n"
-                 "  netpbm image: PGM (P2/P5, 8 or 16 bits) or PPM RGB (P3/P6, 8 or 16 bits).\n"
-                 "  --from REF.dcm  take the patient, study and series of REF (a new SOP\n"
-                 "                  Instance UID is made in every case)\n");
-}
 
 int Fail(const std::string& message)
 {
@@ -258,36 +248,19 @@ void SetNow(DICOMINFO& info, bool study)
 
 int RunCapture(int argc, char** argv)
 {
-    const char* reference = nullptr;
-    std::vector<const char*> files;
-    bool options = true;
-    for (int i = 0; i < argc; ++i) {
-        const char* arg = argv[i];
-        if (options && std::strcmp(arg, "--") == 0) {
-            options = false;
-        } else if (options && (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0)) {
-            PrintCaptureUsage(stdout);
-            return 0;
-        } else if (options && std::strcmp(arg, "--from") == 0) {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "zeldicom capture: --from needs a DICOM file\n");
-                return 2;
-            }
-            reference = argv[++i];
-        } else if (options && arg[0] == '-' && arg[1] != '\0') {
-            std::fprintf(stderr, "zeldicom capture: unknown option '%s'\n", arg);
-            PrintCaptureUsage(stderr);
-            return 2;
-        } else {
-            files.push_back(arg);
-        }
-    }
-    if (files.size() != 2) {
-        PrintCaptureUsage(stderr);
-        return 2;
-    }
-    const char* imagePath = files[0];
-    const char* out = files[1];
+    OptionReader reader("capture", "IMAGE OUT",
+                        "Makes a Secondary Capture DICOM file (implicit VR little endian) from a netpbm image:\n"
+                        "PGM (P2/P5, 8 or 16 bits) or PPM RGB (P3/P6, 8 or 16 bits).");
+    std::string referenceFile;
+    reader.Text("--from", "REF.dcm",
+                "take the patient, study and series of REF (a new SOP Instance UID is made in every case)",
+                referenceFile);
+    reader.Example("zeldicom capture --from ct.dcm screen.pgm capture.dcm");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const char* reference = referenceFile.empty() ? nullptr : referenceFile.c_str();
+    const char* imagePath = reader.Operands()[0].c_str();
+    const char* out = reader.Operands()[1].c_str();
 
     std::vector<unsigned char> bytes;
     std::string error;

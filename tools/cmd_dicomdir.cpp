@@ -20,29 +20,13 @@
 #include "dicomdir/fileid.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 namespace fs = std::filesystem;
 
 namespace {
 constexpr char kMediaStorageDirectory[] = "1.2.840.10008.1.3.10";
-
-void PrintUsage(FILE* out)
-{
-    std::fprintf(out,
-                 "Usage: zeldicom dicomdir create [--copy OUTDIR] DIR\n"
-                 "       zeldicom dicomdir add DIR/DICOMDIR FILE...\n"
-                 "       zeldicom dicomdir list [--json] DIR/DICOMDIR\n"
-                 "\n"
-                 "  create  scans DIR for DICOM files and writes DIR/DICOMDIR. A file whose\n"
-                 "          path is not a DICOM file ID (at most 8 components of 1 to 8\n"
-                 "          characters A-Z, 0-9, _) is skipped, or with --copy the file-set is\n"
-                 "          written to OUTDIR under generated names with its DICOMDIR.\n"
-                 "  add     adds the files (inside the DICOMDIR's folder) and rewrites it safely.\n"
-                 "  list    shows the patient/study/series/instance hierarchy; --json prints\n"
-                 "          an array of the root records, each with \"type\", its keys,\n"
-                 "          \"file\" and \"children\".\n");
-}
 
 int Fail(const std::string& message)
 {
@@ -175,20 +159,18 @@ bool SaveDirectory(CDicomDirEx& dir, const std::string& path)
 
 int RunCreate(int argc, char** argv)
 {
-    std::string folder, copyTo;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--copy") == 0 && i + 1 < argc)
-            copyTo = argv[++i];
-        else if (argv[i][0] == '-' || !folder.empty())
-            return PrintUsage(stderr), 2;
-        else
-            folder = argv[i];
-    }
-    if (folder.empty())
-        return PrintUsage(stderr), 2;
+    OptionReader reader("dicomdir create", "DIR",
+                        "Scans DIR for DICOM files and writes DIR/DICOMDIR. A file whose path is not a DICOM file\n"
+                        "ID (at most 8 components of 1 to 8 characters A-Z, 0-9, _) is skipped.");
+    std::string copyTo;
+    reader.Text("--copy", "OUTDIR", "write the file-set to OUTDIR under generated names, with its DICOMDIR", copyTo);
+    reader.Example("zeldicom dicomdir create --copy /media/cd study/");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    std::string folder = reader.Operands()[0];
+    if (std::string fault = CheckFolder(folder); !fault.empty())
+        return reader.BadArgument("DIR: " + fault);
     std::error_code error;
-    if (!fs::is_directory(folder, error))
-        return Fail(folder + ": not a folder");
     std::vector<fs::path> files;
     for (auto it = fs::recursive_directory_iterator(folder, error); !error && it != fs::recursive_directory_iterator();
          it.increment(error))
@@ -253,25 +235,30 @@ int RunCreate(int argc, char** argv)
 
 int RunAdd(int argc, char** argv)
 {
-    if (argc < 2)
-        return PrintUsage(stderr), 2;
-    std::string path = argv[0];
+    OptionReader reader("dicomdir add", "DICOMDIR FILE...",
+                        "Adds the files (inside the DICOMDIR's folder) and rewrites the DICOMDIR safely.");
+    reader.Example("zeldicom dicomdir add cd/DICOMDIR cd/NEW/IM1");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const std::vector<std::string>& operands = reader.Operands();
+    std::string path = operands[0];
     CDicomDirEx dir;
     if (!dir.Load(Utf8ToUtf16(path)) || !dir.m_pRecords)
         return Fail(path + ": not a DICOMDIR that can be read");
     fs::path base = fs::absolute(fs::path(path)).parent_path();
     std::vector<Entry> entries;
     int failures = 0;
-    for (int i = 1; i < argc; ++i) {
-        std::string relative = fs::absolute(argv[i]).lexically_normal().lexically_relative(base).generic_string();
+    for (size_t i = 1; i < operands.size(); ++i) {
+        const char* file = operands[i].c_str();
+        std::string relative = fs::absolute(file).lexically_normal().lexically_relative(base).generic_string();
         if (!IsConformantFileId(relative)) {
-            Note(std::string(argv[i]) + ": not added, not a DICOM file ID below " + base.string() +
+            Note(std::string(file) + ": not added, not a DICOM file ID below " + base.string() +
                  " (at most 8 components of 1 to 8 characters A-Z, 0-9, _)");
             ++failures;
             continue;
         }
         Entry entry;
-        if (!MakeEntry(entry, ReadInstance(argv[i], argv[i]), RelativePathToFileId(relative))) {
+        if (!MakeEntry(entry, ReadInstance(file, file), RelativePathToFileId(relative))) {
             ++failures;
             continue;
         }
@@ -387,18 +374,14 @@ void ListText(const Listing& listing, size_t node, int depth, std::string& out)
 
 int RunList(int argc, char** argv)
 {
+    OptionReader reader("dicomdir list", "DICOMDIR", "Shows the patient/study/series/instance hierarchy.");
     bool json = false;
-    const char* path = nullptr;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--json") == 0)
-            json = true;
-        else if (argv[i][0] == '-' || path)
-            return PrintUsage(stderr), 2;
-        else
-            path = argv[i];
-    }
-    if (!path)
-        return PrintUsage(stderr), 2;
+    reader.Flag("--json", "an array of the root records, each with \"type\", its keys, \"file\" and \"children\"",
+                json);
+    reader.Example("zeldicom dicomdir list --json cd/DICOMDIR");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const char* path = reader.Operands()[0].c_str();
     CDicomDirEx dir;
     if (!dir.Load(Utf8ToUtf16(path)) || !dir.m_pData)
         return Fail(std::string(path) + ": cannot be read as a DICOM file");
@@ -434,17 +417,5 @@ int RunDicomDir(int argc, char** argv)
 {
     if (CDicomInfoStatics::GetDicomRoot().empty())
         CDicomInfoStatics::SetDicomRoot(kToolImplementationClassUid);
-    if (argc < 1)
-        return PrintUsage(stderr), 2;
-    std::string command = argv[0];
-    if (command == "--help" || command == "-h")
-        return PrintUsage(stdout), 0;
-    if (command == "create")
-        return RunCreate(argc - 1, argv + 1);
-    if (command == "add")
-        return RunAdd(argc - 1, argv + 1);
-    if (command == "list")
-        return RunList(argc - 1, argv + 1);
-    PrintUsage(stderr);
-    return 2;
+    return RunSubcommand("dicomdir", {{"create", RunCreate}, {"add", RunAdd}, {"list", RunList}}, argc, argv);
 }

@@ -3,15 +3,17 @@
 // record's field names.
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <string>
 
+#include "dicomdata/dicomitem.h"
 #include "dicomdata/tagtable.h"
 #include "imageinfo/dicominfo.h"
 #include "imageinfo/orientation.h"
-#include "platform/datetools.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
@@ -137,11 +139,38 @@ long long FirstMapped(const CModalityLutDesc& lut)
     return lut.nFirstMapped;
 }
 
-std::string ToJson(const DICOMINFO& info)
+// What the file holds where the record normalises it: Patient's Name with
+// its component carets (the record also has them turned to blanks) and
+// Patient's Sex as written (the record has M, F or O, O also for no value).
+struct FileValues {
+    std::u16string patientName, patientSex;
+    bool Read(const std::string& path)
+    {
+        CDicomItem root(u"Object");
+        if (!root.LoadObject(Utf8ToUtf16(path)))
+            return false;
+        const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+        if (!data)
+            return false;
+        data->GetTagValue(0x0010, 0x0010, patientName);
+        data->GetTagValue(0x0010, 0x0040, patientSex);
+        patientName = Trim(patientName);
+        patientSex = Trim(patientSex);
+        return true;
+    }
+};
+
+// With file set, the object's first key "file" names it.
+std::string ToJson(const DICOMINFO& info, const FileValues& values, const std::string* file)
 {
     std::string out;
     {
         JsonObject o(out);
+        if (file)
+            JsonString(o.Key("file"), *file);
+        // The file's own values, under their DICOM keywords, beside the record's fields.
+        o.Text("PatientName", values.patientName);
+        o.Text("PatientSex", values.patientSex);
         int count = 0;
         const INFOFIELD* fields = DICOMINFO::GetFieldTable(count);
         for (int i = 0; i < count; ++i) {
@@ -245,23 +274,33 @@ const char* PhotometricName(int value)
     return value >= 0 && value <= 8 ? kNames[value] : "other";
 }
 
+// ISO 8601: YYYY-MM-DD (the record's yyyymmdd; 18000000 or less is no date).
 std::string Date(int date)
 {
-    std::u16string text;
-    CDateTimeTools::Long2DateEx(date, text);
-    return text.empty() ? "-" : U8(text);
+    if (date <= 18000000)
+        return "-";
+    return U8(DICOMINFO::FormatDateTimeIso(DICOMINFO::ConvertDateToDicom(date), "DA"));
 }
 
+// ISO 8601: HH:MM:SS (the record's hhmmss; negative is no time).
 std::string Time(int time)
 {
-    std::u16string text;
-    CDateTimeTools::Long2Time(time, text);
-    return text.empty() ? "-" : U8(text);
+    if (time < 0)
+        return "-";
+    return U8(DICOMINFO::FormatDateTimeIso(DICOMINFO::ConvertTimeToDicom(time), "TM"));
 }
 
+// "  %-22s %s\n" without the printf machinery (the value ends at a NUL, as %s would).
 void Line(std::string& out, const char* label, const std::string& value)
 {
-    out += FormatText("  %-22s %s\n", label, value.c_str());
+    size_t width = std::strlen(label);
+    out += "  ";
+    out.append(label, width);
+    if (width < 22)
+        out.append(22 - width, ' ');
+    out.push_back(' ');
+    out += value.c_str();
+    out.push_back('\n');
 }
 
 std::string LutLine(uint32_t entries, long long first, uint32_t bits, bool data)
@@ -279,7 +318,14 @@ void PaletteLines(std::string& out, const DICOMINFO& info)
         Line(out, name, LutLine(lut->nEntries, lut->nFirstMapped, lut->wBits, lut->pData != nullptr));
 }
 
-std::string ToText(const char* path, const DICOMINFO& info)
+// The file's value, and the record's beside it where it differs.
+std::string Beside(const std::u16string& file, const std::u16string& record)
+{
+    std::string text = file.empty() ? "(no value)" : U8(file);
+    return file == record ? text : text + " (record: " + U8(record) + ")";
+}
+
+std::string ToText(const char* path, const DICOMINFO& info, const FileValues& file)
 {
     std::string out = FormatText("%s\n", path);
     out += "Identification\n";
@@ -291,9 +337,9 @@ std::string ToText(const char* path, const DICOMINFO& info)
     Line(out, "manufacturer", U8(info.sManufacturer));
     Line(out, "image type", U8(info.sImageType));
     out += "Patient\n";
-    Line(out, "name", U8(info.sDicomPatientName));
+    Line(out, "name", Beside(file.patientName, info.sPatientName));
     Line(out, "ID", U8(info.sPatientID));
-    Line(out, "sex", U8(info.sPatientSex));
+    Line(out, "sex", Beside(file.patientSex, info.sPatientSex));
     Line(out, "birth date", Date(info.lPatientBirthDate));
     out += "Study and series\n";
     Line(out, "study date and time", Date(info.lStudyDate) + " " + Time(info.lStudyTime));
@@ -378,38 +424,34 @@ std::string ToText(const char* path, const DICOMINFO& info)
 
 int RunInfo(int argc, char** argv)
 {
-    bool json = false;
-    std::vector<const char*> files;
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        if (arg == "--json")
-            json = true;
-        else if (arg == "--help" || (arg.size() > 1 && arg[0] == '-')) {
-            bool help = arg == "--help";
-            std::fprintf(help ? stdout : stderr,
-                         "Usage: zeldicom info [--json] FILE...\n"
-                         "The image information record of each file: identification, patient, study,\n"
-                         "pixel description, windows, LUTs, overlays, frame layout, orientation.\n"
-                         "--json prints one JSON object per file (one per line) whose keys are the\n"
-                         "record's field names. Exit status 1 when a file cannot be described.\n");
-            return help ? 0 : 2;
-        } else
-            files.push_back(argv[i]);
-    }
-    if (files.empty()) {
-        std::fprintf(stderr, "Usage: zeldicom info [--json] FILE...\n");
-        return 2;
-    }
-    int status = 0;
-    for (const char* path : files) {
+    OptionReader reader("info", "FILE...",
+                        "The image information record of each file: identification, patient, study, pixel\n"
+                        "description, windows, LUTs, overlays, frame layout, orientation. Dates are shown as\n"
+                        "YYYY-MM-DD, times as HH:MM:SS.");
+    bool json = false, ndjson = false;
+    reader.Flag("--json", "one JSON object keyed by the record's field names; with several files one line per "
+                          "file, {\"file\": PATH, ...}",
+                json);
+    reader.Flag("--ndjson", "one such line per file, even for one file", ndjson);
+    reader.Example("zeldicom info --ndjson *.dcm");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    const std::vector<std::string>& files = reader.Operands();
+    json = json || ndjson;
+    ndjson = ndjson || (json && files.size() > 1);
+    int status = kExitDone;
+    for (const std::string& path : files) {
         DICOMINFO info;
         if (!info.ReadFileInfo(Utf8ToUtf16(path))) {
-            std::fprintf(stderr, "zeldicom info: %s: %s\n", path, info.GetLastError().GetText().c_str());
-            status = 1;
+            std::fflush(stdout);
+            std::fprintf(stderr, "zeldicom info: %s: %s\n", path.c_str(), info.GetLastError().GetText().c_str());
+            status = kExitFailed;
             continue;
         }
-        std::string text = json ? ToJson(info) : ToText(path, info);
+        FileValues values;
+        values.Read(path);
+        std::string text = json ? ToJson(info, values, ndjson ? &path : nullptr) : ToText(path.c_str(), info, values);
         std::fwrite(text.data(), 1, text.size(), stdout);
     }
-    return status;
+    return FinishOutput("info") ? status : kExitFailed;
 }

@@ -9,6 +9,7 @@
 #include "dicomdata/tagtable.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
@@ -33,15 +34,17 @@ bool PrintAttribute(unsigned group, unsigned element)
 
 int RunLookup(int argc, char** argv)
 {
-    if (argc < 1 || std::string(argv[0]) == "--help") {
-        std::fprintf(argc < 1 ? stderr : stdout, "Usage: zeldicom lookup gggg,eeee|Keyword|UID...\n");
-        return argc < 1 ? 2 : 0;
-    }
-    int status = 0;
-    for (int i = 0; i < argc; ++i) {
+    OptionReader reader("lookup", "NAME...",
+                        "The data dictionary's VR, VM, keyword and name of each attribute given as gggg,eeee\n"
+                        "or by keyword, or the name of a registered UID.");
+    reader.Example("zeldicom lookup 0010,0010 StudyDate 1.2.840.10008.1.2.1");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    int status = kExitDone;
+    for (const std::string& name : reader.Operands()) {
         unsigned group = 0, element = 0;
         char tail = 0;
-        std::string text = argv[i];
+        std::string text = name;
         if (!text.empty() && text.front() == '(' && text.back() == ')')
             text = text.substr(1, text.size() - 2);
         if (std::sscanf(text.c_str(), "%4x,%4x%c", &group, &element, &tail) == 2) {
@@ -56,8 +59,7 @@ int RunLookup(int argc, char** argv)
             std::printf("%s not a registered UID\n", text.c_str());
             status = 1;
         } else {
-            std::fprintf(stderr, "zeldicom lookup: '%s' is neither a tag (gggg,eeee), a keyword nor a UID\n", argv[i]);
-            status = 2;
+            status = reader.BadArgument("'" + name + "' is neither a tag (gggg,eeee), a keyword nor a UID");
         }
     }
     return FinishOutput("lookup") ? status : 1;

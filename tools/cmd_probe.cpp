@@ -10,6 +10,7 @@
 #include "platform/datainmemory.h"
 #include "platform/text.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
@@ -83,21 +84,20 @@ bool Probe(const char* name, std::string& line)
 
 int RunProbe(int argc, char** argv)
 {
-    if (argc < 1 || std::string(argv[0]) == "--help") {
-        std::fprintf(argc < 1 ? stderr : stdout,
-                     "Usage: zeldicom probe FILE...\n"
-                     "One line per file: DICOM or not, meta information and its size, transfer syntax\n"
-                     "and compression type (0 none, 1 JPEG lossy, 2 JPEG lossless, 3 RLE,\n"
-                     "4 JPEG 2000 lossless, 5 JPEG 2000, other: compressed without a type code,\n"
-                     "such as JPEG-LS). Exit status 1 when a file is not DICOM.\n");
-        return argc < 1 ? 2 : 0;
-    }
-    int status = 0;
-    for (int i = 0; i < argc; ++i) {
+    OptionReader reader("probe", "FILE...",
+                        "One line per file: DICOM or not, meta information and its size, transfer syntax\n"
+                        "and compression type (0 none, 1 JPEG lossy, 2 JPEG lossless, 3 RLE,\n"
+                        "4 JPEG 2000 lossless, 5 JPEG 2000, other: compressed without a type code,\n"
+                        "such as JPEG-LS). A file that is not DICOM makes the exit status 1.");
+    reader.Example("zeldicom probe incoming/*");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    int status = kExitDone;
+    for (const std::string& file : reader.Operands()) {
         std::string line;
-        if (!Probe(argv[i], line))
-            status = 1;
-        std::printf("%s: %s\n", argv[i], line.c_str());
+        if (!Probe(file.c_str(), line))
+            status = kExitFailed;
+        std::printf("%s: %s\n", file.c_str(), line.c_str());
     }
-    return FinishOutput("probe") ? status : 1;
+    return FinishOutput("probe") ? status : kExitFailed;
 }

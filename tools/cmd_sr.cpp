@@ -10,25 +10,11 @@
 #include "platform/text.h"
 #include "sr/sr.h"
 #include "tools/commands.h"
+#include "tools/options.h"
 
 using namespace zeldicom;
 
 namespace {
-
-void PrintSrUsage(FILE* out)
-{
-    std::fprintf(out,
-                 "Usage: zeldicom sr render [--config DIR] FILE\n"
-                 "       zeldicom sr resave [--config DIR] IN OUT\n"
-                 "\n"
-                 "  render  prints the report: patient and document attributes, then the\n"
-                 "          title and every content item in document order, indented under\n"
-                 "          its parent, with its relationship, concept name and value.\n"
-                 "  resave  loads the report IN into the document tree and writes it to OUT\n"
-                 "          with the report writer (OUT may name IN).\n"
-                 "  --config DIR  the configuration folder whose srcode.xml gives the\n"
-                 "          meanings of codes that a document lacks.\n");
-}
 
 int Fail(const char* action, const std::string& message)
 {
@@ -52,57 +38,66 @@ bool LoadReport(CSR& report, const char* action, const char* path, int& status)
     return true;
 }
 
+// --config DIR: the configuration folder whose srcode.xml gives the meanings
+// of codes that a document lacks.
+void AddConfigOption(OptionReader& reader)
+{
+    reader.Add("--config", "DIR", "the folder whose srcode.xml gives the meanings of codes a document lacks",
+               [](const std::string& folder) {
+                   std::string fault = CheckFolder(folder);
+                   if (fault.empty())
+                       CAppPath::GetAppPathInstance().SetPath(u"config", Utf8ToUtf16(folder + "/"));
+                   return fault;
+               });
+}
+
+int RunRender(int argc, char** argv)
+{
+    OptionReader reader("sr render", "FILE",
+                        "Prints the report: patient and document attributes, then the title and every content\n"
+                        "item in document order, indented under its parent, with its relationship, concept name\n"
+                        "and value. Dates are shown as YYYY-MM-DD, times as HH:MM:SS.");
+    AddConfigOption(reader);
+    reader.Example("zeldicom sr render report.dcm");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    CSR report;
+    int status = 0;
+    if (!LoadReport(report, "render", reader.Operands()[0].c_str(), status))
+        return status;
+    CSRTextContext text;
+    SR_LAYOUT layout;
+    layout.bIndent = true;
+    layout.bRelationship = true;
+    layout.bIsoDates = true;
+    report.Draw(text, layout);
+    std::string out = text.GetText();
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    return FinishOutput("sr render") ? kExitDone : kExitFailed;
+}
+
+int RunResave(int argc, char** argv)
+{
+    OptionReader reader("sr resave", "IN OUT",
+                        "Loads the report IN into the document tree and writes it to OUT with the report writer\n"
+                        "(OUT may name IN).");
+    AddConfigOption(reader);
+    reader.Example("zeldicom sr resave report.dcm copy.dcm");
+    if (int status = reader.Read(argc, argv); status >= 0)
+        return status;
+    CSR report;
+    int status = 0;
+    const char* out = reader.Operands()[1].c_str();
+    if (!LoadReport(report, "resave", reader.Operands()[0].c_str(), status))
+        return status;
+    if (!report.Save(Utf8ToUtf16(out)))
+        return Fail("resave", FormatText("%s: cannot write the report there (the file, if any, is unchanged)", out));
+    return kExitDone;
+}
+
 }  // namespace
 
 int RunSr(int argc, char** argv)
 {
-    std::vector<const char*> arguments;
-    for (int i = 0; i < argc; ++i) {
-        const char* arg = argv[i];
-        if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0) {
-            PrintSrUsage(stdout);
-            return 0;
-        }
-        if (std::strcmp(arg, "--config") == 0) {
-            if (i + 1 >= argc) {
-                PrintSrUsage(stderr);
-                return 2;
-            }
-            std::string folder = argv[++i];
-            if (!folder.empty() && folder.back() != '/')
-                folder += '/';
-            CAppPath::GetAppPathInstance().SetPath(u"config", Utf8ToUtf16(folder));
-        } else if (arg[0] == '-' && arg[1] != '\0') {
-            std::fprintf(stderr, "zeldicom sr: unknown option '%s'\n", arg);
-            return 2;
-        } else {
-            arguments.push_back(arg);
-        }
-    }
-    if (arguments.size() == 2 && std::strcmp(arguments[0], "render") == 0) {
-        CSR report;
-        int status = 0;
-        if (!LoadReport(report, "render", arguments[1], status))
-            return status;
-        CSRTextContext text;
-        SR_LAYOUT layout;
-        layout.bIndent = true;
-        layout.bRelationship = true;
-        report.Draw(text, layout);
-        std::string out = text.GetText();
-        std::fwrite(out.data(), 1, out.size(), stdout);
-        return FinishOutput("sr render") ? 0 : 1;
-    }
-    if (arguments.size() == 3 && std::strcmp(arguments[0], "resave") == 0) {
-        CSR report;
-        int status = 0;
-        if (!LoadReport(report, "resave", arguments[1], status))
-            return status;
-        if (!report.Save(Utf8ToUtf16(arguments[2])))
-            return Fail("resave", FormatText("%s: cannot write the report there (the file, if any, is unchanged)",
-                                             arguments[2]));
-        return 0;
-    }
-    PrintSrUsage(stderr);
-    return 2;
+    return RunSubcommand("sr", {{"render", RunRender}, {"resave", RunResave}}, argc, argv);
 }

@@ -1,4 +1,4 @@
-// zeldicom store [--aet CALLING] [--aec CALLED] [--timeout SECONDS] [--trace DIR] HOST PORT PATH...
+// zeldicom store [OPTIONS] HOST PORT PATH...
 // Sends DICOM files, and the files under folders, to a storage SCP with the
 // library's C-STORE batch: this command collects the paths, and prints one
 // line for each file that was not stored and a summary.
@@ -16,22 +16,6 @@
 #include "tools/commands.h"
 
 namespace {
-
-int Usage(FILE* out, int status)
-{
-    std::fprintf(out,
-                 "Usage: zeldicom store [--aet CALLING] [--aec CALLED] [--timeout SECONDS] [--trace DIR] HOST PORT PATH...\n"
-                 "Sends the DICOM files and the files under the folders given to HOST:PORT.\n"
-                 "Uncompressed files go in the peer's choice of explicit or implicit VR little endian,\n"
-                 "converted on the way; a file that fails to read is reported and the batch goes on.\n"
-                 "  --aet, -aet CALLING   calling AE title (default ZELDICOM)\n"
-                 "  --aec, -aec CALLED    called AE title (default ANY-SCP)\n"
-                 "  --timeout SECONDS     connect and receive time-out (default 30)\n"
-                 "  --trace DIR           write the analysed protocol trace DIR/DICOMyyyymmdd.LOG\n"
-                 "Exit status 0 when every DICOM file was stored (files that are not DICOM, and DICOMDIRs,\n"
-                 "are skipped), 1 when any was refused or failed, 2 on wrong arguments.\n");
-    return status;
-}
 
 // The files named and those under the folders named, each folder's in name order.
 std::vector<std::string> CollectPaths(const std::vector<std::string>& operands, std::vector<std::string>& missing)
@@ -60,15 +44,20 @@ std::vector<std::string> CollectPaths(const std::vector<std::string>& operands, 
 
 int RunStore(int argc, char** argv)
 {
+    OptionReader reader("store", "HOST PORT PATH...",
+                        "Sends the DICOM files and the files under the folders given to HOST:PORT.\n"
+                        "Uncompressed files go in the peer's choice of explicit or implicit VR little endian,\n"
+                        "converted on the way; a file that fails to read is reported and the batch goes on.\n"
+                        "Files that are not DICOM, and DICOMDIRs, are skipped.");
     AssociationOptions options;
-    int status = ReadAssociationOptions("store", argc, argv, 3, static_cast<size_t>(-1), Usage, options);
-    if (status >= 0)
+    AddAssociationOptions(reader, options);
+    reader.Example("zeldicom store -aec STORESCP -v localhost 11112 study/");
+    if (int status = ReadAssociationArguments(reader, options, argc, argv); status >= 0)
         return status;
     const std::vector<std::string>& operands = options.operands;
 
     std::vector<std::string> missing;
-    std::vector<std::string> found =
-        CollectPaths(std::vector<std::string>(operands.begin() + 2, operands.end()), missing);
+    std::vector<std::string> found = CollectPaths(operands, missing);
     for (const std::string& path : missing)
         std::fprintf(stderr, "%s: not stored: no such file or folder\n", path.c_str());
     std::vector<std::u16string> paths;
@@ -76,12 +65,14 @@ int RunStore(int argc, char** argv)
         paths.push_back(std::filesystem::path(path).u16string());
 
     HOST_INFO host;
-    host.Set(operands[0], options.port, options.called, options.calling);
+    host.Set(options.host, options.port, options.called, options.calling);
     CUserSocket socket;
-    socket.SetTimeout(static_cast<int>(options.timeout * 1000));
+    ApplyTimeouts(options, socket);
+    options.Verbose("Requesting association with %s at %s as %s to store %zu files", options.called.c_str(),
+                    options.Peer().c_str(), options.calling.c_str(), paths.size());
 
     // A progress line, rewritten after every file, when a person watches.
-    const bool progress = isatty(2) != 0;
+    const bool progress = isatty(2) != 0 && !options.Quiet() && options.verbosity < AssociationOptions::kVerbose;
     bool progressShown = false;
     size_t done = 0;
     int64_t sentBytes = 0;
@@ -93,7 +84,14 @@ int RunStore(int argc, char** argv)
         const char* what = outcome.result == STORE_OUTCOME::kStored    ? "stored with"
                            : outcome.result == STORE_OUTCOME::kSkipped ? "skipped:"
                                                                         : "not stored:";
-        if (!outcome.reason.empty()) {
+        if (options.verbosity >= AssociationOptions::kVerbose) {
+            static const char* const kResults[] = {"stored", "refused", "failed", "skipped"};
+            std::string detail = outcome.sentSyntax.empty() ? "" : "sent as " + outcome.sentSyntax;
+            if (!outcome.reason.empty())
+                detail += (detail.empty() ? "" : ", ") + outcome.reason;
+            options.Verbose("%s: %s, status 0x%04X%s%s", path.c_str(), kResults[outcome.result], outcome.status,
+                            detail.empty() ? "" : ": ", detail.c_str());
+        } else if (!outcome.reason.empty()) {
             if (progressShown)
                 std::fputc('\n', stderr);
             progressShown = false;
@@ -111,16 +109,17 @@ int RunStore(int argc, char** argv)
     int error = socket.Do_CSTORE_Request(host, paths, onOutcome, summary);
     if (progressShown)
         std::fputc('\n', stderr);
-    const std::string peer = operands[0] + ":" + operands[1];
+    const std::string peer = options.Peer();
     if (error != 0)
         std::fprintf(stderr, "zeldicom store: %s: %s\n", peer.c_str(), socket.GetErrorText().c_str());
     if (summary.stored + summary.refused + summary.failed == 0 && missing.empty() && error == 0)
         std::fprintf(stderr, "zeldicom store: no DICOM file to send\n");
     const int failed = summary.failed + static_cast<int>(missing.size());
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("stored %d of %d files (%lld bytes) to %s at %s in %.2f s: %d refused, %d failed, %d skipped\n",
-                summary.stored, summary.stored + summary.refused + failed, static_cast<long long>(summary.bytes),
-                options.called.c_str(), peer.c_str(), seconds, summary.refused, failed, summary.skipped);
+    if (!options.Quiet())
+        std::printf("stored %d of %d files (%lld bytes) to %s at %s in %.2f s: %d refused, %d failed, %d skipped\n",
+                    summary.stored, summary.stored + summary.refused + failed, static_cast<long long>(summary.bytes),
+                    options.called.c_str(), peer.c_str(), seconds, summary.refused, failed, summary.skipped);
     if (!FinishOutput("store"))
         return 1;
     return summary.refused == 0 && failed == 0 && summary.stored > 0 ? 0 : 1;

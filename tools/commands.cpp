@@ -4,7 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include <sys/stat.h>
+
+#include "dicomdata/dicomitem.h"
 #include "imageinfo/dicominfo.h"
+#include "platform/text.h"
 
 const std::vector<ToolCommand>& ToolCommands()
 {
@@ -21,6 +25,7 @@ const std::vector<ToolCommand>& ToolCommands()
          RunWorklist},
         {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
         {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
+        {"print", "print grayscale images on a DICOM printer, one film per image (HOST PORT IMAGE...)", RunPrint},
         {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},
         {"edit", "change elements of a DICOM file (--set KEY=VALUE), or make it a new instance", RunEdit},
         {"dicomdir", "create, extend or list a DICOMDIR (create DIR | add DICOMDIR FILE... | list [--json] DICOMDIR)",
@@ -44,5 +49,33 @@ bool FinishOutput(const char* command)
     if (std::fflush(stdout) == 0 && !std::ferror(stdout))
         return true;
     std::fprintf(stderr, "zeldicom %s: standard output: %s\n", command, std::strerror(errno != 0 ? errno : EIO));
+    return false;
+}
+
+std::unique_ptr<CDicomItem> LoadObject(const char* in, std::string& error)
+{
+    auto root = std::make_unique<CDicomItem>(u"Object");
+    if (root->LoadObject(zeldicom::Utf8ToUtf16(in)))
+        return root;
+    error = std::string(in) + ": " + root->GetLastError().GetText();
+    return nullptr;
+}
+
+bool SaveObject(std::unique_ptr<CDicomItem> root, const char* in, const char* out, std::string& error)
+{
+    struct stat first {}, second {};
+    bool same = std::strcmp(in, out) == 0 || (stat(in, &first) == 0 && stat(out, &second) == 0 &&
+                                              first.st_dev == second.st_dev && first.st_ino == second.st_ino);
+    if (same) {
+        CLastError failure;
+        CDicomItem* object = root.release();
+        if (CDicomItem::SaveModificationToExistingFile(object, zeldicom::Utf8ToUtf16(in), &failure))
+            return true;
+        error = std::string(in) + ": " + failure.GetText() + " (it is unchanged)";
+        return false;
+    }
+    if (root->SaveToFile(zeldicom::Utf8ToUtf16(out)))
+        return true;
+    error = std::string(out) + ": " + root->GetLastError().GetText();
     return false;
 }

@@ -1,6 +1,10 @@
 #pragma once
 // The table of subcommands; each lives in its own tools/cmd_*.cpp file.
+#include <memory>
+#include <string>
 #include <vector>
+
+class CDicomItem;
 
 struct ToolCommand {
     const char* name;
@@ -31,6 +35,15 @@ int RunCommit(int argc, char** argv);   // tools/cmd_commit.cpp
 int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
 int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
 int RunWorklist(int argc, char** argv); // tools/cmd_worklist.cpp
+int RunPrint(int argc, char** argv);    // tools/cmd_print.cpp
+
+// LoadObject reads the file in as an object root (null, with the words of
+// the failure in error); SaveObject writes it to the file out, which may be in
+// itself: then through a complete new copy that replaces in (its values
+// point into in's image). A failed save leaves out as it was; false with
+// the words of the failure in error.
+std::unique_ptr<CDicomItem> LoadObject(const char* in, std::string& error);
+bool SaveObject(std::unique_ptr<CDicomItem> root, const char* in, const char* out, std::string& error);
 
 // Gives the process the tool's UID root (new UIDs, Implementation Class UID)
 // unless the host part has set one.

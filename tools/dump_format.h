@@ -58,12 +58,17 @@ inline bool IsPrintableVR(std::string_view vr)
 }
 // Bytes per value of the binary number VRs (US 2, UL 4, FD 8, ...), 0 for others.
 int NumberWidth(std::string_view vr);
+// "%04X" and "%d" without the printf machinery: a dump formats several per line.
+void AppendHex4(std::string& out, int number);
+void AppendDecimal(std::string& out, long number);
+// Appends the index-th number of a binary number value (as FormatNumber).
+void AppendNumber(std::string& out, std::string_view vr, const unsigned char* bytes, size_t index);
 // The index-th number of a binary number value, as text (US/SS/UL/SL as
 // integers, FL with 9 and FD with 17 significant digits, SV/UV 64-bit).
 std::string FormatNumber(std::string_view vr, const unsigned char* bytes, size_t index);
 // The index-th attribute tag of an AT value, as GGGGEEEE.
 std::string FormatAttributeTag(const unsigned char* bytes, size_t index);
-// Up to maxBytes bytes as "0a 1b ..." (hex pairs separated by blanks).
-std::string HexPreview(const unsigned char* bytes, size_t size, size_t maxBytes);
+// Appends up to maxBytes bytes as "0a 1b ..." (hex pairs separated by blanks).
+void AppendHexPreview(std::string& out, const unsigned char* bytes, size_t size, size_t maxBytes);
 // RFC 4648 base64 of the bytes, appended to out.
 void AppendBase64(DumpOutput& out, const unsigned char* bytes, size_t size);

@@ -14,7 +14,6 @@
 
 using namespace zeldicom;
 
-namespace {
 void AppendJsonString(DumpOutput& out, std::string_view utf8)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
@@ -41,6 +40,8 @@ void AppendJsonString(DumpOutput& out, std::string_view utf8)
     out.Append(utf8.substr(start));
     out.Append('"');
 }
+
+namespace {
 
 // The VRs whose value is one text that may contain backslashes.
 bool IsSingleText(std::string_view vr)
@@ -133,7 +134,11 @@ public:
             m_out.Append(first ? "\n" : ",\n");
             first = false;
             m_out.Indent(level + 1);
-            m_out.AppendFormat("\"%04X%04X\": ", e.group, e.element);
+            m_key.assign(1, '"');
+            AppendHex4(m_key, e.group);
+            AppendHex4(m_key, e.element);
+            m_key += "\": ";
+            m_out.Append(m_key);
             Element(*e.node, level + 1);
             return true;
         });
@@ -294,6 +299,7 @@ private:
     }
 
     DumpOutput& m_out;
+    std::string m_key;  // "GGGGEEEE": , reused for every attribute
 };
 }
 

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "dicomdata/bytecursor.h"
 #include "dicomdata/dictionary.h"
 #include "dicomdata/tagtable.h"
 #include "dicomdata/vrtable.h"
@@ -29,11 +30,11 @@ constexpr size_t kHexBytes = 16;      // shown bytes of a binary value
 constexpr size_t kNameColumn = 56;    // where "# length, name" starts (after the indent)
 constexpr std::string_view kCut = "...";
 
-std::string LookUpAttributeName(int group, int element)
+std::string LookUpAttributeName(int group, int element, bool keyword)
 {
     if (const zeldicom::AttributeEntry* entry =
             zeldicom::FindAttribute(static_cast<uint16_t>(group), static_cast<uint16_t>(element)))
-        return entry->name();
+        return keyword && *entry->keyword() ? entry->keyword() : entry->name();
     std::u16string vr, description;
     if (CTagTable::GetTagInfo(group, element, vr, description) && !description.empty())
         return Utf16ToUtf8(description);
@@ -45,44 +46,30 @@ std::string LookUpAttributeName(int group, int element)
 }
 
 // Names are looked up once per tag: a series of files repeats the same tags.
-const std::string& AttributeName(int group, int element)
+// With keyword set, the attribute's keyword (as dcmdump shows it) where it has one.
+const std::string& AttributeName(int group, int element, bool keyword)
 {
-    static std::unordered_map<uint32_t, std::string> names;
-    uint32_t key = (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
+    static std::unordered_map<uint64_t, std::string> names;
+    uint64_t key = uint64_t{keyword} << 32 | (static_cast<uint32_t>(group) << 16) | static_cast<uint32_t>(element);
     auto found = names.find(key);
     if (found == names.end())
-        found = names.emplace(key, LookUpAttributeName(group, element)).first;
+        found = names.emplace(key, LookUpAttributeName(group, element, keyword)).first;
     return found->second;
-}
-
-void AppendHex4(std::string& out, int number)
-{
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    for (int shift = 12; shift >= 0; shift -= 4)
-        out.push_back(kDigits[(number >> shift) & 0xF]);
-}
-
-void AppendDecimal(std::string& out, long number)
-{
-    char digits[24];
-    auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    out.append(digits, end);
 }
 
 // Text shown on one line: control characters (CR, LF, TAB in LT/UT values)
 // become blanks, and the value is cut after kTextChars characters.
-std::string OneLineText(const std::u16string& text, bool cut)
+void AppendOneLineText(std::string& line, const std::u16string& text, bool cut)
 {
     std::u16string shown = text.size() > kTextChars ? text.substr(0, kTextChars) : text;
     for (char16_t& c : shown)
         if (c < 0x20)
             c = u' ';
-    std::string line(1, '[');
+    line.push_back('[');
     line += Utf16ToUtf8(shown);
     line.push_back(']');
     if (cut || text.size() > kTextChars)
         line += kCut;
-    return line;
 }
 
 // Character sets in which every byte below 0x80 is the ASCII character
@@ -98,12 +85,13 @@ bool AsciiCompatible(const std::string& label)
 }
 
 // Most values are plain ASCII: shown from their bytes as they are, without
-// the round trip through wide text. Empty when the value needs decoding.
-std::string AsciiTextValue(const CDicomItem& node)
+// the round trip through wide text. False (nothing appended) when the value
+// needs decoding.
+bool AppendAsciiText(std::string& line, const CDicomItem& node)
 {
     size_t size = static_cast<size_t>(node.GetDataSize());
     if (size > kTextBytes || !AsciiCompatible(node.m_sCharacterSet))
-        return {};
+        return false;
     const unsigned char* bytes = node.GetData();
     // Trailing blanks and NULs are padding, as the decoders see it.
     while (size > 0 && (bytes[size - 1] == ' ' || bytes[size - 1] == '\0'))
@@ -112,86 +100,90 @@ std::string AsciiTextValue(const CDicomItem& node)
     size_t checked = size < kTextChars + 1 ? size : kTextChars + 1;
     for (size_t i = 0; i < checked; ++i)
         if (bytes[i] >= 0x80 || bytes[i] == 0x1B)
-            return {};
+            return false;
     size_t shown = size < kTextChars ? size : kTextChars;
-    std::string line;
-    line.reserve(shown + 2 + kCut.size());
-    line.push_back('[');
+    size_t at = line.size();
+    line.resize(at + shown + 2);
+    char* out = line.data() + at;
+    *out++ = '[';
     for (size_t i = 0; i < shown; ++i)
-        line.push_back(bytes[i] < 0x20 ? ' ' : static_cast<char>(bytes[i]));
-    line.push_back(']');
+        out[i] = bytes[i] < 0x20 ? ' ' : static_cast<char>(bytes[i]);
+    out[shown] = ']';
     if (size > kTextChars)
         line += kCut;
-    return line;
+    return true;
 }
 
-std::string TextValue(const CDicomItem& node, const std::string& vr)
+void AppendTextValue(std::string& line, const CDicomItem& node, const std::string& vr)
 {
-    std::string ascii = AsciiTextValue(node);
-    if (!ascii.empty())
-        return ascii;
+    if (AppendAsciiText(line, node))
+        return;
     int size = node.GetDataSize();
     if (static_cast<size_t>(size) <= kTextBytes) {
         std::u16string text;
         node.GetTagValue(vr, text);
-        return OneLineText(text, false);
+        AppendOneLineText(line, text, false);
+        return;
     }
     // A long text (a report in UT) is decoded from its start only.
     std::string head(reinterpret_cast<const char*>(node.GetData()), kTextBytes);
     std::u16string text = CDicomItem::TranslateTagValueFromDicomToUnicode(
         head, vr, AsciiToWide(node.m_sCharacterSet));
-    return OneLineText(text, true);
+    AppendOneLineText(line, text, true);
 }
 
-std::string NumberValue(const CDicomItem& node, const std::string& vr)
+void AppendNumberValue(std::string& line, const CDicomItem& node, const std::string& vr)
 {
     size_t width = static_cast<size_t>(NumberWidth(vr));
     size_t count = static_cast<size_t>(node.GetDataSize()) / width;
     size_t shown = count < kMaxNumbers ? count : kMaxNumbers;
-    std::string text;
     for (size_t i = 0; i < shown; ++i) {
         if (i > 0)
-            text.push_back('\\');
-        text += FormatNumber(vr, node.GetData(), i);
+            line.push_back('\\');
+        AppendNumber(line, vr, node.GetData(), i);
     }
-    if (shown < count)
-        text += FormatText("\\%s (%zu values)", kCut.data(), count);
-    if (static_cast<size_t>(node.GetDataSize()) % width != 0)
-        text += FormatText(" (+%zu odd bytes)", static_cast<size_t>(node.GetDataSize()) % width);
-    return text;
+    if (shown < count) {
+        line.push_back('\\');
+        line += kCut;
+        line += " (";
+        AppendDecimal(line, static_cast<long>(count));
+        line += " values)";
+    }
+    if (size_t odd = static_cast<size_t>(node.GetDataSize()) % width) {
+        line += " (+";
+        AppendDecimal(line, static_cast<long>(odd));
+        line += " odd bytes)";
+    }
 }
 
-std::string TagListValue(const CDicomItem& node)
+void AppendTagListValue(std::string& line, const CDicomItem& node)
 {
     size_t count = static_cast<size_t>(node.GetDataSize()) / 4;
     size_t shown = count < kMaxNumbers ? count : kMaxNumbers;
-    std::string text;
     for (size_t i = 0; i < shown; ++i) {
         if (i > 0)
-            text.push_back('\\');
-        std::string tag = FormatAttributeTag(node.GetData(), i);
-        text.push_back('(');
-        text.append(tag, 0, 4);
-        text.push_back(',');
-        text.append(tag, 4, std::string::npos);
-        text.push_back(')');
+            line.push_back('\\');
+        const unsigned char* p = node.GetData() + i * 4;
+        line.push_back('(');
+        AppendHex4(line, ByteCursor::loadUint16LE(p));
+        line.push_back(',');
+        AppendHex4(line, ByteCursor::loadUint16LE(p + 2));
+        line.push_back(')');
     }
     if (shown < count) {
-        text.push_back('\\');
-        text += kCut;
+        line.push_back('\\');
+        line += kCut;
     }
-    return text;
 }
 
-std::string BinaryValue(const CDicomItem& node)
+void AppendBinaryValue(std::string& line, const CDicomItem& node)
 {
     size_t size = static_cast<size_t>(node.GetDataSize());
-    std::string text = HexPreview(node.GetData(), size, kHexBytes);
+    AppendHexPreview(line, node.GetData(), size, kHexBytes);
     if (size > kHexBytes) {
-        text.push_back(' ');
-        text += kCut;
+        line.push_back(' ');
+        line += kCut;
     }
-    return text;
 }
 
 int CountItems(const CDicomItem& element)
@@ -200,40 +192,47 @@ int CountItems(const CDicomItem& element)
     return items ? items->GetChildItemCount(u"eE000") : 0;
 }
 
+void AppendCount(std::string& line, const char* what, int count)
+{
+    line.push_back('(');
+    line += what;
+    line += ", ";
+    AppendDecimal(line, count);
+    line += count == 1 ? " item)" : " items)";
+}
+
 // The value column of an ordinary element.
-std::string ValueColumn(const DumpElement& e, const std::string& vr)
+void AppendValueColumn(std::string& line, const DumpElement& e, const std::string& vr)
 {
     const CDicomItem& node = *e.node;
-    if (vr == "SQ") {
-        int items = CountItems(node);
-        return FormatText("(sequence, %d item%s)", items, items == 1 ? "" : "s");
+    if (vr == "SQ")
+        return AppendCount(line, "sequence", CountItems(node));
+    if (node.GetDataSize() == -1 && ItemGroupOf(node))
+        return AppendCount(line, "encapsulated", CountItems(node));
+    if (!node.GetData() || node.GetDataSize() <= 0) {
+        line += "(no value)";
+        return;
     }
-    if (ItemGroupOf(node) && node.GetDataSize() == -1) {
-        int fragments = CountItems(node);
-        return FormatText("(encapsulated, %d item%s)", fragments, fragments == 1 ? "" : "s");
-    }
-    if (!node.GetData() || node.GetDataSize() <= 0)
-        return "(no value)";
     if (vr == "UI") {
         // A registered UID is shown with its name, as "=CTImageStorage".
-        std::string value = TextValue(node, vr);
+        AppendTextValue(line, node, vr);
         size_t size = static_cast<size_t>(node.GetDataSize());
         if (size <= 64) {
             if (const zeldicom::UidEntry* uid =
                     zeldicom::FindUid(std::string_view(reinterpret_cast<const char*>(node.GetData()), size))) {
-                value += " =";
-                value += uid->keyword();
+                line += " =";
+                line += uid->keyword();
             }
         }
-        return value;
+        return;
     }
     if (IsTextVR(vr))
-        return TextValue(node, vr);
+        return AppendTextValue(line, node, vr);
     if (NumberWidth(vr) > 0)
-        return NumberValue(node, vr);
+        return AppendNumberValue(line, node, vr);
     if (vr == "AT")
-        return TagListValue(node);
-    return BinaryValue(node);
+        return AppendTagListValue(line, node);
+    AppendBinaryValue(line, node);
 }
 
 // How many values the element holds (dcmdump's VM column): values of text
@@ -260,7 +259,7 @@ int ValueMultiplicity(const CDicomItem& node, const std::string& vr)
 
 class TextDumper {
 public:
-    explicit TextDumper(DumpOutput& out) : m_out(out) {}
+    explicit TextDumper(DumpOutput& out, bool keywords = false) : m_out(out), m_keywords(keywords) {}
 
     void DataSet(const CDicomItem& dataSet, int level)
     {
@@ -274,8 +273,8 @@ public:
     }
 
 private:
-    void Line(int level, const DumpElement& e, std::string_view vr, const std::string& value, const std::string& name,
-              int multiplicity = 1)
+    // "(gggg,eeee) VR ": the value column is appended to it, then EndLine.
+    std::string& BeginLine(const DumpElement& e, std::string_view vr)
     {
         std::string& line = m_line;
         line.assign(1, '(');
@@ -285,7 +284,12 @@ private:
         line += ") ";
         line += vr.empty() ? std::string_view("--") : IsPrintableVR(vr) ? vr : std::string_view("??");
         line.push_back(' ');
-        line += value;
+        return line;
+    }
+
+    void EndLine(int level, const DumpElement& e, std::string_view name, int multiplicity = 1)
+    {
+        std::string& line = m_line;
         size_t column = kNameColumn > static_cast<size_t>(level) * 2 ? kNameColumn - static_cast<size_t>(level) * 2 : 0;
         if (line.size() < column)
             line.append(column - line.size(), ' ');
@@ -308,7 +312,8 @@ private:
     void Element(const DumpElement& e, int level)
     {
         std::string vr = e.node->GetVR();
-        Line(level, e, vr, ValueColumn(e, vr), AttributeName(e.group, e.element), ValueMultiplicity(*e.node, vr));
+        AppendValueColumn(BeginLine(e, vr), e, vr);
+        EndLine(level, e, AttributeName(e.group, e.element, m_keywords), ValueMultiplicity(*e.node, vr));
         Items(*e.node, level + 1);
     }
 
@@ -325,44 +330,57 @@ private:
     {
         const CDicomItem& node = *e.node;
         if (e.element == 0xE00D) {
-            static const std::string kName = "Item Delimitation Item";
-            Line(level, e, "", "(item delimiter)", kName);
+            BeginLine(e, "") += "(item delimiter)";
+            EndLine(level, e, "Item Delimitation Item");
             return;
         }
         if (e.element == 0xE0DD) {
-            static const std::string kName = "Sequence Delimitation Item";
-            Line(level, e, "", "(sequence delimiter)", kName);
+            BeginLine(e, "") += "(sequence delimiter)";
+            EndLine(level, e, "Sequence Delimitation Item");
             return;
         }
         if (e.element != 0xE000) {
-            Line(level, e, node.GetVR(), node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)",
-                 AttributeName(e.group, e.element));
+            std::string& line = BeginLine(e, node.GetVR());
+            if (node.GetData() && node.GetDataSize() > 0)
+                AppendBinaryValue(line, node);
+            else
+                line += "(no value)";
+            EndLine(level, e, AttributeName(e.group, e.element, m_keywords));
             return;
         }
-        std::u16string parentVR;
-        node.GetItemValue(std::u16string(u"ParentVR"), parentVR);
-        if (parentVR == u"SQ") {
-            static const std::string kName = "Item";
-            Line(level, e, "", FormatText("(item %d)", number), kName);
+        const CXmlItem* parentVR = node.GetChildItem(kParentVR);
+        if (parentVR && parentVR->m_sValue == u"SQ") {
+            std::string& line = BeginLine(e, "");
+            line += "(item ";
+            AppendDecimal(line, number);
+            line.push_back(')');
+            EndLine(level, e, "Item");
             DataSet(node, level + 1);
             return;
         }
         // An item that is not in a sequence: an encapsulated fragment (the
         // first one is the basic offset table), or a stray item.
-        std::string value = FormatText("(fragment %d) ", number - 1);
-        value += node.GetData() && node.GetDataSize() > 0 ? BinaryValue(node) : "(no value)";
-        static const std::string kTable = "Item (basic offset table)", kItem = "Item";
-        Line(level, e, "", value, number == 1 ? kTable : kItem);
+        std::string& line = BeginLine(e, "");
+        line += "(fragment ";
+        AppendDecimal(line, number - 1);
+        line += ") ";
+        if (node.GetData() && node.GetDataSize() > 0)
+            AppendBinaryValue(line, node);
+        else
+            line += "(no value)";
+        EndLine(level, e, number == 1 ? "Item (basic offset table)" : "Item");
     }
 
+    const std::u16string kParentVR = u"ParentVR";
     DumpOutput& m_out;
     std::string m_line;  // reused: one allocation for all lines
+    bool m_keywords = false;
 };
 }
 
-void WriteTextDump(const CDicomItem& root, DumpOutput& out)
+void WriteTextDump(const CDicomItem& root, DumpOutput& out, bool keywords)
 {
-    TextDumper dumper(out);
+    TextDumper dumper(out, keywords);
     if (const auto* header = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Header")))) {
         out.Append("# File meta information\n");
         dumper.DataSet(*header, 0);

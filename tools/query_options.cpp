@@ -1,9 +1,34 @@
 // Options shared by `zeldicom find` and `zeldicom move`.
 #include "tools/query_options.h"
 
+#include <csignal>
 #include <cstdio>
+#include <memory>
 
 #include "dicomdata/dictionary.h"
+
+namespace {
+volatile std::sig_atomic_t g_interrupts = 0;
+// The first two go to the exchange (C-CANCEL, then A-ABORT); a third, for a
+// wait the exchange does not watch (connecting, negotiating), ends the program.
+extern "C" void CountInterrupt(int)
+{
+    g_interrupts = g_interrupts + 1;
+    if (g_interrupts >= 3) {
+        std::signal(SIGINT, SIG_DFL);
+        std::raise(SIGINT);
+    }
+}
+}
+
+std::function<int()> CatchInterrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = CountInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    return [] { return static_cast<int>(g_interrupts); };
+}
 
 bool ParseQueryKey(const std::string& text, QueryKey& key)
 {
@@ -27,69 +52,64 @@ bool ParseQueryKey(const std::string& text, QueryKey& key)
     return false;
 }
 
-int ReadQueryOptions(const char* name, int argc, char** argv, QR_REQUEST& request, bool& json,
-                     std::vector<char*>& rest)
+void AddQueryOptions(OptionReader& reader, QR_REQUEST& request)
 {
-    static const char* const kLevels[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};
-    bool levelGiven = false;
-    for (int i = 0; i < argc; ++i) {
-        std::string arg = argv[i];
-        auto missing = [&] {
-            std::fprintf(stderr, "zeldicom %s: %s needs a value\n", name, arg.c_str());
-            return 2;
-        };
-        if (arg == "--model") {
-            if (i + 1 >= argc)
-                return missing();
-            std::string model = argv[++i];
-            if (model != "patient" && model != "study") {
-                std::fprintf(stderr, "zeldicom %s: --model is patient or study, not '%s'\n", name, model.c_str());
-                return 2;
+    // The patient root model starts at PATIENT unless a level is given.
+    auto levelGiven = std::make_shared<bool>(false);
+    auto setModel = [&request, levelGiven](QR_REQUEST::Model model) {
+        request.model = model;
+        if (!*levelGiven)
+            request.level = model == QR_REQUEST::kPatientRoot ? "PATIENT" : "STUDY";
+    };
+    reader.Add("--model", "patient|study", "information model (default study)",
+               [setModel](const std::string& model) {
+                   if (model != "patient" && model != "study")
+                       return "'" + model + "' is neither patient nor study";
+                   setModel(model == "patient" ? QR_REQUEST::kPatientRoot : QR_REQUEST::kStudyRoot);
+                   return std::string();
+               });
+    reader.Add("-P", nullptr, "patient root model (--model patient)", [setModel](const std::string&) {
+        setModel(QR_REQUEST::kPatientRoot);
+        return std::string();
+    });
+    reader.Add("-S", nullptr, "study root model (--model study)", [setModel](const std::string&) {
+        setModel(QR_REQUEST::kStudyRoot);
+        return std::string();
+    });
+    auto setLevel = [&request, levelGiven](const std::string& level) {
+        for (const char* known : {"PATIENT", "STUDY", "SERIES", "IMAGE"})
+            if (level == known) {
+                request.level = level;
+                *levelGiven = true;
+                return std::string();
             }
-            request.model = model == "patient" ? QR_REQUEST::kPatientRoot : QR_REQUEST::kStudyRoot;
-        } else if (arg == "-P" || arg == "-S") {
-            request.model = arg == "-P" ? QR_REQUEST::kPatientRoot : QR_REQUEST::kStudyRoot;
-        } else if (arg == "--level") {
-            if (i + 1 >= argc)
-                return missing();
-            request.level = argv[++i];
-            bool known = false;
-            for (const char* level : kLevels)
-                known = known || request.level == level;
-            if (!known) {
-                std::fprintf(stderr, "zeldicom %s: --level is PATIENT, STUDY, SERIES or IMAGE, not '%s'\n", name,
-                             request.level.c_str());
-                return 2;
-            }
-            levelGiven = true;
-        } else if (arg == "-k" || arg == "--key") {
-            if (i + 1 >= argc)
-                return missing();
-            QueryKey key;
-            if (!ParseQueryKey(argv[++i], key)) {
-                std::fprintf(stderr, "zeldicom %s: '%s' is neither a keyword nor a tag gggg,eeee\n", name, argv[i]);
-                return 2;
-            }
-            // (0008,0052) given as a key is the level, as findscu takes it.
-            if (key.group == 0x0008 && key.element == 0x0052) {
-                request.level = key.value;
-                levelGiven = true;
-            } else {
-                request.keys.push_back(key);
-            }
-        } else if (arg == "--json") {
-            json = true;
-        } else if (arg == "-xi" || arg == "--implicit") {
-            request.transferSyntaxes = {"1.2.840.10008.1.2"};
-        } else if (arg == "-xe" || arg == "--explicit") {
-            request.transferSyntaxes = {"1.2.840.10008.1.2.1"};
-        } else if (arg == "-xb" || arg == "--big-endian") {
-            request.transferSyntaxes = {"1.2.840.10008.1.2.2"};
-        } else {
-            rest.push_back(argv[i]);
-        }
-    }
-    if (!levelGiven && request.model == QR_REQUEST::kPatientRoot)
-        request.level = "PATIENT";
-    return -1;
+        return "'" + level + "' is not PATIENT, STUDY, SERIES or IMAGE";
+    };
+    reader.Add("--level", "LEVEL", "PATIENT, STUDY, SERIES or IMAGE (default STUDY, PATIENT for -P)", setLevel);
+    reader.Add("--key -k", "KEY[=VALUE]", "a keyword or gggg,eeee; without =VALUE the attribute is returned",
+               [&request, setLevel](const std::string& text) {
+                   QueryKey key;
+                   if (!ParseQueryKey(text, key))
+                       return "'" + text + "' is neither a keyword nor a tag gggg,eeee";
+                   // (0008,0052) given as a key is the level, as findscu takes it.
+                   if (key.group == 0x0008 && key.element == 0x0052)
+                       return setLevel(key.value);
+                   request.keys.push_back(key);
+                   return std::string();
+               });
+    struct Syntax {
+        const char* names;
+        const char* help;
+        const char* uid;
+    };
+    static const Syntax kSyntaxes[] = {
+        {"--implicit -xi", "propose implicit VR little endian only", "1.2.840.10008.1.2"},
+        {"--explicit -xe", "propose explicit VR little endian only", "1.2.840.10008.1.2.1"},
+        {"--big-endian -xb", "propose explicit VR big endian only", "1.2.840.10008.1.2.2"},
+    };
+    for (const Syntax& syntax : kSyntaxes)
+        reader.Add(syntax.names, nullptr, syntax.help, [&request, uid = syntax.uid](const std::string&) {
+            request.transferSyntaxes = {uid};
+            return std::string();
+        });
 }

@@ -2,16 +2,21 @@
 // The options of the query/retrieve commands (find, move): information
 // model, level, keys and transfer syntax, in DCMTK's findscu/movescu
 // spellings too (-P, -S, -k, -xi, -xe, -xb).
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "network/usersocket.h"
+#include "tools/options.h"
 
-// Takes the query options out of argv into request; the arguments left are
-// for ReadAssociationOptions. Returns -1 to go on, else the exit status (2,
-// with a line on standard error).
-int ReadQueryOptions(const char* name, int argc, char** argv, QR_REQUEST& request, bool& json,
-                     std::vector<char*>& rest);
+// Adds the query options to a reader; they fill request as they are read
+// (the level defaults to PATIENT for the patient root model when none is given).
+void AddQueryOptions(OptionReader& reader, QR_REQUEST& request);
+
+// Ctrl-C during a query or retrieval: the first asks for C-CANCEL (the final
+// response is still awaited), a second for A-ABORT. The result is the
+// interruption check of CUserSocket::SetCancellation.
+std::function<int()> CatchInterrupts();
 
 // KEY[=VALUE] with KEY a keyword or gggg,eeee; false when KEY is neither.
 bool ParseQueryKey(const std::string& text, QueryKey& key);

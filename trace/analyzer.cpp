@@ -10,7 +10,7 @@
 #include "platform/resstring.h"
 #include "platform/text.h"
 #include "trace/dicomtrace.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -395,7 +395,9 @@ void DicomTraceAnalyzeBlock(std::string name, const unsigned char* data, uint32_
         }
         std::string words = available >= 2 ? GetMoreInfoTag(tag, value) : "";
         if (Level() >= 2) {
-            std::string line = FormatText("<%s>\t (%04X, %04X) %-32s %s 0x%04X ", name.c_str(), tag.wGroup,
+            // The description column is 32 characters wide: a longer name is cut
+            // so that VR, length and value stay in their columns.
+            std::string line = FormatText("<%s>\t (%04X, %04X) %-32.32s %s 0x%04X ", name.c_str(), tag.wGroup,
                                           tag.wElement, description.c_str(), vr.c_str(), tag.nLength) +
                                valueText;
             if (!words.empty())

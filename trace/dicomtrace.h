@@ -21,6 +21,11 @@ public:
     static int g_nTraceLevel;
     static void SetTrace(int level) { g_nTraceLevel = level; }
     static int Trace() { return g_nTraceLevel; }
+    // A host that shows the trace as it happens (a console, a window)
+    // installs a sink: every line is handed to it with its time stamp, and
+    // written to the file as well only when keepFile is set.
+    using TraceSink = void (*)(const std::string& line, void* context);
+    static void SetTraceSink(TraceSink sink, void* context, bool keepFile);
     // The temp folder followed by "DICOM%d.LOG" with today's date as
     // yyyymmdd; empty when there is no temp folder.
     static std::u16string GetTraceFile();

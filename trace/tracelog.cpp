@@ -13,6 +13,19 @@ using namespace zeldicom;
 
 int CDicomTraceSettings::g_nTraceLevel = 0;
 
+namespace {
+CDicomTraceSettings::TraceSink s_traceSink = nullptr;
+void* s_traceSinkContext = nullptr;
+bool s_traceFileToo = true;
+}  // namespace
+
+void CDicomTraceSettings::SetTraceSink(TraceSink sink, void* context, bool keepFile)
+{
+    s_traceSink = sink;
+    s_traceSinkContext = context;
+    s_traceFileToo = keepFile || !sink;
+}
+
 std::u16string CDicomTraceSettings::GetTraceFile()
 {
     std::u16string folder = CAppPath::GetAppPathInstance().GetPath(u"temp");
@@ -28,6 +41,14 @@ void DicomTraceStr(const std::string& text)
     int level = CDicomTraceSettings::g_nTraceLevel;
     if (level == 0)
         return;
+    std::tm now{};
+    GetLocalTime(now);
+    std::string line = FormatText("[%d/%02d/%02d-%02d:%02d:%02d] %s", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday,
+                                  now.tm_hour, now.tm_min, now.tm_sec, text.c_str());
+    if (s_traceSink && level != 3)
+        s_traceSink(line, s_traceSinkContext);
+    if (!s_traceFileToo)
+        return;
     std::string path = Utf16ToUtf8(CDicomTraceSettings::GetTraceFile());
     if (path.empty())
         return;
@@ -38,10 +59,7 @@ void DicomTraceStr(const std::string& text)
     if (!file)
         return;
     if (level != 3) {
-        std::tm now{};
-        GetLocalTime(now);
-        std::fprintf(file, "[%d/%02d/%02d-%02d:%02d:%02d] %s\n", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday,
-                     now.tm_hour, now.tm_min, now.tm_sec, text.c_str());
+        std::fprintf(file, "%s\n", line.c_str());
         std::fflush(file);
     }
     std::fclose(file);

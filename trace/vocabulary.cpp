@@ -1,3 +1,4 @@
+#include "dicomdata/dictionary.h"
 #include "trace/vocabulary.h"
 
 #include <cstring>
@@ -213,5 +214,10 @@ std::string GetClearUID(std::string uid)
     for (const UidName& row : kUidNames)
         if (uid == row.uid)
             return row.name;
+    // Behind the trace's own names, the UID registry of PS3.6 Annex A, taken
+    // only for the exact UID (a trailing blank is not the UID).
+    const zeldicom::UidEntry* entry = zeldicom::FindUid(uid);
+    if (entry && uid == entry->uid())
+        return entry->name();
     return "Unknown SOP Class";
 }

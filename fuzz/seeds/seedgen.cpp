@@ -262,7 +262,10 @@ int AddSamples(const std::string& folder, const std::string& samples)
                                       static_cast<size_t>(name->GetDataSize())));
         }
         Bytes run(bytes.begin() + 132 + metaLength, bytes.end());
-        WriteRunSeeds(folder, seedName, run, CDicomItem::IsExplicitVR(Trim(transferSyntax)));
+        if (CDicomItem::IsBigEndian(Trim(transferSyntax)))
+            WriteSeed(folder, "fuzz_bigendian", seedName, run);
+        else
+            WriteRunSeeds(folder, seedName, run, CDicomItem::IsExplicitVR(Trim(transferSyntax)));
     }
     closedir(dir);
     return added;
@@ -343,6 +346,7 @@ int main(int argc, char** argv)
         for (const auto& [name, bytes] : pdus) {
             ok = WriteSeed(folder, "fuzz_pdu", name, bytes) && ok;
             ok = WriteSeed(folder, "fuzz_associate", name, bytes) && ok;
+            ok = WriteSeed(folder, "fuzz_pduroundtrip", name, bytes) && ok;
             ok = WriteSeed(folder, "fuzz_trace", name, WithPrefix({1}, bytes)) && ok;
         }
         Bytes command = echoResponse(1, 0xA700);

@@ -135,12 +135,38 @@ def restore_known_vr(data_set):
             data_set[element.tag] = DataElement_from_raw(raw, encoding=data_set._character_set)
 
 
+SWAP_WIDTHS = {"OW": 2, "OF": 4, "OL": 4, "OD": 8, "OV": 8}
+
+
+def restore_little_endian(data_set):
+    """pydicom keeps the OW, OF, OL, OD and OV values of a big endian file in
+    the file's byte order; the JSON model's InlineBinary holds them little
+    endian (as DCMTK's dcm2json writes them). Native pixel data swap by Bits
+    Allocated."""
+    if data_set.is_little_endian is not False:
+        return
+    for element in list(data_set):
+        if element.VR == "SQ":
+            for item in element.value:
+                item.is_little_endian = False
+                restore_little_endian(item)
+        elif element.VR in SWAP_WIDTHS and isinstance(element.value, bytes):
+            width = SWAP_WIDTHS[element.VR]
+            if element.tag == 0x7FE00010 and data_set.get("BitsAllocated") in (32, 64):
+                width = data_set.BitsAllocated // 8
+            value = element.value
+            whole = len(value) // width * width
+            swapped = b"".join(value[i:i + width][::-1] for i in range(0, whole, width)) + value[whole:]
+            data_set[element.tag].value = swapped
+
+
 def compare_file(dicom_path, ours):
     counts.clear()
     mismatches.clear()
     try:
         data_set = pydicom.dcmread(dicom_path, force=True)
         restore_known_vr(data_set)
+        restore_little_endian(data_set)
         theirs = data_set.to_json_dict()
     except Exception:  # noqa: BLE001 - any failure of the peer
         return ["skipped"]

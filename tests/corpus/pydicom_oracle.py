@@ -4,8 +4,8 @@ usage: pydicom_oracle.py MANIFEST DATA_DIR SCRATCH_DIR
 MANIFEST lines (tab-separated), written by the sweep:
   probe PATH            how pydicom classifies the file (meta information or not)
   text PATH             every SH LO PN LT ST UT value as pydicom decodes it
-  json PATH             one object of the concatenated `zeldicom dump --json` output,
-                        in order (the output's path is the line "jsonout PATH")
+  json PATH             the file's line of the `zeldicom dump --json` output of all files
+                        (NDJSON: {"file": PATH, "dataset": ...}; its path is the line "jsonout PATH")
   pair SOURCE COPY [reencoded]   a `convert` round trip, compared through pydicom's JSON
 Every answer line is "PATH<TAB>kind<TAB>...". Besides, "info" lines describe
 the image record of every image of DATA_DIR (and of DCMTK's re-encodings and
@@ -103,6 +103,23 @@ def frame_offsets(ds, raw, frames, syntax):
         if joined != frame:
             return None, "fragments"
     return (offsets + [0] if len(offsets) == frames else None), "fragments"
+
+
+def pixels(out, ds, syntax):
+    """Native samples as pydicom's pixel_array holds them, little endian:
+    "pixels BYTES SUM" (the checksum of their bytes). Big endian objects swap
+    their samples by Bits Allocated."""
+    if syntax.startswith(COMPRESSED) or ds.get("BitsAllocated") not in (8, 16, 32, 64) or \
+            text(ds, "PhotometricInterpretation") == "YBR_FULL_422" or \
+            (ds.get("SamplesPerPixel", 1) > 1 and ds.get("PlanarConfiguration", 0) != 0):
+        return
+    try:
+        array = ds.pixel_array
+    except Exception:
+        return
+    raw = numpy.frombuffer(numpy.ascontiguousarray(array).astype(array.dtype.newbyteorder("<")).tobytes(), numpy.uint8)
+    weights = numpy.arange(1, raw.size + 1, dtype=numpy.uint64)
+    out.append("pixels %d %d" % (raw.size, int((weights * raw.astype(numpy.uint64)).sum(dtype=numpy.uint64)) % 2**32))
 
 
 def palettes(out, ds):
@@ -235,6 +252,8 @@ def describe(path):
     fields["sPatientOrientation"] = raw_text(ds, 0x00200020) or labels
     sex = text(ds, "PatientSex")[:1].upper()
     date = text(ds, "StudyDate")
+    if re.match(r"\d{4}\.\d{2}\.\d{2}$", date):  # the ACR-NEMA form yyyy.mm.dd, read by the record too
+        date = date.replace(".", "")
     fields.update(dRowSpacing=row, dColumnSpacing=column, nPixelDataOffset=raw.value_tell,
                   sModality=text(ds, "Modality"), sPatientID=text(ds, "PatientID"),
                   sPatientSex=sex if sex in ("F", "M") else "O",
@@ -248,6 +267,7 @@ def describe(path):
     if offsets is not None:
         out.append("pFrameOffsets.%s %s" % (kind, " ".join(map(str, offsets))))
     palettes(out, ds)
+    pixels(out, ds, syntax)
     if "ModalityLUTSequence" in ds and len(ds.ModalityLUTSequence):
         lut(out, "ModalityLut", ds.ModalityLUTSequence[0], "LUTDescriptor", "LUTData",
             signed=ds.get("PixelRepresentation", 0) == 1)
@@ -284,7 +304,7 @@ def images(data_dir):
         except Exception:
             continue
         syntax = str(ds.file_meta.get("TransferSyntaxUID", "")) if hasattr(ds, "file_meta") else ""
-        if "Rows" not in ds or "PixelData" not in ds or not ds.is_little_endian or syntax.endswith(".99"):
+        if "Rows" not in ds or "PixelData" not in ds or syntax.endswith(".99"):
             continue
         raw = ds.get_item(0x7FE00010)
         if raw.length != 0xFFFFFFFF and raw.value_tell + raw.length > os.path.getsize(path):
@@ -431,14 +451,18 @@ def classify(path):
 def as_json(path):
     dataset = pydicom.dcmread(path, force=True)
     json_compare.restore_known_vr(dataset)
+    json_compare.restore_little_endian(dataset)
     return dataset.to_json_dict(bulk_data_threshold=1 << 62)  # bulk values as they stand
 
 
 def by_value(data_set):
     """The JSON of a data set as a change of encoding must keep it: private
-    elements by presence (implicit VR loses their VR), OB and OW alike."""
+    elements by presence (implicit VR loses their VR), OB and OW alike,
+    without group lengths (their values follow the header sizes)."""
     result = {}
     for tag, element in data_set.items():
+        if tag.endswith("0000"):
+            continue
         if int(tag[:4], 16) % 2 == 1:
             result[tag] = "private"
             continue
@@ -466,19 +490,13 @@ def compare_pair(source, copy, reencoded):
 def main():
     manifest, data_dir, scratch = sys.argv[1:4]
     entries = [line.rstrip("\n").split("\t") for line in open(manifest, encoding="utf-8") if line.strip()]
-    json_objects = []
+    # `dump --json` of several files: NDJSON, one {"file", "dataset"} object a line.
+    json_objects = {}
     for kind, *rest in entries:
         if kind == "jsonout":
-            text = open(rest[0], encoding="utf-8").read()
-            decoder, at = json.JSONDecoder(), 0
-            while True:
-                while at < len(text) and text[at].isspace():
-                    at += 1
-                if at == len(text):
-                    break
-                obj, at = decoder.raw_decode(text, at)
-                json_objects.append(obj)
-    json_index = 0
+            for line in open(rest[0], encoding="utf-8"):
+                obj = json.loads(line)
+                json_objects[obj["file"]] = obj["dataset"]
     for kind, *rest in entries:
         path = rest[0]
         if kind == "probe":
@@ -488,8 +506,7 @@ def main():
             text_values(pydicom.dcmread(path), "", out)
             emit(out, path, "text")
         elif kind == "json":
-            ours = json_objects[json_index] if json_index < len(json_objects) else {}
-            json_index += 1
+            ours = json_objects.get(path, {})
             emit(json_compare.compare_file(path, ours), path, "json")
         elif kind == "pair":
             emit([rest[1] + "\t" + compare_pair(path, rest[1], len(rest) > 2)], path, "pair")

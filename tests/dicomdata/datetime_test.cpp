@@ -82,6 +82,28 @@ TEST(DatesAndTimes, DicomDateToNumberAndDisplayDate)
               });
 }
 
+TEST(DatesAndTimes, DicomValuesInIso8601)
+{
+    const struct {
+        const char16_t* value;
+        const char* vr;
+        const char16_t* iso;
+    } kCases[] = {
+        {u"20240131", "DA", u"2024-01-31"},     {u"2024.01.31", "DA", u"2024-01-31"},
+        {u"093005", "TM", u"09:30:05"},         {u"0930", "TM", u"09:30"},
+        {u"093005.25 ", "TM", u"09:30:05.25"},  {u"09:30:05", "TM", u"09:30:05"},
+        {u"20240131093005", "DT", u"2024-01-31T09:30:05"},
+        {u"20240131093005.5+0100", "DT", u"2024-01-31T09:30:05.5+01:00"},
+        {u"202401", "DT", u"2024-01"},
+        // Other shapes come back as they are.
+        {u"2024-01-31", "DA", u"2024-01-31"},  {u"31/01/2024", "DA", u"31/01/2024"},
+        {u"0930.5", "TM", u"0930.5"},          {u"93005", "TM", u"93005"},
+        {u"20240131", "LO", u"20240131"},      {u"2024013109300", "DT", u"2024013109300"},
+    };
+    for (const auto& c : kCases)
+        EXPECT_EQ(Utf16ToUtf8(Info::FormatDateTimeIso(c.value, c.vr)), Utf16ToUtf8(c.iso)) << Utf16ToUtf8(c.value);
+}
+
 TEST(PersonNames, FromDicomSplitsNamesAndTitles)
 {
     const struct {

@@ -321,3 +321,40 @@ TEST(InstanceEditing, NameTheCharacterSetCannotHoldSwitchesTheDataSetToUtf8)
     EXPECT_EQ(names, "Иванов^Jérôme|Контроль\n");
     std::remove(path.c_str());
 }
+
+// PS3.5 6.2: the form and length of each text VR's values.
+TEST(InstanceEditing, TypedValuesAreCheckedAgainstTheirVR)
+{
+    const struct {
+        const char* vr;
+        const char16_t* text;
+        bool fits;
+    } kCases[] = {
+        {"DA", u"20240229", true},        {"DA", u"20230229", false},     {"DA", u"2024-01-02", false},
+        {"DA", u"", true},                {"AE", u"STORESCP", true},      {"AE", u"ABCDEFGHIJKLMNOPQ", false},
+        {"AE", u"  PADDED_TITLE_16 ", true},
+        {"TM", u"235960.123456", true},   {"TM", u"2400", false},         {"TM", u"0930.5", false},
+        {"DT", u"20240102093005+0100", true}, {"DT", u"2024010209300", false},
+        {"DS", u"-1.5e3\\ 2 ", true},     {"DS", u"1,5", false},          {"DS", u"12345678901234567", false},
+        {"IS", u"2147483647", true},      {"IS", u"2147483648", false},   {"IS", u"1.0", false},
+        {"UI", u"1.2.840.10008.1.2", true}, {"UI", u"1.02.3", false},     {"UI", u"1..2", false},
+        {"CS", u"ORIGINAL\\PRIMARY", true}, {"CS", u"original", false},   {"AS", u"045Y", true},
+        {"AS", u"45Y", false},            {"PN", u"Doe^Jane^^Dr^Jr=Doe", true}, {"PN", u"a^b^c^d^e^f", false},
+        {"LO", u"line\nbreak", false},    {"LT", u"line\nbreak", true},   {"OB", u"anything", true},
+    };
+    for (const auto& c : kCases)
+        EXPECT_EQ(CheckValueForm(c.vr, c.text).empty(), c.fits) << c.vr << " " << Utf16ToUtf8(c.text);
+
+    ElementPath path;
+    std::string error;
+    ASSERT_TRUE(ParseElementPath("ReferencedImageSequence[2].(0008,1150)", path, error)) << error;
+    ASSERT_EQ(path.steps.size(), 2u);
+    EXPECT_EQ(path.steps[0].group, 0x0008);
+    EXPECT_EQ(path.steps[0].element, 0x1140);
+    EXPECT_EQ(path.steps[0].item, 2);
+    EXPECT_EQ(path.steps[1].element, 0x1150);
+    EXPECT_EQ(path.steps[1].item, -1);
+    for (const char* bad : {"ReferencedImageSequence.PatientName", "ReferencedImageSequence[0]", "PatientName[x].A",
+                            "NoSuchKeyword", "ReferencedImageSequence[0].", ""})
+        EXPECT_FALSE(ParseElementPath(bad, path, error)) << bad;
+}

@@ -76,7 +76,7 @@ def check(path):
             node = instance.node
             wanted = {"SERIES": ("SeriesInstanceUID", ds.SeriesInstanceUID),
                       "STUDY": ("StudyInstanceUID", ds.StudyInstanceUID),
-                      "PATIENT": ("PatientID", ds.PatientID)}
+                      "PATIENT": ("PatientID", ds.get("PatientID", ""))}
             if str(node._record.ReferencedSOPInstanceUIDInFile) != uid:
                 return "%s: record names %s" % (uid, node._record.ReferencedSOPInstanceUIDInFile)
             for ancestor in node.ancestors:

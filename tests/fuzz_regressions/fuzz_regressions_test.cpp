@@ -24,9 +24,10 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_text", zelfuzz::TextTarget},         {"fuzz_readinfo", zelfuzz::ReadInfoTarget},
     {"fuzz_lutoverlay", zelfuzz::LutOverlayTarget},
     {"fuzz_pdu", zelfuzz::PduTarget},           {"fuzz_associate", zelfuzz::AssociateAnswerTarget},
+    {"fuzz_pduroundtrip", zelfuzz::PduRoundTripTarget},
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
     {"fuzz_dicomdir", zelfuzz::DicomDirTarget},
-    {"fuzz_srload", zelfuzz::SrLoadTarget},
+    {"fuzz_srload", zelfuzz::SrLoadTarget},     {"fuzz_bigendian", zelfuzz::BigEndianTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)

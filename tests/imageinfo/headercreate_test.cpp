@@ -299,6 +299,12 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
             file.resize(file.size() - 8);
         std::string path = ScratchPath("created.dcm");
         ASSERT_TRUE(WriteFile(path, file));
+        // The host is told the class that was written.
+        CDicomItem created(u"Object");
+        std::u16string sopClass;
+        ASSERT_TRUE(created.LoadObject(Utf8ToUtf16(path)));
+        static_cast<CDicomItem*>(created.GetChildItem(std::u16string(u"Data")))->GetTagValue(0x0008, 0x0016, sopClass);
+        EXPECT_EQ(Trim(sopClass), record.GetCreateHeaderSOPClassUID()) << name;
         // dciodvfy stops on an assertion with 32 bits allocated (the RT
         // dose sample itself included); pydicom judges that one alone.
         if (pixels && record.nBitsAllocated <= 16) {

@@ -219,3 +219,48 @@ TEST(QueryRecords, FindStatusesInWords)
         EXPECT_EQ(final, row.final);
     }
 }
+
+// Query keys as the identifier carries them: text in the declared character
+// set (ISO_IR 192 declared for non-ASCII text when none is), binary numbers
+// only when they fit their VR.
+TEST(QueryRecords, IdentifierKeysInTheirCharacterSetAndRange)
+{
+    const std::string aeneas = "\xc3\x84neas*";  // "Äneas*" in UTF-8
+    const struct {
+        std::vector<QueryKey> keys;
+        bool encodes;
+        std::string declared, name;  // (0008,0005) and (0010,0010) as sent
+    } rows[] = {
+        {{{0x0010, 0x0010, aeneas}}, true, "ISO_IR 192", aeneas},
+        {{{0x0008, 0x0005, "ISO_IR 100"}, {0x0010, 0x0010, aeneas}}, true, "ISO_IR 100", "\xc4neas*"},
+        {{{0x0010, 0x0010, "DOE*"}}, true, "", "DOE*"},
+        {{{0x0008, 0x0005, "ISO_IR 100"}, {0x0010, 0x0010, "\xe7\x8e\x8b"}}, false, "", ""},  // not in Latin-1
+        {{{0x0028, 0x0010, "65535"}}, true, "", ""},
+        {{{0x0028, 0x0010, "70000"}}, false, "", ""},
+        {{{0x0028, 0x0010, "-1"}}, false, "", ""},
+    };
+    for (const auto& row : rows) {
+        EncodingSocket socket;
+        socket.Use(0);
+        QR_REQUEST request;
+        request.keys = row.keys;
+        CDynBuffer identifier;
+        ASSERT_EQ(socket.EncodeIdentifier(request, identifier), row.encodes) << row.keys.back().value;
+        if (!row.encodes)
+            continue;
+        CDynBuffer keep;
+        CDicomItem sent(u"Data");
+        ASSERT_TRUE(socket.LoadDataSet(identifier.GetData(), identifier.m_nSize, keep, sent));
+        auto text = [&](uint16_t group, uint16_t element) {
+            const CDicomItem* node = sent.GetTagItem(group, element);
+            std::string value = node ? std::string(reinterpret_cast<const char*>(node->GetData()), node->GetDataSize()) : "";
+            while (!value.empty() && value.back() == ' ')
+                value.pop_back();
+            return value;
+        };
+        EXPECT_EQ(text(0x0008, 0x0005), row.declared);
+        if (!row.name.empty()) {
+            EXPECT_EQ(text(0x0010, 0x0010), row.name);
+        }
+    }
+}

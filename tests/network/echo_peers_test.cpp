@@ -27,7 +27,7 @@ CliResult EchoWhenUp(const PeerProcess& peer, const std::string& aet, uint16_t p
     return RunCli({"echo", "-aec", aet, "--trace", traceDir, "127.0.0.1", std::to_string(port)});
 }
 
-void ExpectAnalysedTrace(const std::string& traceDir)
+std::string TraceFiles(const std::string& traceDir)
 {
     std::string log;
     for (const auto& entry : std::filesystem::directory_iterator(traceDir)) {
@@ -36,6 +36,11 @@ void ExpectAnalysedTrace(const std::string& traceDir)
         std::ifstream in(entry.path());
         log.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
+    return log;
+}
+
+void ExpectAnalysedTrace(const std::string& log)
+{
     for (const char* expected :
          {"PDU Type: 0x0001 (A-ASSOCIATE-RQ)", "PDU Type: 0x0002 (A-ASSOCIATE-AC)", "PDU Type: 0x0004 (P-DATA-TF)",
           "(0000, 0100) Command Field                    US 0x0002 0x8030 (32816) (C-ECHO-RSP)",
@@ -60,7 +65,27 @@ TEST(EchoPeers, Storescp)
     PeerProcess storescp({"storescp", "-aet", "STORESCP", "--ignore", std::to_string(port)}, folder);
     CliResult run = EchoWhenUp(storescp, "STORESCP", port, folder + "/trace");
     EXPECT_EQ(run.status, 0) << run.err;
-    ExpectAnalysedTrace(folder + "/trace");
+    ExpectAnalysedTrace(TraceFiles(folder + "/trace"));
+
+    // -d: the same analysed trace on standard error, and no trace file
+    // (the default temp folder is TMPDIR); -v: the steps; -q: nothing but errors.
+    std::filesystem::create_directories(folder + "/tmp");
+    CliResult debug = RunCli({"-c", "TMPDIR=\"$1\" exec \"$0\" echo -d -aec STORESCP 127.0.0.1 " + std::to_string(port),
+                              ZELDICOM_CLI, folder + "/tmp"},
+                             "/bin/sh");
+    EXPECT_EQ(debug.status, 0) << debug.err;
+    ExpectAnalysedTrace(debug.err);
+    EXPECT_TRUE(std::filesystem::is_empty(folder + "/tmp"));
+    CliResult verbose = RunCli({"echo", "-v", "-aec", "STORESCP", "-to", "5", "-ta", "5", "-td", "5", "127.0.0.1",
+                                std::to_string(port)});
+    EXPECT_EQ(verbose.status, 0) << verbose.err;
+    EXPECT_NE(verbose.err.find("Requesting association with STORESCP at 127.0.0.1:" + std::to_string(port)),
+              std::string::npos) << verbose.err;
+    EXPECT_NE(verbose.err.find("C-ECHO answered with status 0x0000"), std::string::npos) << verbose.err;
+    EXPECT_NE(verbose.out.find("success"), std::string::npos);
+    CliResult quiet = RunCli({"echo", "-q", "-aec", "STORESCP", "127.0.0.1", std::to_string(port)});
+    EXPECT_EQ(quiet.status, 0) << quiet.err;
+    EXPECT_EQ(quiet.out + quiet.err, "");
 }
 
 TEST(EchoPeers, Orthanc)
@@ -77,5 +102,5 @@ TEST(EchoPeers, Orthanc)
     PeerProcess orthanc({"Orthanc", folder + "/orthanc.json"}, folder);
     CliResult run = EchoWhenUp(orthanc, "ORTHANC", port, folder + "/trace");
     EXPECT_EQ(run.status, 0) << run.err;
-    ExpectAnalysedTrace(folder + "/trace");
+    ExpectAnalysedTrace(TraceFiles(folder + "/trace"));
 }

@@ -63,6 +63,28 @@ TEST(OrthancDimse, StoreFindMoveAndCommit)
         EXPECT_NE(find.out.find("1 match, final status 0x0000: Success"), std::string::npos) << find.out;
     }
 
+    // A patient named in Latin-1, found with a key given as UTF-8: declared
+    // ISO_IR 192 when no character set is given, encoded in ISO_IR 100 when
+    // that one is.
+    const std::string aeneas = folder + "/aeneas.dcm";
+    ASSERT_EQ(RunCli({"edit", ct, aeneas, "--set", "SpecificCharacterSet=ISO_IR 100", "--set",
+                      "PatientName=\xc3\x84neas^Test", "--set", "PatientID=AEN1", "--set",
+                      "StudyInstanceUID=1.2.826.0.1.3680043.10.1", "--set", "SeriesInstanceUID=1.2.826.0.1.3680043.10.2",
+                      "--new-instance"})
+                  .status,
+              0);
+    ASSERT_EQ(RunCli({"store", "-aec", "ORTHANC", "127.0.0.1", p, aeneas}).status, 0);
+    for (const char* declared : {"", "SpecificCharacterSet=ISO_IR 100"}) {
+        std::vector<std::string> args{"find", "-aec", "ORTHANC", "-k", "PatientName=\xc3\x84neas*", "-k", "PatientID"};
+        if (*declared)
+            args.insert(args.end(), {"-k", declared});
+        args.insert(args.end(), {"127.0.0.1", p});
+        CliResult find = RunCli(args);
+        EXPECT_EQ(find.status, 0) << find.err;
+        EXPECT_NE(find.out.find("[AEN1]"), std::string::npos) << declared << find.out;
+        EXPECT_NE(find.out.find("1 match, final status 0x0000"), std::string::npos) << declared << find.out;
+    }
+
     CliResult move = RunCli({"move", "-aec", "ORTHANC", "--dest", "MOVEDEST", "-k",
                              "StudyInstanceUID=1.3.6.1.4.1.5962.1.2.1.20040119072730.12322", "127.0.0.1", p});
     EXPECT_EQ(move.status, 0) << move.err;

@@ -34,7 +34,7 @@ TEST(QueryHostilePeer, WrongAnswersEndTheRunInWords)
         const char* words;
         bool matchShown;
     } cases[] = {
-        {"find", {Send(Response(0x8020, 9, 0xFF00, true)), Send(kMatch)}, "C-FIND response: a C-FIND response answers message 9, not 1", false},
+        {"find", {Send(Response(0x8020, 9, 0xFF00, true)), Send(kMatch)}, "C-FIND response: the C-FIND response answers message 9, not 1", false},
         {"find", {Send(Response(0x8030, 1, 0x0000, false))}, "the peer answered C-FIND-RQ with command 0x8030", false},
         {"find", {Send(Response(0x8020, 1, 0xFF00, true, 0x02))}, "a data PDV arrived inside a command set", false},
         {"find", {Send(pending), Send(kMatch), Close()}, "C-FIND response: the peer closed the connection", true},
@@ -42,7 +42,7 @@ TEST(QueryHostilePeer, WrongAnswersEndTheRunInWords)
         {"find", {Send(pending), Send(pdu(0x04, pdv(1, 0x02, Bytes{0x10, 0x00, 0x10, 0x00, 0xFF, 0x00, 0x00, 0x00})))},
          "a C-FIND response carries a malformed identifier", false},
         {"move", {Send(Response(0x8021, 1, 0xFF00, false)), Close()}, "C-MOVE response: the peer closed the connection", false},
-        {"move", {Send(Response(0x8021, 4, 0x0000, false))}, "a C-MOVE response answers message 4, not 1", false},
+        {"move", {Send(Response(0x8021, 4, 0x0000, false))}, "the C-MOVE response answers message 4, not 1", false},
     };
     for (const auto& hostile : cases) {
         SCOPED_TRACE(hostile.words);

@@ -159,6 +159,16 @@ TEST(QueryPeers, FindGivesFindscusMatchesAndMoveDeliversTheStudy)
         << json.out;
     EXPECT_NE(json.err.find("3 matches, final status 0x0000: Success"), std::string::npos) << json.err;
 
+    // C-CANCEL after the first of the three studies (findscu --cancel 1):
+    // one match reported. dcmqrscp may have sent all three before the
+    // C-CANCEL-RQ reaches it, so its final status is Cancel or Success (the
+    // scripted peer in AssociationEnd pins the Cancel case).
+    CliResult cancelled = RunCli({"find", "-aec", "QRSCP", "--cancel", "1", "-k", "StudyInstanceUID", "127.0.0.1", port});
+    EXPECT_EQ(Matches(cancelled.out, "# match").size(), 1u) << cancelled.out;
+    const bool byCancel = cancelled.out.find("1 match, final status 0xFE00: Cancel") != std::string::npos;
+    EXPECT_TRUE(byCancel || cancelled.out.find("1 match, final status 0x0000") != std::string::npos) << cancelled.out;
+    EXPECT_EQ(cancelled.status, byCancel ? 1 : 0) << cancelled.err;
+
     // C-MOVE of the CT study: its one instance reaches the destination.
     CliResult move = RunCli({"move", "-aec", "QRSCP", "--dest", "MOVEDEST", "-k",
                              std::string("StudyInstanceUID=") + kCtStudy, "127.0.0.1", port});

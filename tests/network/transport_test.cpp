@@ -9,7 +9,7 @@
 #include "network/pdu_fixtures.h"
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
-#include "trace/pdu.h"
+#include "pdu/pdu.h"
 
 using namespace pdufix;
 

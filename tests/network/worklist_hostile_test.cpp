@@ -137,7 +137,7 @@ TEST(WorklistHostilePeer, WrongAnswersEndWithinTheTimeOutInOneLine)
         {{Send(Response(1, 0xFF00, true)), Send(Response(1, 0x0000, false))},
          "C-FIND response: a command PDV arrived inside a data set", false},
         {{Send(Response(9, 0xFF00, true)), Send(Match("AAA^A "))},
-         "C-FIND response: a C-FIND response answers message 9, not 1", false},
+         "C-FIND response: the C-FIND response answers message 9, not 1", false},
         {{Send(Response(1, 0xFF00, true)), Send(Match("AAA^A ")), Stall(5000)}, "C-FIND response: timed out", true},
         {{Send(Response(1, 0xFF00, true)), Send(Match("AAA^A ")), Close()},
          "C-FIND response: the peer closed the connection", true},

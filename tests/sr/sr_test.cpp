@@ -234,13 +234,13 @@ TEST_F(SrPeers, ReportBuiltByTheLibraryIsReadByPeersRendersAsBuiltAndNavigates)
     // of the saved file agree, and show what was built.
     CSRTextContext drawn;
     SR_LAYOUT layout;
-    layout.bIndent = layout.bRelationship = true;
+    layout.bIndent = layout.bRelationship = layout.bIsoDates = true;
     report->Draw(drawn, layout);
     std::string rendered = Render(path);
     EXPECT_EQ(rendered, drawn.GetText());
     for (const char* shown :
          {"Patient's Name : Doe Jane", "Imaging Measurement Report", "  (HAS OBS CONTEXT) Person Observer Name : Smith John",
-          "Study Date : 02/01/2024", "Study Time : 09:30", "  (CONTAINS) Findings", "    (CONTAINS) Finding : Mass",
+          "Study Date : 2024-01-02", "Study Time : 09:30:15", "Patient's Birth Date : 1970-04-12", "  (CONTAINS) Findings", "    (CONTAINS) Finding : Mass",
           "      (HAS PROPERTIES) Length : 12.5 millimeter",
           "        (INFERRED FROM) : CT Image Storage 1.2.826.0.1.3680043.2.1125.1.22",
           "(CONTAINS) Key Object Description : Round mass\n", "in the left lobe",

@@ -181,6 +181,17 @@ TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
         EXPECT_LE(IodErrors(edited), sourceErrors) << name;
         ExpectDcmdumpReads(edited);
 
+        // Erasing, and reaching into items: a new sequence, then one element of its item.
+        run = RunCli({"edit", source, edited, "--erase", "PatientName", "--set",
+                      "ReferencedImageSequence[0].ReferencedSOPInstanceUID=1.2.3"});
+        ASSERT_EQ(run.status, 0) << name << ": " << run.err;
+        EXPECT_EQ(Words(RunCli({kOracle, "diff", source, edited}, "/usr/bin/python3").out),
+                  Words("0008,1140 0010,0010")) << name;
+        ASSERT_EQ(RunCli({"edit", edited, copy, "-m", "(0008,1140)[0].(0008,1150)=1.2.840.10008.5.1.4.1.1.2"}).status, 0);
+        EXPECT_EQ(Words(RunCli({kOracle, "diff", edited, copy}, "/usr/bin/python3").out),
+                  Words("0008,1140[0].0008,1150")) << name;
+        EXPECT_LE(IodErrors(copy), sourceErrors + 1) << name;  // the new sequence may be one the IOD does not know
+
         run = RunCli({"edit", "--new-instance", source, edited});
         ASSERT_EQ(run.status, 0) << name << ": " << run.err;
         std::set<std::string> changed = Words(RunCli({kOracle, "diff", source, edited}, "/usr/bin/python3").out);
@@ -197,13 +208,20 @@ TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
         EXPECT_EQ(MetaAndDataUid(copy, dataUid), "1.2.3.4") << name;
         EXPECT_EQ(dataUid, "1.2.3.4") << name;
         Bytes before = ReadFile(copy);
+        // Values not of their VR's form or length are refused (PS3.5 6.2);
+        // --force writes them.
         for (const char* bad : {"Rows=lots", "ReferencedImageSequence=x", "(0008,0000)=1", "(0029,1099)=x",
-                                "TransferSyntaxUID=1.2.840.10008.1.2.1"}) {
+                                "TransferSyntaxUID=1.2.840.10008.1.2.1", "StudyDate=2024-01-02",
+                                "RetrieveAETitle=ABCDEFGHIJKLMNOPQRSTU", "SOPInstanceUID=1.02.3",
+                                "ReferencedImageSequence[1].ReferencedSOPInstanceUID=1.2"}) {
             CliResult refused = RunCli({"edit", copy, copy, "--set", "PatientID=changed", "--set", bad});
             EXPECT_EQ(refused.status, 1) << name << " " << bad;
             EXPECT_NE(refused.err.find("zeldicom edit: "), std::string::npos) << refused.err;
         }
         EXPECT_EQ(ReadFile(copy), before) << name;
+        EXPECT_EQ(RunCli({"edit", copy, copy, "--erase", "PatientTelecomInformation"}).status, 1) << name;
+        ASSERT_EQ(RunCli({"edit", copy, copy, "--force", "--set", "StudyDate=2024-01-02"}).status, 0) << name;
+        EXPECT_NE(RunCli({"dump", copy}).out.find("(0008,0020) DA [2024-01-02]"), std::string::npos) << name;
     }
     EXPECT_EQ(RunCli({"edit", edited, copy, "--set", "NoSuchKeyword=1"}).status, 2);
     EXPECT_EQ(RunCli({"edit", edited, copy, "--set", "PatientName"}).status, 2);

@@ -8,7 +8,8 @@ the compressed header writer make.
   capture_edit_oracle.py fragments DCM FRAMES HEX[,HEX...]
       DCM holds FRAMES frames in exactly these pixel data fragments
   capture_edit_oracle.py diff A B
-      the tags (meta information and data set, top level) whose values differ
+      the tags (meta information and data set) whose values differ, those in
+      items of sequences as SEQ[n].TAG
 
 Prints "ok" (or, for diff, the tags) on success, one line per problem otherwise.
 """
@@ -96,15 +97,26 @@ def check_fragments(path, frames, fragments):
     return problems
 
 
+def differing_in(left, right, prefix, tags):
+    """The tags whose values differ; inside sequences of as many items on
+    both sides, the item's tags as SEQ[n].TAG."""
+    for tag in sorted(set(left.keys()) | set(right.keys())):
+        if tag.element == 0:  # group lengths follow their groups
+            continue
+        name = f"{prefix}{tag.group:04X},{tag.element:04X}"
+        if tag in left and tag in right and left[tag].VR == "SQ" and right[tag].VR == "SQ" \
+                and len(left[tag].value) == len(right[tag].value):
+            for index, (a, b) in enumerate(zip(left[tag].value, right[tag].value)):
+                differing_in(a, b, f"{name}[{index}].", tags)
+        elif tag not in left or tag not in right or left[tag].value != right[tag].value:
+            tags.append(name)
+
+
 def differing_tags(first, second):
     a, b = read(first), read(second)
     tags = []
-    for left, right in ((a.file_meta, b.file_meta), (a, b)):
-        for tag in sorted(set(left.keys()) | set(right.keys())):
-            if tag.element == 0:  # group lengths follow their groups
-                continue
-            if tag not in left or tag not in right or left[tag].value != right[tag].value:
-                tags.append(f"{tag.group:04X},{tag.element:04X}")
+    differing_in(a.file_meta, b.file_meta, "", tags)
+    differing_in(a, b, "", tags)
     return tags
 
 

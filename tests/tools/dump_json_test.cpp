@@ -81,3 +81,20 @@ TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
               std::vector<std::string>{})
         << run.out;
 }
+
+// Several files, or --ndjson, give one line per file naming it (the corpus
+// sweep parses such output of every sample); one file keeps the bare object.
+TEST(DumpJson, SeveralFilesAreOneLineEachWithTheirPath)
+{
+    CliResult two = RunCli({"dump", "--json", kSample, kSample});
+    ASSERT_EQ(two.status, 0) << two.err;
+    std::vector<std::string> lines = Lines(two.out);
+    ASSERT_EQ(lines.size(), 2u) << two.out;
+    for (const std::string& line : lines) {
+        EXPECT_EQ(line.rfind("{\"file\": \"" + kSample + "\", \"dataset\": {\"00080005\": ", 0), 0u) << line;
+        EXPECT_EQ(line.back(), '}');
+    }
+    CliResult one = RunCli({"dump", "--ndjson", kSample});
+    EXPECT_EQ(one.out, lines[0] + "\n");
+    EXPECT_EQ(RunCli({"dump", "--json", kSample}).out.find("\"file\""), std::string::npos);
+}

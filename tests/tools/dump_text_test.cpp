@@ -161,3 +161,19 @@ TEST(DumpText, A512MiBFileIsDumpedWithoutReadingItsPixels)
     RecordProperty("seconds", std::to_string(run.seconds));
     RecordProperty("max_resident_kib", std::to_string(run.maxResidentKiB));
 }
+
+// --keywords: the keyword column dcmdump users grep, the layout otherwise the
+// same; elements without a keyword keep their names.
+TEST(DumpText, KeywordsReplaceNamesAndNothingElse)
+{
+    CliResult names = RunCli({"dump", kSample}), keywords = RunCli({"dump", "--keywords", kSample});
+    ASSERT_EQ(keywords.status, 0) << keywords.err;
+    std::vector<std::string> a = Lines(names.out), b = Lines(keywords.out);
+    ASSERT_EQ(a.size(), b.size());
+    EXPECT_NE(keywords.out.find("(0010,0010) PN [Doe^Jane^^Ms]                            # 12, 1 PatientName\n"),
+              std::string::npos) << keywords.out;
+    EXPECT_NE(keywords.out.find("# 14, 1 Private\n"), std::string::npos);
+    EXPECT_NE(keywords.out.find("# 0, 1 Item Delimitation Item\n"), std::string::npos);
+    for (size_t i = 0; i < a.size(); ++i)
+        EXPECT_EQ(a[i].substr(0, a[i].find(" # ")), b[i].substr(0, b[i].find(" # "))) << a[i];
+}

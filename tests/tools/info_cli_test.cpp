@@ -123,3 +123,51 @@ TEST(InfoCommand, EnhancedObjectAgreesWithGdcminfo)
     EXPECT_NE(text.out.find("image position         -2.352000e+02\\-2.268000e+02\\-1.286900e+02"), std::string::npos)
         << text.out;
 }
+
+// Several files (or --ndjson) give one JSON object a line with the file's
+// path; dates and times are ISO 8601; the file's name and sex stand beside
+// the record's normalised forms where these differ.
+TEST(InfoCommand, SeveralFilesAreNdjsonWithIsoDatesAndTheFilesValues)
+{
+    std::string data = PydicomDataDir();
+    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    std::string ct = data + "/test_files/CT_small.dcm", mr = data + "/test_files/MR_small.dcm";
+    std::string noSex = ScratchPath("nosex.dcm");
+    WriteFile(noSex, fileImage("1.2.840.10008.1.2.1", cat({elem(0x0008, 0x0016, "UI", "1.2.840.10008.5.1.4.1.1.7"),
+                                                            elem(0x0008, 0x0020, "DA", "20240102"),
+                                                            elem(0x0010, 0x0010, "PN", "Doe^Jane"),
+                                                            elem(0x0010, 0x0040, "CS", "")})));
+    CliResult text = RunCli({"info", ct, noSex});
+    ASSERT_EQ(text.status, 0) << text.err;
+    for (const char* expected : {"study date and time    2004-01-19 07:27:30\n",
+                                 "name                   CompressedSamples^CT1 (record: CompressedSamples CT1)\n",
+                                 "sex                    O\n", "study date and time    2024-01-02 -\n",
+                                 "name                   Doe^Jane (record: Doe Jane)\n",
+                                 "sex                    (no value) (record: O)\n"})
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected << "\n" << text.out;
+
+    std::string check = "import json, sys\n"
+                        "for line in sys.stdin:\n"
+                        "    o = json.loads(line)\n"
+                        "    print(o.get('file'), repr(o['PatientSex']), o['sPatientSex'], o['PatientName'])\n";
+    std::string script = ScratchPath("ndjson.py");
+    ASSERT_TRUE(WriteFile(script, testsupport::text(check)));
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"info", "--json", ct, mr, noSex}, std::vector<std::string>{"info", "--ndjson", ct}}) {
+        CliResult json = RunCli(args);
+        ASSERT_EQ(json.status, 0) << json.err;
+        std::string lines = ScratchPath("info.ndjson");
+        ASSERT_TRUE(WriteFile(lines, testsupport::text(json.out)));
+        auto [status, parsed] = RunShell("/usr/bin/python3 " + script + " < " + lines);
+        EXPECT_EQ(status, 0) << json.out;
+        std::string expected = ct + " 'O' O CompressedSamples^CT1\n";
+        if (args.size() > 3)
+            expected += mr + " 'F' F CompressedSamples^MR1\n" + noSex + " '' O Doe^Jane\n";
+        EXPECT_EQ(parsed, expected);
+        std::remove(lines.c_str());
+    }
+    // One file keeps the single object without a path.
+    EXPECT_EQ(RunCli({"info", "--json", ct}).out.find("\"file\""), std::string::npos);
+    std::remove(script.c_str());
+    std::remove(noSex.c_str());
+}

@@ -86,6 +86,9 @@ TEST(TraceVocabulary, WordsForCodes)
         {GetClearUID("1.2.840.10008.1.1 "), "Unknown SOP Class"},
         {GetClearUID(std::string("1.2.840.10008.1.2.1") + '\0'), "Explicit VR, Little Endian"},
         {GetClearUID("1.2.840.10008.5.1.4.1.1.12.1"), "XA Image Storage SOP CLass"},
+        // Behind the trace's own names, the UID registry.
+        {GetClearUID("1.2.840.10008.1.20.1"), "Storage Commitment Push Model SOP Class"},
+        {GetClearUID("1.2.840.10008.5.1.4.1.2.1.1"), "Patient Root Query/Retrieve Information Model - FIND"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.got, c.expected);
@@ -139,7 +142,8 @@ TEST_F(TraceFile, DumpsDataSetsElementByElement)
     Bytes set = cat({testsupport::ielem(0x0008, 0x0005, testsupport::text("ISO_IR 100")),
                      testsupport::ielem(0x0008, 0x1140, {}, 0xFFFFFFFF), testsupport::ielem(0xFFFE, 0xE000, {}, 0xFFFFFFFF),
                      testsupport::ielem(0x0008, 0x1150, testsupport::text(std::string(200, '1'))),
-                     testsupport::ielem(0x0002, 0x0102, Bytes{0x80, 0x01, 0xFF})});
+                     testsupport::ielem(0x0002, 0x0102, Bytes{0x80, 0x01, 0xFF}),
+                     testsupport::ielem(0x0020, 0x1209, testsupport::text("12"))});
     DicomTraceAnalyzeBlock("S", set.data(), uint32_t(set.size()), 0);
     Bytes status = echoResponse(1, 0xA700);
     DicomTraceAnalyzeBlock("S", status.data(), uint32_t(status.size()), 0);
@@ -147,7 +151,9 @@ TEST_F(TraceFile, DumpsDataSetsElementByElement)
     for (std::string expected : {
              std::string("<S>\t GROUP  FIELD DESCRIPTION                      VR SIZE   VALUE\n"),
              std::string(" 0xFFFFFFFF (UNDEFINED LENGTH)\n"), "0x00C8 " + std::string(128, '1') + "\n",
-             std::string(" 0x80 0x01 0xFF \n"), std::string(" (REFUSED: OUT OF RESOURCES)\n")})
+             std::string(" 0x80 0x01 0xFF \n"), std::string(" (REFUSED: OUT OF RESOURCES)\n"),
+             // A description longer than its column is cut to 32 characters.
+             std::string("(0020, 1209) Number of Series Related Instanc IS 0x0002 12\n")})
         EXPECT_NE(all.find(expected), std::string::npos) << expected;
 
     size_t before = Lines().size();

@@ -98,40 +98,52 @@ private:
     bool m_malformed = false;
 };
 
+// The fields that A-ASSOCIATE-RQ and -AC share (PS3.8 9.3.2, 9.3.3): the
+// fixed part, the application context and the user information sub-items
+// this library reads and writes (PS3.7 D.3.3).
+struct RoleSelection {
+    std::string sopClass;
+    uint8_t scu = 0, scp = 0;
+    bool operator==(const RoleSelection&) const = default;
+};
+struct AssociateFields {
+    uint16_t protocolVersion = 1;
+    // The 16 bytes as they travel; a writer fills a shorter title with zero bytes.
+    std::string calledTitle, callingTitle;
+    std::string applicationContext = kApplicationContextName;
+    bool hasMaxLength = false;
+    uint32_t maxLength = 0;  // 0: no limit
+    std::string implementationClass, implementationVersion;
+    std::vector<RoleSelection> roles;  // at most 128 are read
+    bool operator==(const AssociateFields&) const = default;
+};
+
 // What an A-ASSOCIATE-AC says (PS3.8 9.3.3).
 struct ContextResult {
     uint8_t id = 0;
     uint8_t result = 0;
     std::string transferSyntax;  // empty unless accepted
+    bool operator==(const ContextResult&) const = default;
 };
-struct AssociateAc {
-    uint16_t protocolVersion = 0;
-    std::string calledTitle, callingTitle;  // 16 characters as they travel
+struct AssociateAc : AssociateFields {
     std::vector<ContextResult> contexts;
-    bool hasMaxLength = false;
-    uint32_t maxLength = 0;  // 0: no limit
-    std::string implementationClass, implementationVersion;
+    bool operator==(const AssociateAc&) const = default;
 };
 // Reads a whole A-ASSOCIATE-AC PDU, header included. False when it is not
 // one, is shorter than its fixed part, or an item or sub-item runs past its
 // container; `problem` then names what was wrong.
 bool ReadAssociateAc(const unsigned char* pdu, size_t size, AssociateAc& out, std::string* problem = nullptr);
 
-// What an A-ASSOCIATE-RQ proposes (PS3.8 9.3.2), for the accepting side.
+// What an A-ASSOCIATE-RQ proposes (PS3.8 9.3.2).
 struct ProposedContext {
     uint8_t id = 0;
     std::string abstractSyntax;
-    std::vector<std::string> transferSyntaxes;
+    std::vector<std::string> transferSyntaxes;  // at most 64 are read
+    bool operator==(const ProposedContext&) const = default;
 };
-struct RoleSelection {
-    std::string sopClass;
-    uint8_t scu = 0, scp = 0;
-};
-struct AssociateRq {
-    std::string calledTitle, callingTitle;
-    std::vector<ProposedContext> contexts;  // at most 128
-    std::vector<RoleSelection> roles;
-    uint32_t maxLength = 0;
+struct AssociateRq : AssociateFields {
+    std::vector<ProposedContext> contexts;  // at most 128 are read
+    bool operator==(const AssociateRq&) const = default;
 };
 bool ReadAssociateRq(const unsigned char* pdu, size_t size, AssociateRq& out, std::string* problem = nullptr);
 
@@ -139,25 +151,54 @@ struct AssociateRj {
     uint8_t result = 0;  // 1 permanent, 2 transient
     uint8_t source = 0;  // 1 service user, 2 provider (ACSE), 3 provider (presentation)
     uint8_t reason = 0;
+    bool operator==(const AssociateRj&) const = default;
 };
 bool ReadAssociateRj(const unsigned char* pdu, size_t size, AssociateRj& out);
 
 struct Abort {
     uint8_t source = 0;  // 0 service user, 2 service provider
     uint8_t reason = 0;
+    bool operator==(const Abort&) const = default;
 };
 bool ReadAbort(const unsigned char* pdu, size_t size, Abort& out);
 
-// --- writers: big-endian fields appended to a byte vector
+// The PDVs of a whole P-DATA-TF PDU, header included; the fragments point
+// into the PDU. False when it is not one or a PDV is malformed.
+bool ReadDataTf(const unsigned char* pdu, size_t size, std::vector<Pdv>& out);
+
+// --- writers: the counterpart of every reader. Each builds a whole PDU,
+// header included, into `out` (replacing what it held). A writer whose
+// field does not fit its length field (an item of more than 65535 bytes, a
+// PDU of more than 4 GiB) returns false instead of cutting it short.
 using Bytes = std::vector<unsigned char>;
+// The 6-byte PDU header in front of a body of `length` bytes.
+void WriteHeader(uint8_t type, uint32_t length, unsigned char (&head)[kHeaderSize]);
 void PutUint16(Bytes& out, uint16_t value);
 void PutUint32(Bytes& out, uint32_t value);
-// An item (or sub-item) of at most 65535 value bytes.
-void PutItem(Bytes& out, uint8_t type, const void* value, size_t length);
-void PutItem(Bytes& out, uint8_t type, const std::string& value);
-// The 6-byte header in front of a body.
-Bytes MakePdu(uint8_t type, const Bytes& body);
-// A 16-byte AE title field: the characters, then `filler` bytes.
-void PutTitle(Bytes& out, const std::string& title, char filler);
+// An item (or sub-item) of at most 65535 value bytes; false, with nothing
+// appended, for a longer value.
+[[nodiscard]] bool PutItem(Bytes& out, uint8_t type, const void* value, size_t length);
+[[nodiscard]] bool PutItem(Bytes& out, uint8_t type, const std::string& value);
+
+[[nodiscard]] bool WriteAssociateRq(const AssociateRq& request, Bytes& out);
+[[nodiscard]] bool WriteAssociateAc(const AssociateAc& answer, Bytes& out);
+Bytes WriteAssociateRj(const AssociateRj& rejection);
+Bytes WriteAbort(const Abort& abort);
+Bytes WriteReleaseRq();
+Bytes WriteReleaseRp();
+[[nodiscard]] bool WriteDataTf(const std::vector<Pdv>& pdvs, Bytes& out);
+
+// The 12 bytes in front of a P-DATA-TF that carries one PDV: the PDU
+// header and the PDV item header, the fragment itself left to the caller
+// (so that a large fragment leaves from where it lies). False when the
+// fragment is too long for a PDU.
+constexpr size_t kDataTfHeadSize = 12;
+[[nodiscard]] bool WriteDataTfHead(unsigned char (&head)[kDataTfHeadSize], uint64_t fragmentLength, uint8_t contextId,
+                                   uint8_t control);
+// The message control header of a PDV.
+constexpr uint8_t Control(bool command, bool last)
+{
+    return static_cast<uint8_t>((command ? kCommandBit : 0) | (last ? kLastFragmentBit : 0));
+}
 
 }
