@@ -125,10 +125,26 @@ public:
     // Decodes a whole command set into message (cleared first).
     static void DecodeCommandSet(const unsigned char* bytes, int size, DICOM_CMND_MSG& message);
 
-    void SetTimeout(int milliseconds) { m_nTimeout = milliseconds; }
+    // The three waits of an association, in milliseconds (0 or below: no
+    // limit): the TCP connection, the association control answers
+    // (A-ASSOCIATE-AC/RJ, A-RELEASE-RP, a caller's A-ASSOCIATE-RQ) and each
+    // DIMSE message awaited. SetTimeout sets all three.
+    enum class Wait { kConnect, kAssociation, kMessage };
+    void SetTimeout(int milliseconds) { m_nConnectTimeout = m_nAcseTimeout = m_nTimeout = milliseconds; }
+    void SetTimeouts(int connect, int association, int message)
+    {
+        m_nConnectTimeout = connect;
+        m_nAcseTimeout = association;
+        m_nTimeout = message;
+    }
+    int GetTimeout(Wait wait) const
+    {
+        return wait == Wait::kConnect ? m_nConnectTimeout : wait == Wait::kAssociation ? m_nAcseTimeout : m_nTimeout;
+    }
     // Asked about every 100 ms while a receive waits: true ends the wait
     // with local error 726 (a user's Ctrl-C, for one). Empty: never asked.
     void SetInterruptCheck(std::function<bool()> check) { m_fnInterrupted = std::move(check); }
+    // The DIMSE message time-out.
     int GetTimeout() const { return m_nTimeout; }
     // The most data bytes one PDV carries to this peer.
     uint32_t GetMaxSendFragment() const { return m_nMaxSendFragment; }
@@ -146,6 +162,8 @@ public:
 
 protected:
     int ReceivePdu();
+    // ReceivePdu within the association control time-out.
+    int ReceiveAssociationPdu();
     // The next PDV's length (fragment + 2) and, in pdv, its context ID byte; -1 on failure.
     int GetPdv(const unsigned char*& pdv);
     // Empty also after SetPduEmpty (position 0): no PDU is being read.
@@ -165,7 +183,10 @@ protected:
     int m_bBigEndian = 0;
     int m_bExplicitVR = 0;
     uint32_t m_nMaxSendFragment = 32768;
-    int m_nTimeout = 30000;
+    int m_nTimeout = 30000;  // DIMSE messages
+    int m_nConnectTimeout = 30000;
+    int m_nAcseTimeout = 30000;
+    bool m_bAssociationWait = false;  // Receive applies m_nAcseTimeout
     std::function<bool()> m_fnInterrupted;
     bool m_bBetweenPdus = false;  // the interruption check only stops a wait before a PDU begins
     uint32_t m_nLargestPdu = kDefaultLargestPdu;

@@ -36,14 +36,15 @@ int CDicomSocket::Receive(void* buffer, int length, int)
     // The time-out counts from the last data received, so a slow but
     // steady peer is not cut off.
     uint64_t lastData = GetTickCountMs();
+    const int timeout = m_bAssociationWait ? m_nAcseTimeout : m_nTimeout;
     while (received < length) {
         uint64_t waited = GetTickCountMs() - lastData;
-        if (m_nTimeout > 0 && waited >= static_cast<uint64_t>(m_nTimeout)) {
+        if (timeout > 0 && waited >= static_cast<uint64_t>(timeout)) {
             DicomTraceFormat("<%s> Receive Timeout Error", m_sTraceName.c_str());
-            SetError(kErrorReceive, 0, FormatText("no data for %d ms", m_nTimeout));
+            SetError(kErrorReceive, 0, FormatText("no data for %d ms", timeout));
             return -1;
         }
-        int wait = m_nTimeout > 0 ? m_nTimeout - static_cast<int>(waited) : -1;
+        int wait = timeout > 0 ? timeout - static_cast<int>(waited) : -1;
         if (m_fnInterrupted && m_bBetweenPdus && received == 0) {
             if (m_fnInterrupted()) {
                 SetError(kErrorInterrupted, 0, "interrupted");
@@ -113,6 +114,14 @@ int CDicomSocket::ReceivePdu()
     m_nPduLength = length;
     m_nReadPosition = 6;
     return 1;
+}
+
+int CDicomSocket::ReceiveAssociationPdu()
+{
+    m_bAssociationWait = true;
+    const int received = ReceivePdu();
+    m_bAssociationWait = false;
+    return received;
 }
 
 int CDicomSocket::GetPdv(const unsigned char*& pdv)

@@ -120,8 +120,12 @@ int CUserSocket::Connect()
                          Utf16ToUtf8(m_sHost).c_str(), static_cast<int>(m_nPort));
         DicomTraceStr(kHyphens);
     }
-    if (!CZelSocket::Connect(m_sHost, m_nPort)) {
+    // The connection has its own time-out, and the interrupt check is asked
+    // while it is pending, as while a receive waits.
+    if (!ConnectWithin(m_sHost, m_nPort, m_nConnectTimeout, m_fnInterrupted)) {
         m_nSystemError = GetLastError();
+        if (m_nSystemError == kInterrupted)
+            SetError(kErrorInterrupted, 0, "interrupted");
         // The handle goes with the failed connection: the next Connect on
         // this object starts from a fresh socket.
         CZelSocket::Close();
@@ -157,7 +161,7 @@ int CUserSocket::SendAssociateReq(bool storageCommitmentRole)
 
 int CUserSocket::ReceiveAssociateRsp()
 {
-    if (!ReceivePdu())
+    if (!ReceiveAssociationPdu())
         return 0;
     size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
     SetPduEmpty();
@@ -224,7 +228,7 @@ int CDicomCommonSocket::SendReleaseReq()
 int CUserSocket::ReceiveReleaseRsp()
 {
     for (;;) {
-        if (!ReceivePdu()) {
+        if (!ReceiveAssociationPdu()) {
             m_bAssociated = false;
             return 0;
         }

@@ -56,7 +56,7 @@ int CUserSocket::SendReleaseRsp()
 
 int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSyntaxes)
 {
-    if (!ReceivePdu())
+    if (!ReceiveAssociationPdu())
         return 0;
     size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
     SetPduEmpty();
@@ -235,7 +235,7 @@ int CUserSocket::AcceptCommitmentReport(CUserSocket& listener, unsigned listenPo
 {
     CUserSocket reporter;
     reporter.m_sTraceName = m_sTraceName;
-    reporter.SetTimeout(m_nTimeout);
+    reporter.SetTimeouts(m_nConnectTimeout, m_nAcseTimeout, m_nTimeout);
     if (!listener.Accept(reporter, nullptr, nullptr)) {
         SetError(kErrorReceive, GetLastError(), FormatText("no N-EVENT-REPORT association came to port %u", listenPort));
         MarkFailedStep(ExchangeStep::kReport);

@@ -87,7 +87,17 @@ std::string CUserSocket::GetErrorText() const
 {
     std::string step = m_sFailedStep.empty() ? "" : m_sFailedStep + ": ";
     uint32_t local = m_nLocalError, system = m_nSystemError;
-    double seconds = m_nTimeout / 1000.0;
+    // The time-out of the wait that failed.
+    Wait wait = Wait::kMessage;
+    switch (m_nFailedStep) {
+    case ExchangeStep::kConnect: wait = Wait::kConnect; break;
+    case ExchangeStep::kAssociation: case ExchangeStep::kAssociationRequest: case ExchangeStep::kAssociationAnswer:
+    case ExchangeStep::kReleaseRequest: case ExchangeStep::kReleaseAnswer: case ExchangeStep::kRelease:
+        wait = Wait::kAssociation;
+        break;
+    default: break;
+    }
+    double seconds = GetTimeout(wait) / 1000.0;
     if (local == 0 || (local == kErrorReceive && m_nFailedStep == ExchangeStep::kConnect)) {
         switch (system) {
         case 0: return step + "failed";

@@ -233,11 +233,18 @@ int CUserSocket::OpenAssociation(const HOST_INFO& host, bool storageCommitmentRo
         }
     }
     SetConnectionData(std::string(host.szHost, strnlen(host.szHost, sizeof host.szHost)), host.nPort, called, calling);
-    if (!Connect()) {
+    // A user's first interruption (Ctrl-C) stops the connection or the
+    // negotiation too: there is no request to cancel yet.
+    if (m_fnInterruption)
+        SetInterruptCheck([this] { return m_fnInterruption() > 0; });
+    const bool connected = Connect() != 0;
+    const bool associated = connected && SendAssociateReq(storageCommitmentRole) && ReceiveAssociateRsp();
+    SetInterruptCheck(nullptr);
+    if (!connected) {
         MarkFailedStep(ExchangeStep::kConnect);
         return 0;
     }
-    if (!SendAssociateReq(storageCommitmentRole) || !ReceiveAssociateRsp()) {
+    if (!associated) {
         FailExchange(ExchangeStep::kAssociation);
         return 0;
     }

@@ -108,6 +108,14 @@ void CWorklistSocket::ProccessRequest(WL_FIND* record)
     record->sErrorText.clear();
     CWorklistSocket socket(record);
     socket.SetCancellation(record->nCancelAfter, nullptr);
+    if (record->nConnectTimeout > 0 || record->nAcseTimeout > 0 || record->nDimseTimeout > 0) {
+        auto orKept = [&socket](int milliseconds, CDicomSocket::Wait wait) {
+            return milliseconds > 0 ? milliseconds : socket.GetTimeout(wait);
+        };
+        socket.SetTimeouts(orKept(record->nConnectTimeout, CDicomSocket::Wait::kConnect),
+                           orKept(record->nAcseTimeout, CDicomSocket::Wait::kAssociation),
+                           orKept(record->nDimseTimeout, CDicomSocket::Wait::kMessage));
+    }
     bool success = false;
     auto keepError = [&] {
         uint32_t local = socket.GetLocalError();

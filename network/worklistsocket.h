@@ -39,6 +39,9 @@ struct WL_FIND : HOST_INFO {
     uint16_t wFinalStatus = 0xFFFF;
     std::string sErrorText;
     int nCancelAfter = 0;  // C-CANCEL-RQ after this many matches (0: never)
+    // Milliseconds of the connection, association control and DIMSE waits;
+    // 0 keeps the time-out of the profile (or the socket's 30 s).
+    int nConnectTimeout = 0, nAcseTimeout = 0, nDimseTimeout = 0;
 };
 
 class CWorklistSocket : public CUserSocket {

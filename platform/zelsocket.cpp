@@ -230,6 +230,14 @@ bool CZelSocket::SetSockOpt(int option, const void* value, int length, int level
 
 bool CZelSocket::Connect(const std::u16string& host, unsigned port)
 {
+    return ConnectWithin(host, port, m_nReceiveTimeout, nullptr);
+}
+
+bool CZelSocket::ConnectWithin(const std::u16string& host, unsigned port, int milliseconds,
+                               const std::function<bool()>& interrupted)
+{
+    if (milliseconds <= 0)
+        milliseconds = m_nReceiveTimeout;
     if (m_nHandle < 0)
         return Fail(10038);
     addrinfo hints{};
@@ -248,9 +256,26 @@ bool CZelSocket::Connect(const std::u16string& host, unsigned port)
     int result = ::connect(m_nHandle, found->ai_addr, found->ai_addrlen);
     int error = result == 0 ? 0 : errno;
     freeaddrinfo(found);
+    bool stopped = false;
     if (error == EINPROGRESS) {
-        int ready = WaitFor(m_nHandle, POLLOUT, m_nReceiveTimeout);
-        if (ready == 0)
+        // In slices of at most 100 ms when someone may ask to stop waiting.
+        const uint64_t deadline = GetTickCountMs() + static_cast<uint64_t>(milliseconds > 0 ? milliseconds : 0);
+        int ready = 0;
+        for (;;) {
+            int left = milliseconds > 0 ? static_cast<int>(deadline > GetTickCountMs() ? deadline - GetTickCountMs() : 0)
+                                        : -1;
+            const bool sliced = interrupted && (left < 0 || left > 100);
+            ready = WaitFor(m_nHandle, POLLOUT, sliced ? 100 : left);
+            if (ready != 0 || !sliced)
+                break;
+            if (interrupted()) {
+                stopped = true;
+                break;
+            }
+        }
+        if (stopped)
+            error = EINTR;
+        else if (ready == 0)
             error = ETIMEDOUT;
         else if (ready < 0)
             error = errno;
@@ -261,7 +286,7 @@ bool CZelSocket::Connect(const std::u16string& host, unsigned port)
     }
     fcntl(m_nHandle, F_SETFL, flags);
     if (error != 0)
-        return Fail(FromErrno(error));
+        return Fail(stopped ? kInterrupted : FromErrno(error));
     SetNoDelay(m_nHandle);
     // A send never blocks longer than a receive may wait.
     timeval limit{m_nReceiveTimeout / 1000, (m_nReceiveTimeout % 1000) * 1000};

@@ -7,10 +7,12 @@
 #include <sys/uio.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 class CZelSocket {
 public:
+    static constexpr uint32_t kInterrupted = 10004;
     static constexpr uint32_t kWouldBlock = 10035;
     static constexpr uint32_t kConnectionReset = 10054;
     static constexpr uint32_t kTimedOut = 10060;
@@ -50,6 +52,11 @@ public:
     // Resolves the host (name or dotted address) and connects, giving up
     // after the receive time-out with kTimedOut.
     virtual bool Connect(const std::u16string& host, unsigned port);
+    // The same within milliseconds (0 or below: the receive time-out),
+    // asking interrupted (when given) about every 100 ms while the
+    // connection is pending: true gives up with kInterrupted.
+    bool ConnectWithin(const std::u16string& host, unsigned port, int milliseconds,
+                       const std::function<bool()>& interrupted);
 
     // Only the receive time-out option is known; false for anything else.
     bool SetSockOpt(int option, const void* value, int length, int level = kSocketLevel);

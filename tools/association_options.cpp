@@ -100,12 +100,9 @@ int ReadAssociationArguments(OptionReader& reader, AssociationOptions& options, 
     return -1;
 }
 
-int AssociationOptions::TimeoutMilliseconds() const
-{
-    return static_cast<int>(std::max({connectTimeout, acseTimeout, dimseTimeout}) * 1000);
-}
-
 void ApplyTimeouts(const AssociationOptions& options, CDicomSocket& socket)
 {
-    socket.SetTimeout(options.TimeoutMilliseconds());
+    socket.SetTimeouts(AssociationOptions::Milliseconds(options.connectTimeout),
+                       AssociationOptions::Milliseconds(options.acseTimeout),
+                       AssociationOptions::Milliseconds(options.dimseTimeout));
 }

@@ -28,9 +28,8 @@ struct AssociationOptions {
     void Verbose(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     bool Quiet() const { return verbosity == kQuiet; }
     std::string Peer() const;
-    // The socket has one time-out for every wait: the longest asked, so
-    // that no phase is cut shorter than the user allowed.
-    int TimeoutMilliseconds() const;
+    // Milliseconds of one of the three time-outs.
+    static int Milliseconds(double seconds) { return static_cast<int>(seconds * 1000); }
 };
 
 // Adds the shared options to a reader whose operands begin with HOST PORT.

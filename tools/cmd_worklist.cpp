@@ -167,8 +167,9 @@ int RunWorklist(int argc, char** argv)
         return status;
     record.Set(options.host, options.port, options.called, options.calling);
     record.nCancelAfter = static_cast<int>(cancelAfter);
-    // The worklist client takes its time-out from the host profile.
-    zeldicom::HostProfile::SetProfileInt("Worklist", "TimeOut", options.TimeoutMilliseconds());
+    record.nConnectTimeout = AssociationOptions::Milliseconds(options.connectTimeout);
+    record.nAcseTimeout = AssociationOptions::Milliseconds(options.acseTimeout);
+    record.nDimseTimeout = AssociationOptions::Milliseconds(options.dimseTimeout);
     if (!auditFile.empty())
         CAuditTrailManager::GetUniqueInstance().SetLogFile(auditFile);
 

@@ -9,8 +9,9 @@
 
 namespace {
 volatile std::sig_atomic_t g_interrupts = 0;
-// The first two go to the exchange (C-CANCEL, then A-ABORT); a third, for a
-// wait the exchange does not watch (connecting, negotiating), ends the program.
+// The first two go to the exchange (C-CANCEL, then A-ABORT; the first
+// alone stops a connection or negotiation still under way); a third, for
+// a wait nobody watches, ends the program.
 extern "C" void CountInterrupt(int)
 {
     g_interrupts = g_interrupts + 1;

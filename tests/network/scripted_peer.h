@@ -30,6 +30,37 @@ inline Step Dribble(const Bytes& bytes, int pause) { return {Step::kDribble, 0, 
 inline Step Stall(int milliseconds = 10000) { return {Step::kStall, 0, {}, milliseconds}; }
 inline Step Close() { return {Step::kClose}; }
 
+// A listener on 127.0.0.1 whose queue of pending connections is full (a
+// backlog of 0 and one connection never accepted): a client's connect to it
+// stays pending until the client gives up.
+class UnansweredListener {
+public:
+    UnansweredListener()
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        listen(m_listener, 0);
+        getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
+        m_port = ntohs(address.sin_port);
+        m_filler = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        connect(m_filler, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    }
+    ~UnansweredListener()
+    {
+        close(m_filler);
+        close(m_listener);
+    }
+    uint16_t Port() const { return m_port; }
+
+private:
+    int m_listener = -1, m_filler = -1;
+    uint16_t m_port = 0;
+};
+
 class ScriptedPeer {
 public:
     explicit ScriptedPeer(std::vector<Step> script) : m_script(std::move(script))
