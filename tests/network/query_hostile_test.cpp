@@ -7,6 +7,7 @@
 
 #include "network/scripted_peer.h"
 #include "support/cli.h"
+#include "support/dicomwriter.h"
 
 using namespace pdufix;
 
@@ -79,4 +80,26 @@ TEST(QueryHostilePeer, FailureStatusesAreFinalAndWorded)
         EXPECT_NE(run.out.find(failure.words), std::string::npos) << run.out << run.err;
         EXPECT_EQ(peer.Problem(), "");
     }
+}
+
+TEST(QueryHostilePeer, EachMatchIsDecodedByItsOwnCharacterSet)
+{
+    using testsupport::ielem;
+    using testsupport::text;
+    // PS3.5 H.3.1: a Japanese name in ISO 2022 IR 87 (JIS X 0208 behind escape sequences).
+    const std::string jis = "Yamada^Tarou=\x1b$B;3ED\x1b(B^\x1b$BB@O:\x1b(B=\x1b$B$d$^$@\x1b(B^\x1b$B$?$m$&\x1b(B";
+    const Bytes latin1 = cat({ielem(0x0008, 0x0005, text("ISO_IR 100")), ielem(0x0010, 0x0010, text("\xC4neas "))});
+    const Bytes japanese = cat({ielem(0x0008, 0x0005, text("\\ISO 2022 IR 87 ")), ielem(0x0010, 0x0010, text(jis))});
+    ScriptedPeer peer({Expect(0x01), Send(associateAc(contextAc(1, 0, "1.2.840.10008.1.2"))), Expect(0x04),
+                       Expect(0x04), Send(Response(0x8020, 1, 0xFF00, true)), Send(pdu(0x04, pdv(1, 0x02, latin1))),
+                       Send(Response(0x8020, 1, 0xFF00, true)), Send(pdu(0x04, pdv(1, 0x02, japanese))),
+                       Send(Response(0x8020, 1, 0x0000, false)), Expect(0x05), Send(kReleaseRp)});
+    CliResult run = RunCli({"find", "--timeout", "2", "-k", "PatientName", "127.0.0.1", std::to_string(peer.Port())});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("[\xC3\x84neas]"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("[Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0^\xE5\xA4\xAA\xE9\x83\x8E="
+                           "\xE3\x82\x84\xE3\x81\xBE\xE3\x81\xA0^\xE3\x81\x9F\xE3\x82\x8D\xE3\x81\x86]"),
+              std::string::npos)
+        << run.out;
+    EXPECT_EQ(peer.Problem(), "");
 }
