@@ -9,6 +9,7 @@
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 #include "pdu/pdu.h"
+#include "trace/dimse_status.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -124,33 +125,7 @@ bool CUserSocket::SendStorageCommitmentEventReportMsg(CDicomItem* item, bool las
 
 std::string CUserSocket::GetNStatusText(uint16_t status)
 {
-    static const struct {
-        uint16_t status;
-        const char* words;
-    } kStatuses[] = {
-        {0x0000, "Success"},
-        {0x0107, "Warning: attribute list error"},
-        {0x0116, "Warning: attribute value out of range"},
-        {0x0110, "Failure: processing failure"},
-        {0x0112, "Failure: no such SOP instance"},
-        {0x0113, "Failure: no such event type"},
-        {0x0114, "Failure: no such argument"},
-        {0x0115, "Failure: invalid argument value"},
-        {0x0117, "Failure: invalid object instance"},
-        {0x0118, "Failure: no such SOP class"},
-        {0x0119, "Failure: class-instance conflict"},
-        {0x0120, "Failure: missing attribute"},
-        {0x0121, "Failure: missing attribute value"},
-        {0x0122, "Failure: SOP class not supported"},
-        {0x0123, "Failure: no such action"},
-        {0x0124, "Failure: not authorized"},
-        {0x0210, "Failure: duplicate invocation"},
-        {0x0211, "Failure: unrecognized operation"},
-        {0x0212, "Failure: mistyped argument"},
-        {0x0213, "Failure: resource limitation"},
-    };
-    for (const auto& row : kStatuses)
-        if (row.status == status)
-            return row.words;
+    if (const DimseStatus* row = FindDimseStatus(0, status))
+        return row->words;
     return FormatText("status 0x%04X (%s)", status, GetClearStatus(status).c_str());
 }

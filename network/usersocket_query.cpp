@@ -11,6 +11,7 @@
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
+#include "trace/dimse_status.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -123,36 +124,17 @@ int CUserSocket::SendMoveReqCmnd(const std::string& sopClass, uint16_t priority,
 
 void CUserSocket::AnalysFindResponseStatus(uint16_t status, std::string& text, int& good, int& final)
 {
-    good = 0;
-    final = 1;
-    switch (status) {
-    case 0x0000: text = "Success"; good = 1; return;
-    case 0xFF00: case 0xFF01: text = "Pending: Matches are continuing"; good = 1; final = 0; return;
-    case 0xFE00: text = "Cancel: Matching terminated due to Cancel request"; return;
-    case 0xA700: text = "Refused: Out of Resources"; return;
-    case 0xA900: text = "Failed: Identifier does not match SOP Class"; return;
-    default: text = (status & 0xF000) == 0xC000 ? "Failed: Unable to Process" : "Unknown status"; return;
-    }
+    const DimseStatus* row = FindDimseStatus(kFindRq, status);
+    const StatusClass statusClass = ClassifyDimseStatus(kFindRq, status);
+    text = row && row->request == kFindRq ? row->words : "Unknown status";
+    good = statusClass == StatusClass::kSuccess || statusClass == StatusClass::kPending ? 1 : 0;
+    final = statusClass == StatusClass::kPending ? 0 : 1;
 }
 
 std::string CUserSocket::GetMoveStatusText(uint16_t status)
 {
-    switch (status) {
-    case 0x0000: return "Success: sub-operations complete, no failures";
-    case 0xFF00: return "Pending: sub-operations are continuing";
-    case 0xFE00: return "Cancel: sub-operations terminated due to Cancel indication";
-    case 0xB000: return "Warning: sub-operations complete, one or more failures";
-    case 0xA701: return "Refused: Out of Resources, unable to calculate number of matches";
-    case 0xA702: return "Refused: Out of Resources, unable to perform sub-operations";
-    case 0xA801: return "Refused: Move Destination unknown";
-    case 0xA900: return "Failed: Identifier does not match SOP Class";
-    case 0x0122: return "Refused: SOP Class not supported";
-    case 0x0124: return "Refused: Not authorized";
-    default:
-        if ((status & 0xF000) == 0xC000)
-            return "Failed: Unable to Process";
-        return "Unknown status (" + GetClearStatus(status) + ")";
-    }
+    const DimseStatus* row = FindDimseStatus(kMoveRq, status);
+    return row && row->request == kMoveRq ? row->words : "Unknown status (" + GetClearStatus(status) + ")";
 }
 
 bool CUserSocket::EncodeIdentifier(const QR_REQUEST& request, CDynBuffer& identifier)
@@ -337,7 +319,7 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
         CDynBuffer data;
         if (!AwaitCancellableResponse(kMoveRq, response, data))
             return FailExchange(ExchangeStep::kResponse, "C-MOVE");
-        if (response.wStatus != 0xFF00) {
+        if (ClassifyDimseStatus(kMoveRq, response.wStatus) != StatusClass::kPending) {
             finalResponse = response;
             break;
         }

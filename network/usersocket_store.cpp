@@ -16,6 +16,7 @@
 #include "platform/datainmemory.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
+#include "trace/dimse_status.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -80,29 +81,15 @@ unsigned char CUserSocket::FindAcceptedContext(const std::string& abstractSyntax
 
 std::string CUserSocket::GetStoreStatusText(uint16_t status)
 {
-    if (status == 0x0000)
-        return "success";
-    if (status == 0xB000 || status == 0xB007 || status == 0xB006)
-        return FormatText("warning 0x%04X: %s", status,
-                          status == 0xB000   ? "coercion of data elements"
-                          : status == 0xB006 ? "elements discarded"
-                                             : "data set does not match SOP class");
-    if ((status & 0xFF00) == 0xA700)
-        return FormatText("refused 0x%04X: out of resources", status);
-    if ((status & 0xFF00) == 0xA900)
-        return FormatText("failed 0x%04X: data set does not match SOP class", status);
-    if ((status & 0xF000) == 0xC000)
-        return FormatText("failed 0x%04X: cannot understand", status);
-    switch (status) {
-    case 0x0122: return "refused 0x0122: SOP class not supported";
-    case 0x0124: return "refused 0x0124: not authorized";
-    case 0x0211: return "failed 0x0211: unrecognized operation";
-    case 0x0212: return "failed 0x0212: mistyped argument";
-    case 0x0117: return "failed 0x0117: invalid SOP instance";
-    case 0x0110: return "failed 0x0110: processing failure";
-    case 0x0111: return "failed 0x0111: duplicate SOP instance";
-    default: return FormatText("status 0x%04X (%s)", status, GetClearStatus(status).c_str());
-    }
+    // "refused: out of resources" is printed "refused 0xA701: out of resources".
+    const DimseStatus* row = FindDimseStatus(kStoreRq, status);
+    if (!row || row->request != kStoreRq)
+        return FormatText("status 0x%04X (%s)", status, GetClearStatus(status).c_str());
+    const std::string words = row->words;
+    const size_t colon = words.find(": ");
+    if (colon == std::string::npos)
+        return words;
+    return FormatText("%s 0x%04X: %s", words.substr(0, colon).c_str(), status, words.substr(colon + 2).c_str());
 }
 
 // --- a batch of files (Do_CSTORE_Request)
@@ -471,7 +458,8 @@ struct StoreBatch {
         outcome.sentSyntax = syntax;
         outcome.status = response.wStatus;
         // PS3.4 B.2.3: success and the warnings store the instance.
-        if (response.wStatus == 0x0000 || (response.wStatus & 0xF000) == 0xB000) {
+        const StatusClass statusClass = ClassifyDimseStatus(kStoreRq, response.wStatus);
+        if (statusClass == StatusClass::kSuccess || statusClass == StatusClass::kWarning) {
             outcome.result = STORE_OUTCOME::kStored;
             if (response.wStatus != 0)
                 outcome.reason = CUserSocket::GetStoreStatusText(response.wStatus);

@@ -1,7 +1,7 @@
 // The responses every print client reads (PS3.7 10.1, PS3.4 H.4): each is
 // checked to answer the request sent last, by command field and message ID,
-// and its status judged against the statuses PS3.4 H makes warnings for
-// that request; the printer's status from an N-GET or an N-EVENT-REPORT.
+// and its status judged by the DIMSE status table (a warning lets the job
+// go on); the printer's status from an N-GET or an N-EVENT-REPORT.
 #include <cstring>
 
 #include "imageinfo/dicominfo.h"
@@ -9,6 +9,7 @@
 #include "platform/text.h"
 #include "print/printsocket.h"
 #include "trace/dicomtrace.h"
+#include "trace/dimse_status.h"
 #include "trace/vocabulary.h"
 
 using namespace zeldicom;
@@ -16,56 +17,6 @@ using namespace zeldicom;
 namespace {
 
 using namespace printcmd;
-
-// Statuses that are warnings, not failures, per request: the object was
-// created, set or printed, and the printer says what it changed.
-const struct {
-    uint16_t request;
-    uint16_t low, high;
-} kWarnings[] = {
-    {kGetRq, 0x0107, 0x0107},     // PS3.7 10.1.2.1.9: attribute list error
-    {kCreateRq, 0x0107, 0x0107},  // PS3.7 10.1.5.1.6: attribute list error
-    {kCreateRq, 0x0116, 0x0116},  // attribute value out of range
-    {kCreateRq, 0xB600, 0xB6FF},  // PS3.4 H.4.1.1.1, H.4.2.2.1: memory allocation, density range
-    {kSetRq, 0x0116, 0x0116},     // PS3.7 10.1.3.1.9
-    {kSetRq, 0xB600, 0xB6FF},     // PS3.4 H.4.3.1.2: image demagnified, cropped or decimated
-    {kActionRq, 0xB600, 0xB6FF},  // PS3.4 H.4.1.1.4, H.4.2.2.4: empty page, image boxes left out
-};
-
-bool IsWarning(uint16_t request, uint16_t status)
-{
-    for (const auto& row : kWarnings)
-        if (row.request == request && status >= row.low && status <= row.high)
-            return true;
-    return false;
-}
-
-// PS3.4 H.4 words for the print statuses the general table does not know.
-std::string PrintStatusText(uint16_t status)
-{
-    static const struct {
-        uint16_t status;
-        const char* words;
-    } kPrintStatuses[] = {
-        {0xB600, "memory allocation not supported"},
-        {0xB601, "film session printing (collation) not supported"},
-        {0xB602, "film session has no film box"},
-        {0xB603, "film box has no image box (empty page)"},
-        {0xB604, "image larger than the image box, demagnified"},
-        {0xB605, "min or max density outside the printer's range"},
-        {0xB609, "image larger than the image box, cropped"},
-        {0xB60A, "image larger than the image box, decimated"},
-        {0xC600, "film session has no film box"},
-        {0xC601, "unable to create print job, print queue full"},
-        {0xC602, "unable to create print job, print queue full"},
-        {0xC603, "image size larger than the image box"},
-        {0xC613, "combined print image larger than the image box"},
-    };
-    for (const auto& row : kPrintStatuses)
-        if (row.status == status)
-            return row.words;
-    return CUserSocket::GetNStatusText(status);
-}
 
 void CopyText(const TAG_HEADER* element, char* out, int capacity) { DICOMINFO::GetStringTagValue(element, out, capacity); }
 
@@ -113,8 +64,10 @@ int CPrintClient::ReadResponse(uint16_t requestCommand, DICOM_CMND_MSG& response
     }
     if (response.wStatus == 0x0000)
         return 1;
-    const std::string words = PrintStatusText(response.wStatus);
-    if (IsWarning(requestCommand, response.wStatus)) {
+    // PS3.7 C, PS3.4 H.4: warnings mean the object was created, set or
+    // printed, and the printer says what it changed.
+    const std::string words = CUserSocket::GetNStatusText(response.wStatus);
+    if (ClassifyDimseStatus(requestCommand, response.wStatus) == StatusClass::kWarning) {
         if (requestCommand == kGetRq)
             DicomTraceFormat("<%s> N-GET-RSP Warning: Attribute list error", m_sTraceName.c_str());
         else

@@ -1,4 +1,5 @@
 #include "dicomdata/dictionary.h"
+#include "trace/dimse_status.h"
 #include "trace/vocabulary.h"
 
 #include <cstring>
@@ -56,48 +57,6 @@ constexpr CodeText kMessages[] = {
 };
 
 constexpr CodeText kPriorities[] = {{0, "MEDIUM PRIORITY"}, {1, "HIGH PRIORITY"}, {2, "LOW PRIORITY"}};
-
-constexpr CodeText kStatuses[] = {
-    {0x0000, "SUCCESS"},
-    {0x0001, "REQUESTED OPTIONAL ATTRIBUTES ARE NOT SUPPORTED"},
-    {0x0105, "NO SUCH ATTRIBUTE"},
-    {0x0106, "INVALID ATTRIBUTE VALUE"},
-    {0x0107, "ATTRIBUTE LIST ERROR"},
-    {0x0110, "PROCESSING FAILURE"},
-    {0x0111, "DUPLICATE SOP INSTANCE"},
-    {0x0112, "NO SUCH OBJECT INSTANCE"},
-    {0x0113, "NO SUCH EVENT TYPE"},
-    {0x0114, "NO SUCH ARGUMENT"},
-    {0x0115, "INVALID ARGUMENT VALUE"},
-    {0x0117, "INVALID OBJECT INSTANCE"},
-    {0x0118, "NO SUCH SOP CLASS"},
-    {0x0119, "CLASS INSTANCE CONFLICT"},
-    {0x0120, "MISSING ATTRIBUTE"},
-    {0x0121, "MISSING ATTRIBUTE VALUE"},
-    {0x0122, "REFUSED: SOP CLASS NOT SUPPORTED"},
-    {0x0210, "DUPLICATE INVOCATION"},
-    {0x0211, "UNRECOGNIZED OPERATION"},
-    {0x0212, "MISTYPED ARGUMENT"},
-    {0x0213, "RESOURCE LIMITATION"},
-    {0xA700, "REFUSED: OUT OF RESOURCES"},
-    {0xA701, "REFUSED: OUT OF RESOURCES - UNABLE TO CALCULATE NUMBER OF MATCHES"},
-    {0xA702, "REFUSED: OUT OF RESOURCES - UNABLE TO PERFORM SUB-OPERATIONS"},
-    {0xA801, "REFUSED: MOVE DESTINATION UNKNOWN"},
-    {0xA900, "FAILED: IDENTIFIER DOES NOT MATCH SOP CLASS"},
-    {0xB000, "WARNING: SUB-OPERATIONS COMPLETE - ONE OR MORE FAILURES OR WARNINGS"},
-    {0xB006, "WARNING: ELEMENTS DISCARDED"},
-    {0xB007, "WARNING: DATA SET DOES NOT MATCH SOP CLASS"},
-    {0xB603, "FILM BOX SOP INSTANCE HIERARCHY DOES NOT CONTAIN IMAGE BOX SOP INSTANCES (EMPTY PAGE)"},
-    {0xC000, "FAILED: UNABLE TO PROCESS"},
-    {0xC602, "UNABLE TO CREATE PRINT JOB SOP INSTANCE: PRINT QUEUE IS FULL"},
-    {0xC603, "IMAGE SIZE IS LARGER THAN IMAGE BOX SIZE (USING THE SPECIFIED MAGNIFICATION VALUE)"},
-    {0xC604, "IMAGE POSITION COLLISION: MULTIPLE IMAGES ASSIGNED TO SINGLE IMAGE POSITION"},
-    {0xC605, "INSUFFICIENT MEMORY IN PRINTER TO STORE THE IMAGE"},
-    {0xC606, "MORE THAN ONE VOI LUT BOX CONTAINED IN THE IMAGE"},
-    {0xFE00, "CANCEL: SUB-OPERATIONS TERMINATED DUE TO CANCEL INDICATION"},
-    {0xFF00, "PENDING: SUB-OPERATIONS ARE CONTINUING"},
-    {0xFF01, "PENDING: MATCHES ARE CONTINUING"},
-};
 
 constexpr CodeText kSocketErrors[] = {
     {0, "No Error"},
@@ -189,7 +148,11 @@ std::string GetClearContextAck(int result) { return Lookup(kContextResults, resu
 std::string GetClearMessage(int commandField) { return Lookup(kMessages, commandField, "UNKNOWN MESSAGE"); }
 std::string GetClearSocketError(int error) { return Lookup(kSocketErrors, error, "Unknown Error"); }
 std::string GetClearPriority(int priority) { return Lookup(kPriorities, priority, "UNKNOWN PRIORITY"); }
-std::string GetClearStatus(int status) { return Lookup(kStatuses, status, "UNKNOWN STATUS"); }
+std::string GetClearStatus(int status)
+{
+    const char* name = status >= 0 && status <= 0xFFFF ? DimseStatusTraceName(static_cast<uint16_t>(status)) : nullptr;
+    return name ? name : "UNKNOWN STATUS";
+}
 
 std::string GetClearRejection(A_ASSOCIATE_RJ rejection)
 {

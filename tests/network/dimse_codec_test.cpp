@@ -15,6 +15,8 @@
 #include "platform/dynbuffer.h"
 #include "support/cli.h"
 #include "support/files.h"
+#include "trace/dimse_status.h"
+#include "trace/vocabulary.h"
 
 namespace {
 
@@ -201,7 +203,7 @@ TEST(QueryRecords, FillFromIdentifiersAndGatherSeries)
     EXPECT_NE(copy.aStudies[0].get(), move.aStudies[0].get());
 }
 
-TEST(QueryRecords, FindStatusesInWords)
+TEST(QueryRecords, StatusesInWordsPerService)
 {
     const struct {
         uint16_t status;
@@ -218,6 +220,29 @@ TEST(QueryRecords, FindStatusesInWords)
         EXPECT_EQ(good, row.good);
         EXPECT_EQ(final, row.final);
     }
+    // One table serves every service and the trace: each service's own
+    // words first, the general ones for DIMSE-N and print.
+    const struct {
+        std::string words, expected;
+    } words[] = {
+        {CUserSocket::GetMoveStatusText(0xA801), "Refused: Move Destination unknown"},
+        {CUserSocket::GetMoveStatusText(0xC001), "Failed: Unable to Process"},
+        {CUserSocket::GetMoveStatusText(0x0110), "Unknown status (PROCESSING FAILURE)"},
+        {CUserSocket::GetStoreStatusText(0xA702), "refused 0xA702: out of resources"},
+        {CUserSocket::GetStoreStatusText(0xB007), "warning 0xB007: data set does not match SOP class"},
+        {CUserSocket::GetStoreStatusText(0xFE00), "status 0xFE00 (CANCEL: SUB-OPERATIONS TERMINATED DUE TO CANCEL INDICATION)"},
+        {CUserSocket::GetNStatusText(0x0112), "Failure: no such SOP instance"},
+        {CUserSocket::GetNStatusText(0xB604), "image larger than the image box, demagnified"},
+        {CUserSocket::GetNStatusText(0xD123), "status 0xD123 (UNKNOWN STATUS)"},
+        {GetClearStatus(0xFF01), "PENDING: MATCHES ARE CONTINUING"},
+        {GetClearStatus(0x0116), "UNKNOWN STATUS"},
+    };
+    for (const auto& row : words)
+        EXPECT_EQ(row.words, row.expected);
+    EXPECT_EQ(ClassifyDimseStatus(0x0021, 0xFF01), StatusClass::kPending);
+    EXPECT_EQ(ClassifyDimseStatus(0x0120, 0xB604), StatusClass::kWarning);  // N-SET: image demagnified
+    EXPECT_EQ(ClassifyDimseStatus(0x0001, 0xB123), StatusClass::kWarning);  // PS3.7 C: 0xBxxx
+    EXPECT_EQ(ClassifyDimseStatus(0x0001, 0xA7FF), StatusClass::kFailure);
 }
 
 // Query keys as the identifier carries them: text in the declared character
