@@ -122,6 +122,11 @@ public:
                               void (*callback)(TAG_HEADER*, void*), void* parameter);
     // Stores one command element into the message.
     static void CommandMessageProc(TAG_HEADER* element, DICOM_CMND_MSG* message);
+    // Stores the value of command element (0000,element) into its field of
+    // the message (one table for every command decoder); other elements,
+    // and the Move Destination unless asked, are left alone.
+    static void StoreCommandValue(DICOM_CMND_MSG& message, uint16_t element, const unsigned char* value,
+                                  uint32_t length, bool moveDestination = true);
     // Decodes a whole command set into message (cleared first).
     static void DecodeCommandSet(const unsigned char* bytes, int size, DICOM_CMND_MSG& message);
 

@@ -1,5 +1,6 @@
 // Received command sets, the presentation context in use and the AE titles.
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "dicomdata/bytecursor.h"
@@ -16,41 +17,69 @@ void StoreCommandElement(TAG_HEADER* element, void* message)
     CDicomSocket::CommandMessageProc(element, static_cast<DICOM_CMND_MSG*>(message));
 }
 
-template <size_t N>
-void Text(TAG_HEADER* element, char (&field)[N])
-{
-    DICOMINFO::GetStringTagValue(element, field, static_cast<int>(N));
+// The command elements a message keeps (PS3.7 E.1), each into its field:
+// text (at most width - 1 bytes, terminated, trailing blanks removed) or,
+// with width 0, the first two value bytes as a number.
+struct CommandField {
+    uint16_t element;
+    size_t offset, width;
+};
+#define ZD_TEXT(element, field) {element, offsetof(DICOM_CMND_MSG, field), sizeof(DICOM_CMND_MSG::field)}
+#define ZD_NUMBER(element, field) {element, offsetof(DICOM_CMND_MSG, field), 0}
+constexpr CommandField kCommandFields[] = {
+    ZD_TEXT(0x0002, szAffectedSOPClassUID),
+    ZD_TEXT(0x0003, szRequestedSOPClassUID),
+    ZD_NUMBER(0x0100, wCommandField),
+    ZD_NUMBER(0x0110, wMessageID),
+    ZD_NUMBER(0x0120, wMessageIDBeingRespondedTo),
+    ZD_TEXT(0x0600, szMoveDestination),
+    ZD_NUMBER(0x0700, wPriority),
+    ZD_NUMBER(0x0800, wDataSetType),
+    ZD_NUMBER(0x0900, wStatus),
+    ZD_TEXT(0x1000, szAffectedSOPInstanceUID),
+    ZD_TEXT(0x1001, szRequestedSOPInstanceUID),
+    ZD_NUMBER(0x1002, wEventTypeID),
+    ZD_NUMBER(0x1020, wRemainingSubOperations),
+    ZD_NUMBER(0x1021, wCompletedSubOperations),
+    ZD_NUMBER(0x1022, wFailedSubOperations),
+    ZD_NUMBER(0x1023, wWarningSubOperations),
+    ZD_TEXT(0xFAFA, szExtraText),
+};
+#undef ZD_TEXT
+#undef ZD_NUMBER
+
 }
 
+void CDicomSocket::StoreCommandValue(DICOM_CMND_MSG& message, uint16_t element, const unsigned char* value,
+                                     uint32_t length, bool moveDestination)
+{
+    if (length == kUndefinedLength || (!value && length > 0) || (element == 0x0600 && !moveDestination))
+        return;
+    for (const CommandField& field : kCommandFields) {
+        if (field.element != element)
+            continue;
+        auto* target = reinterpret_cast<unsigned char*>(&message) + field.offset;
+        if (field.width == 0) {
+            const uint16_t number = length >= 2 ? ByteCursor::loadUint16LE(value) : 0;
+            std::memcpy(target, &number, sizeof number);
+            return;
+        }
+        size_t count = std::min<size_t>(length, field.width - 1);
+        if (count > 0)
+            std::memcpy(target, value, count);
+        target[count] = '\0';
+        while (count > 0 && target[count - 1] == ' ')
+            target[--count] = '\0';
+        return;
+    }
 }
 
 void CDicomSocket::CommandMessageProc(TAG_HEADER* element, DICOM_CMND_MSG* message)
 {
-    if (!element || !message || element->wGroup != 0x0000)
-        return;
-    const unsigned char* value = reinterpret_cast<const unsigned char*>(element) + sizeof(TAG_HEADER);
     // The walkers hand over an element only when its whole value is there.
-    uint16_t number = element->nLength >= 2 && element->nLength != kUndefinedLength ? ByteCursor::loadUint16LE(value) : 0;
-    switch (element->wElement) {
-    case 0x0002: Text(element, message->szAffectedSOPClassUID); break;
-    case 0x0003: Text(element, message->szRequestedSOPClassUID); break;
-    case 0x0100: message->wCommandField = number; break;
-    case 0x0110: message->wMessageID = number; break;
-    case 0x0120: message->wMessageIDBeingRespondedTo = number; break;
-    case 0x0600: Text(element, message->szMoveDestination); break;
-    case 0x0700: message->wPriority = number; break;
-    case 0x0800: message->wDataSetType = number; break;
-    case 0x0900: message->wStatus = number; break;
-    case 0x1000: Text(element, message->szAffectedSOPInstanceUID); break;
-    case 0x1001: Text(element, message->szRequestedSOPInstanceUID); break;
-    case 0x1002: message->wEventTypeID = number; break;
-    case 0x1020: message->wRemainingSubOperations = number; break;
-    case 0x1021: message->wCompletedSubOperations = number; break;
-    case 0x1022: message->wFailedSubOperations = number; break;
-    case 0x1023: message->wWarningSubOperations = number; break;
-    case 0xFAFA: Text(element, message->szExtraText); break;
-    default: break;
-    }
+    if (element && message && element->wGroup == 0x0000)
+        StoreCommandValue(*message, element->wElement, reinterpret_cast<const unsigned char*>(element) + sizeof(TAG_HEADER),
+                          element->nLength);
 }
 
 void CDicomSocket::DecodeCommandSet(const unsigned char* bytes, int size, DICOM_CMND_MSG& message)

@@ -87,31 +87,9 @@ void CUserSocket::GetTagString(const unsigned char* value, int length, char* des
 void CUserSocket::CommandTagProc(uint16_t group, uint16_t element, uint32_t length, const unsigned char* value,
                                  void* parameter)
 {
-    auto* message = static_cast<DICOM_CMND_MSG*>(parameter);
-    if (!message || group != 0x0000)
-        return;
     // A value arrives in this machine's order: little endian here.
-    uint16_t number = length >= 2 ? ByteCursor::loadUint16LE(value) : 0;
-    int textLength = static_cast<int>(std::min<uint32_t>(length, 0x7FFFFFFF));
-    switch (element) {
-    case 0x0002: GetTagString(value, textLength, message->szAffectedSOPClassUID, sizeof message->szAffectedSOPClassUID); break;
-    case 0x0003: GetTagString(value, textLength, message->szRequestedSOPClassUID, sizeof message->szRequestedSOPClassUID); break;
-    case 0x0100: message->wCommandField = number; break;
-    case 0x0110: message->wMessageID = number; break;
-    case 0x0120: message->wMessageIDBeingRespondedTo = number; break;
-    case 0x0700: message->wPriority = number; break;
-    case 0x0800: message->wDataSetType = number; break;
-    case 0x0900: message->wStatus = number; break;
-    case 0x1000: GetTagString(value, textLength, message->szAffectedSOPInstanceUID, sizeof message->szAffectedSOPInstanceUID); break;
-    case 0x1001: GetTagString(value, textLength, message->szRequestedSOPInstanceUID, sizeof message->szRequestedSOPInstanceUID); break;
-    case 0x1002: message->wEventTypeID = number; break;
-    case 0x1020: message->wRemainingSubOperations = number; break;
-    case 0x1021: message->wCompletedSubOperations = number; break;
-    case 0x1022: message->wFailedSubOperations = number; break;
-    case 0x1023: message->wWarningSubOperations = number; break;
-    case 0xFAFA: GetTagString(value, textLength, message->szExtraText, sizeof message->szExtraText); break;
-    default: break;
-    }
+    if (parameter && group == 0x0000)
+        StoreCommandValue(*static_cast<DICOM_CMND_MSG*>(parameter), element, value, length, false);
 }
 
 int CUserSocket::WriteProc(const void* data, int length, CDynBuffer* buffer)
