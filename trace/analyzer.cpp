@@ -3,10 +3,12 @@
 // past the block ends the analysis after the lines already written.
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "dicomdata/bytecursor.h"
+#include "dicomdata/byteorder.h"
+#include "dicomdata/elementheader.h"
 #include "dicomdata/tagtable.h"
-#include "imageinfo/dicominfo.h"
 #include "platform/resstring.h"
 #include "platform/text.h"
 #include "trace/dicomtrace.h"
@@ -224,57 +226,53 @@ int AnalyzeBlockDATA_TF(std::string name, const unsigned char* pdu, int size)
 
 namespace {
 
-struct ElementHeader {
+// One element of a dumped block: its header as the element header reader
+// of the parser decodes it, and its first value bytes as numbers.
+struct DumpedElement {
     TAG_HEADER tag{};
     size_t headerSize = 8;
     uint32_t value32 = 0;
     uint16_t value16 = 0;
 };
 
-uint16_t Swap16(uint16_t v) { return static_cast<uint16_t>((v >> 8) | (v << 8)); }
-uint32_t Swap32(uint32_t v) { return __builtin_bswap32(v); }
-
-// The header at the cursor's position, its length corrected for an explicit
-// VR form; false when fewer than 8 bytes remain.
-bool ReadElementHeader(const ByteCursor& cursor, bool bigEndian, ElementHeader& out)
+// The header at the cursor's position; false when fewer than 8 bytes remain.
+// A block does not say how it is encoded: a header holding the letters of
+// a VR is read in explicit VR (PS3.5 7.1.2), any other in implicit VR, and
+// an explicit header cut short is read as implicit.
+bool ReadDumpedElement(const ByteCursor& cursor, DumpedElement& out)
 {
     if (!cursor.has(8))
         return false;
     const unsigned char* p = cursor.here();
-    std::memcpy(&out.tag, p, 8);
-    // The first value bytes as numbers; a shorter value gives its bytes only.
-    uint32_t first4 = 0;
-    for (size_t i = 0; i < 4 && 8 + i < cursor.remaining(); ++i)
-        first4 |= static_cast<uint32_t>(p[8 + i]) << (8 * i);
-    out.value32 = first4;
-    out.value16 = static_cast<uint16_t>(first4);
-    TAG_HEADER raw = out.tag;
-    if (bigEndian) {
-        out.tag.wGroup = Swap16(out.tag.wGroup);
-        out.tag.wElement = Swap16(out.tag.wElement);
-        out.tag.nLength = Swap32(out.tag.nLength);
-        out.value32 = Swap32(out.value32);
-        out.value16 = Swap16(out.value16);
-    }
-    out.headerSize = 8;
-    if (!bigEndian) {
-        TAG_HEADER corrected = raw;
-        size_t extra = static_cast<size_t>(
-            DICOMINFO::CheckExplicitVR(&corrected, reinterpret_cast<const TAG_HEADER*>(p), std::min<size_t>(cursor.remaining(), 12)));
-        out.tag.nLength = corrected.nLength;
-        out.headerSize += extra;
-        if (extra == 4) {
-            out.value32 = 0;
-            for (size_t i = 0; i < 4 && 12 + i < cursor.remaining(); ++i)
-                out.value32 |= static_cast<uint32_t>(p[12 + i]) << (8 * i);
-            out.value16 = static_cast<uint16_t>(out.value32);
-        }
-    }
+    ByteCursor reader = cursor;
+    ElementHeader header;
+    if (!ReadElementHeader(reader, IsVRCode(p[4], p[5]), header))
+        ReadElementHeader(reader, false, header);
+    out.tag = {header.group, header.element, header.length};
+    out.headerSize = header.headerSize;
+    // The first value bytes as numbers; a shorter block gives its bytes only.
+    out.value32 = 0;
+    for (size_t i = 0; i < 4 && out.headerSize + i < cursor.remaining(); ++i)
+        out.value32 |= static_cast<uint32_t>(p[out.headerSize + i]) << (8 * i);
+    out.value16 = static_cast<uint16_t>(out.value32);
     return true;
 }
 
+// The block as little endian: a big endian one is converted on a copy by
+// the data set converter (as far as it can be walked).
+const unsigned char* LittleEndian(const unsigned char* data, uint32_t size, bool bigEndian,
+                                  std::vector<unsigned char>& copy)
+{
+    if (!bigEndian)
+        return data;
+    copy.assign(data, data + size);
+    ByteOrderFault fault;
+    ConvertBigEndianDataSet(copy.data(), copy.size(), fault);
+    return copy.data();
+}
+
 std::string ValueText(const TAGINFO& entry, const unsigned char* value, size_t available, uint32_t length,
-                      const ElementHeader& header, bool bigEndian)
+                      const DumpedElement& header)
 {
     size_t count = std::min<size_t>(length == kUndefinedLength ? 0 : length, available);
     std::string text = "???";
@@ -287,14 +285,14 @@ std::string ValueText(const TAGINFO& entry, const unsigned char* value, size_t a
         break;
     }
     case VR_FL:
-        if (!bigEndian && count >= 4) {
+        if (count >= 4) {
             float f;
             std::memcpy(&f, value, 4);
             text = FormatText("%g", static_cast<double>(f));
         }
         break;
     case VR_FD:
-        if (!bigEndian && count >= 8) {
+        if (count >= 8) {
             double d;
             std::memcpy(&d, value, 8);
             text = FormatText("%g", d);
@@ -308,7 +306,7 @@ std::string ValueText(const TAGINFO& entry, const unsigned char* value, size_t a
     case VR_OW:
         text.clear();
         for (size_t i = 0; i + 2 <= std::min<size_t>(count, 32); i += 2)
-            text += FormatText("0x%04X ", bigEndian ? ((value[i] << 8) | value[i + 1]) : ByteCursor::loadUint16LE(value + i));
+            text += FormatText("0x%04X ", ByteCursor::loadUint16LE(value + i));
         break;
     case VR_SL: text = FormatText("0x%08X (%ld)", header.value32, static_cast<long>(static_cast<int32_t>(header.value32))); break;
     case VR_SS: text = FormatText("0x%04X (%hd)", header.value16, static_cast<short>(header.value16)); break;
@@ -345,8 +343,9 @@ int BlockLooksPureData(const unsigned char* data, uint32_t size, int bigEndian)
         return 1;
     if (size >= 132 && std::memcmp(data + 128, "DICM", 4) == 0)
         return 0;
-    ElementHeader header;
-    if (!ReadElementHeader(ByteCursor(data, size), bigEndian != 0, header))
+    std::vector<unsigned char> copy;
+    DumpedElement header;
+    if (!ReadDumpedElement(ByteCursor(LittleEndian(data, size, bigEndian != 0, copy), size), header))
         return 1;
     if (header.tag.wElement == 0 && header.tag.nLength == 0)
         return 1;
@@ -358,6 +357,8 @@ void DicomTraceAnalyzeBlock(std::string name, const unsigned char* data, uint32_
     if (Level() == 0 || !data || BlockLooksPureData(data, size, bigEndian))
         return;
     const std::string separator = "<" + name + ">\t " + std::string(91, '-');
+    std::vector<unsigned char> copy;
+    data = LittleEndian(data, size, bigEndian != 0, copy);
     ByteCursor cursor(data, size);
     if (size >= 132 && std::memcmp(data + 128, "DICM", 4) == 0) {
         if (Level() >= 2) {
@@ -378,8 +379,8 @@ void DicomTraceAnalyzeBlock(std::string name, const unsigned char* data, uint32_
         DicomTraceFormat("<%s>\t GROUP  FIELD DESCRIPTION                      VR SIZE   VALUE", name.c_str());
         DicomTraceStr(separator);
     }
-    ElementHeader header;
-    while (ReadElementHeader(cursor, bigEndian != 0, header)) {
+    DumpedElement header;
+    while (ReadDumpedElement(cursor, header)) {
         const TAG_HEADER& tag = header.tag;
         const TAGINFO* entry = CTagTable::Find(tag.wGroup, tag.wElement);
         size_t headerSize = std::min(header.headerSize, cursor.remaining());
@@ -389,7 +390,7 @@ void DicomTraceAnalyzeBlock(std::string name, const unsigned char* data, uint32_
         if (entry) {
             description = WideToAscii(LoadResString(entry->nDescriptionId));
             vr = entry->szVR;
-            valueText = ValueText(*entry, value, available, tag.nLength, header, bigEndian != 0);
+            valueText = ValueText(*entry, value, available, tag.nLength, header);
         } else if (tag.wGroup % 2 == 1) {
             description = "(Constructor Private Tag)";
         }

@@ -147,11 +147,15 @@ TEST_F(TraceFile, DumpsDataSetsElementByElement)
     DicomTraceAnalyzeBlock("S", set.data(), uint32_t(set.size()), 0);
     Bytes status = echoResponse(1, 0xA700);
     DicomTraceAnalyzeBlock("S", status.data(), uint32_t(status.size()), 0);
+    // Rows = 512 in explicit VR big endian, read as the data set reader reads it.
+    Bytes bigEndian = {0x00, 0x28, 0x00, 0x10, 'U', 'S', 0x00, 0x02, 0x02, 0x00};
+    DicomTraceAnalyzeBlock("S", bigEndian.data(), uint32_t(bigEndian.size()), 1);
     std::string all = All();
     for (std::string expected : {
              std::string("<S>\t GROUP  FIELD DESCRIPTION                      VR SIZE   VALUE\n"),
              std::string(" 0xFFFFFFFF (UNDEFINED LENGTH)\n"), "0x00C8 " + std::string(128, '1') + "\n",
              std::string(" 0x80 0x01 0xFF \n"), std::string(" (REFUSED: OUT OF RESOURCES)\n"),
+             std::string(" US 0x0002 0x0200 (512)\n"),
              // A description longer than its column is cut to 32 characters.
              std::string("(0020, 1209) Number of Series Related Instanc IS 0x0002 12\n")})
         EXPECT_NE(all.find(expected), std::string::npos) << expected;
