@@ -85,6 +85,20 @@ TEST(OrthancDimse, StoreFindMoveAndCommit)
         EXPECT_NE(find.out.find("1 match, final status 0x0000"), std::string::npos) << declared << find.out;
     }
 
+    // Two studies now: cancelled after the first match, the query ends with
+    // Cancel, unless Orthanc had sent every response before the C-CANCEL-RQ
+    // reached it (the second match then arrives after the cancel left).
+    CliResult cancelled = RunCli({"find", "-d", "-aec", "ORTHANC", "--cancel", "1", "-k", "StudyInstanceUID", "127.0.0.1", p});
+    EXPECT_NE(cancelled.out.find("# match 1\n"), std::string::npos) << cancelled.out;
+    EXPECT_EQ(cancelled.out.find("# match 2\n"), std::string::npos) << cancelled.out;
+    if (cancelled.out.find("1 match, final status 0xFE00: Cancel") != std::string::npos) {
+        EXPECT_EQ(cancelled.status, 1);
+    } else {
+        EXPECT_NE(cancelled.out.find("1 match, final status 0x0000: Success"), std::string::npos) << cancelled.out;
+        EXPECT_NE(cancelled.err.find("Match after C-CANCEL-RQ: not reported"), std::string::npos) << cancelled.err;
+    }
+    EXPECT_NE(cancelled.err.find("C-CANCEL-RQ for message 1"), std::string::npos);
+
     CliResult move = RunCli({"move", "-aec", "ORTHANC", "--dest", "MOVEDEST", "-k",
                              "StudyInstanceUID=1.3.6.1.4.1.5962.1.2.1.20040119072730.12322", "127.0.0.1", p});
     EXPECT_EQ(move.status, 0) << move.err;
