@@ -211,13 +211,13 @@ unsigned long CDicomPrintSocket::ThreadProc(DICOM_PRINT_PARAM* param)
     bool success = false;
     bool connected = socket->Connect() != 0;
     if (!connected) {
-        socket->m_sFailedStep = "connect";
+        socket->MarkFailedStep(ExchangeStep::kConnect);
     } else if (!socket->SendAssociateReq(false) || !socket->ReceiveAssociateRsp()) {
-        socket->m_sFailedStep = "association";
+        socket->MarkFailedStep(ExchangeStep::kAssociation);
     } else if (unsigned char context = socket->FindAcceptedContext(printuid::kGrayscaleMeta,
                                                                    printuid::kImplicitLittleEndian);
                context == 0) {
-        socket->m_sFailedStep = "association";
+        socket->MarkFailedStep(ExchangeStep::kAssociation);
         socket->SetErrorText(kErrorNoContext, "the printer refused the Basic Grayscale Print Management context");
     } else if (!socket->SendGetPrinterStatusCmnd() || !socket->ReadGetPrinterStatusRsp()) {
         socket->m_sFailedStep = "printer status";
@@ -249,7 +249,7 @@ unsigned long CDicomPrintSocket::ThreadProc(DICOM_PRINT_PARAM* param)
         if (goOn) {
             success = socket->SendReleaseReq() && socket->ReceiveReleaseRsp();
             if (!success)
-                socket->m_sFailedStep = "release";
+                socket->MarkFailedStep(ExchangeStep::kRelease);
         }
     }
     // A refusal in words (a failure status, a failed printer) leaves the

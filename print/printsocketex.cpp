@@ -280,7 +280,7 @@ bool CDicomPrintSocketEx::Print()
     std::string lutInstance;
     const bool connected = Connect() != 0;
     if (!connected) {
-        m_sFailedStep = "connect";
+        MarkFailedStep(ExchangeStep::kConnect);
         stopped = true;
     }
     for (int index = 0; connected && index < m_nPageCount; ++index) {
@@ -295,7 +295,7 @@ bool CDicomPrintSocketEx::Print()
         }
         if (!associated) {
             if (!OpenAssociation(header)) {
-                m_sFailedStep = "association";
+                MarkFailedStep(ExchangeStep::kAssociation);
                 stopped = true;
                 break;
             }
@@ -369,8 +369,10 @@ bool CDicomPrintSocketEx::Print()
     // A job counts as done when every page was printed and the release
     // answered: a host told "success" after a refused page would lose it.
     bool released = associated && SendReleaseReq() && ReceiveReleaseRsp();
-    if (associated && !released && !stopped)
-        step = m_sFailedStep = "release";
+    if (associated && !released && !stopped) {
+        MarkFailedStep(ExchangeStep::kRelease);
+        step = m_sFailedStep;
+    }
     const bool success = released && !stopped;
     if (local != 0 || system != 0) {
         SetErrorText(local, detail);

@@ -51,6 +51,9 @@ std::vector<StallCase> Cases()
         {"move: responses", {"move", "--dest", "DEST", "-k", "PatientID=1"}, "-td", then({Stall()}), "C-MOVE response: timed out"},
         {"store: response", {"store"}, "-td", then({Stall()}), "timed out"},
         {"worklist: responses", {"worklist"}, "-td", then({Stall()}), "C-FIND response: timed out"},
+        {"print: association answer", {"print"}, "-ta", {Expect(0x01), Stall()},
+         "association: timed out: no answer from the peer within 1 s"},
+        {"print: printer status", {"print"}, "-td", then({Stall()}), "printer status: timed out: no answer from the peer within 1 s"},
         {"commit: N-ACTION response", {"commit", "--listen", "0"}, "-td", then({Stall()}), "N-ACTION response: timed out"},
         {"echo: release answer", {"echo"}, "-ta", then({Expect(0x04), Send(kEchoResponseSuccess), Expect(0x05), Stall()}),
          "release not answered: no A-RELEASE-RP within 1 s"},
@@ -82,7 +85,7 @@ TEST(Timeouts, EachWaitEndsWithItsOwnTimeout)
             args.back() = std::to_string(FreePort());
         args.insert(args.begin() + 1, {"--timeout", "30", stall.timeout, "1"});
         args.insert(args.end(), {"127.0.0.1", std::to_string(port)});
-        if (args[0] == "store" || args[0] == "commit")
+        if (args[0] == "store" || args[0] == "commit" || args[0] == "print")
             args.push_back(ct);
         CliResult run = RunCli(args);
         EXPECT_EQ(run.status, 1);
