@@ -74,7 +74,7 @@ TEST(AssociationEnd, PeersEndingTheirOwnWay)
          {Expect(0x01), Send(commitAc), Expect(0x04), Expect(0x04), Send(actionRsp), Send(EventReport()), Expect(0x04),
           Expect(0x05), Send(kReleaseRp)},
          1, "committed 1.2.3.4.5.6 CT Image Storage"},
-        {"N-ACTION answered, never reported", {"commit", "--timeout", "2", "--listen", "0"},
+        {"N-ACTION answered, never reported", {"commit", "--timeout", "30", "-td", "2", "--listen", "0"},
          {Expect(0x01), Send(commitAc), Expect(0x04), Expect(0x04), Send(actionRsp), Stall(8000)},
          1, "N-EVENT-REPORT: the peer never reported: no N-EVENT-REPORT within 2 s"},
         {"C-FIND cancelled after one match", {"find", "--cancel", "1", "-k", "PatientName"},
