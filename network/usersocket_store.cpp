@@ -12,6 +12,7 @@
 #include "dicomdata/deflate.h"
 #include "dicomdata/dicomitem.h"
 #include "imageinfo/transfersyntax.h"
+#include "network/dataset_codec.h"
 #include "network/usersocket.h"
 #include "platform/datainmemory.h"
 #include "platform/dynbuffer.h"
@@ -432,6 +433,42 @@ struct StoreBatch {
         return true;
     }
 
+    // Sends an uncompressed data set in the other little endian syntax,
+    // written again element by element from the mapped file (values go
+    // out from where they lie, nothing of it is held in memory). False,
+    // with nothing sent, when the file's bytes do not walk cleanly: the
+    // element tree then encodes it (SendEncoded).
+    bool SendConverted(const StoreFile& file, const std::string& syntax, STORE_OUTCOME& outcome, bool& broken,
+                       bool& tried)
+    {
+        tried = false;
+        CDataInMemory image(file.path);
+        if (!image.IsValid() || file.dataOffset < 0 || static_cast<uint64_t>(file.dataOffset) > image.GetSize() ||
+            image.GetSize() - static_cast<uint64_t>(file.dataOffset) != static_cast<uint64_t>(file.dataLength))
+            return false;
+        const unsigned char* bytes = image.GetData() + file.dataOffset;
+        const size_t size = static_cast<size_t>(file.dataLength);
+        const dataset::Encoding from{file.fileSyntax != kImplicitLE, false};
+        const dataset::Encoding to{syntax != kImplicitLE, false};
+        if (!dataset::Reencode(bytes, size, from, to, nullptr, nullptr))
+            return false;
+        tried = true;
+        if (!socket.SendStoreReqCmnd(file.sopClass, file.sopInstance)) {
+            broken = true;
+            return false;
+        }
+        DataSetStream stream(socket, &image);
+        if (!dataset::Reencode(bytes, size, from, to, DataSetStream::WriteProc, &stream) || !stream.Finish()) {
+            // The message is incomplete: the association cannot go on.
+            broken = true;
+            if (!stream.SendFailed())
+                outcome.reason = "the data set could not be written in " + UidWords(syntax);
+            return false;
+        }
+        outcome.bytes = stream.Total();
+        return true;
+    }
+
     // Sends one file over the open association; broken when the
     // association cannot carry another file.
     void Send(const StoreFile& file, STORE_OUTCOME& outcome, bool& broken)
@@ -452,7 +489,14 @@ struct StoreBatch {
             broken = !sent;
             outcome.bytes = file.dataLength;
         } else {
-            sent = SendEncoded(file, syntax, outcome, broken);
+            bool tried = false;
+            // Explicit and implicit VR little endian differ only in their
+            // element headers (PS3.5 7.1): those are written again.
+            const bool uncompressed = file.fileSyntax == kImplicitLE || file.fileSyntax == kExplicitLE;
+            if (file.sendsAsItLies && uncompressed && (syntax == kImplicitLE || syntax == kExplicitLE))
+                sent = SendConverted(file, syntax, outcome, broken, tried);
+            if (!tried)
+                sent = SendEncoded(file, syntax, outcome, broken);
         }
         DICOM_CMND_MSG response;
         if (sent && !socket.ReceiveStoreRsp(response)) {
