@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <set>
 #include <utility>
 
@@ -25,6 +27,7 @@ namespace {
 constexpr uint16_t kStoreRq = 0x0001;
 constexpr uint16_t kMediumPriority = 0x0000;
 constexpr uint16_t kDataSetPresent = 0x0000;
+constexpr int64_t kReadInOneCall = 1 << 20;
 }
 
 int CUserSocket::SendStoreReqCmnd(const std::string& sopClass, const std::string& sopInstance)
@@ -55,6 +58,16 @@ int CUserSocket::SendDataFromFile(const std::u16string& path, int64_t length, in
     if (length == 0) {
         close(fd);
         return SendDataPdu("", 0, 1, 0);
+    }
+    if (length <= kReadInOneCall) {
+        // A small data set is read in one call and sent from memory: one
+        // send per PDU instead of a header, a sendfile and the SIGPIPE mask
+        // around it.
+        std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[static_cast<size_t>(length)]);
+        if (bytes && pread(fd, bytes.get(), static_cast<size_t>(length), offset) == length) {
+            close(fd);
+            return SendDataPdus(bytes.get(), length, true);
+        }
     }
     int result = SendDataPdusFromFile(fd, offset, length, true);
     close(fd);
