@@ -435,7 +435,15 @@ struct StoreBatch {
         } else {
             sent = data->SaveTags(explicitVR, DataSetStream::WriteProc, &stream) != 0xFFFFFFFFu;
         }
-        if (!sent || !stream.Finish()) {
+        return Finish(stream, sent, syntax, outcome, broken);
+    }
+
+    // Ends the message of a data set written into stream (written: without
+    // a fault); false when it could not be completed.
+    static bool Finish(DataSetStream& stream, bool written, const std::string& syntax, STORE_OUTCOME& outcome,
+                       bool& broken)
+    {
+        if (!written || !stream.Finish()) {
             // The message is incomplete: the association cannot go on.
             broken = true;
             if (!stream.SendFailed())
@@ -471,15 +479,8 @@ struct StoreBatch {
             return false;
         }
         DataSetStream stream(socket, &image);
-        if (!dataset::Reencode(bytes, size, from, to, DataSetStream::WriteProc, &stream) || !stream.Finish()) {
-            // The message is incomplete: the association cannot go on.
-            broken = true;
-            if (!stream.SendFailed())
-                outcome.reason = "the data set could not be written in " + UidWords(syntax);
-            return false;
-        }
-        outcome.bytes = stream.Total();
-        return true;
+        const bool written = dataset::Reencode(bytes, size, from, to, DataSetStream::WriteProc, &stream);
+        return Finish(stream, written, syntax, outcome, broken);
     }
 
     // Sends one file over the open association; broken when the
