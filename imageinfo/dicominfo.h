@@ -276,6 +276,9 @@ struct DICOMINFO : public CDicomInfoStatics {
     // Elements present with an empty value (group << 16 | element) among
     // those the record takes a number from; reading treats them as absent.
     std::vector<uint32_t> aEmptyNumberElements;
+    // Patient's Sex (0010,0040) as the file holds it, blanks trimmed
+    // (sPatientSex is normalised to M, F or O); empty when absent.
+    std::u16string sDicomPatientSex;
 
     // --- the record's own operations (inforecord.cpp)
     // Every scalar field, in declaration order; count in fieldCount.

@@ -507,6 +507,7 @@ DICOMINFO& DICOMINFO::operator=(const DICOMINFO& other)
     PatientSpeciesCode = other.PatientSpeciesCode;
     PatientBreedCode = other.PatientBreedCode;
     aEmptyNumberElements = other.aEmptyNumberElements;
+    sDicomPatientSex = other.sDicomPatientSex;
     return *this;
 }
 

@@ -348,6 +348,7 @@ void DICOMINFO::GetInfoFromGroup0010(const CDicomItem* data)
     std::u16string sex;
     data->GetTagValue(0x0010, 0x0040, sex);
     sex = Trim(sex);
+    sDicomPatientSex = sex;
     char16_t first = sex.empty() ? u' ' : sex[0];
     sPatientSex = first == u'F' || first == u'f' ? u"F" : first == u'M' || first == u'm' ? u"M" : u"O";
     ReadText(data, 0x0010, 0x1000, sOtherPatientIDs);

@@ -25,19 +25,35 @@ bool Read32(ByteCursor& cursor, size_t offset, bool bigEndian, uint32_t& out)
     return bigEndian ? cursor.peekUint32BE(offset, out) : cursor.peekUint32LE(offset, out);
 }
 
-void Put16(CDynBuffer& out, uint16_t value, bool bigEndian)
+unsigned char* Put16(unsigned char* out, uint16_t value, bool bigEndian)
 {
-    unsigned char bytes[2];
     for (int i = 0; i < 2; ++i)
-        bytes[bigEndian ? 1 - i : i] = static_cast<unsigned char>(value >> (8 * i));
-    out.Add(bytes, 2);
+        out[bigEndian ? 1 - i : i] = static_cast<unsigned char>(value >> (8 * i));
+    return out + 2;
 }
-void Put32(CDynBuffer& out, uint32_t value, bool bigEndian)
+unsigned char* Put32(unsigned char* out, uint32_t value, bool bigEndian)
 {
-    unsigned char bytes[4];
     for (int i = 0; i < 4; ++i)
-        bytes[bigEndian ? 3 - i : i] = static_cast<unsigned char>(value >> (8 * i));
-    out.Add(bytes, 4);
+        out[bigEndian ? 3 - i : i] = static_cast<unsigned char>(value >> (8 * i));
+    return out + 4;
+}
+
+// An element header in the encoding, into out (12 bytes at most); its size.
+size_t EncodeHeader(unsigned char* out, Encoding encoding, uint16_t group, uint16_t element, const char* vr,
+                    uint32_t length)
+{
+    const bool big = encoding.bigEndian;
+    unsigned char* at = Put16(Put16(out, group, big), element, big);
+    if (!encoding.explicitVR || group == 0xFFFE)
+        return static_cast<size_t>(Put32(at, length, big) - out);
+    const std::string_view written = ExplicitHeaderVR(std::string_view(vr, 2), length);
+    *at++ = static_cast<unsigned char>(written[0]);
+    *at++ = static_cast<unsigned char>(written[1]);
+    if (IsLongFormVR(written))
+        at = Put32(Put16(at, 0, big), length, big);
+    else
+        at = Put16(at, static_cast<uint16_t>(length), big);
+    return static_cast<size_t>(at - out);
 }
 
 // PS3.5 6.2.2: the items of a UN value of undefined length, and of any
@@ -49,21 +65,40 @@ Encoding ItemEncoding(Encoding encoding, const ElementHeader& header)
     return Encoding{false, false};
 }
 
-void PutItemHeader(CDynBuffer* out, uint16_t element, uint32_t length)
-{
-    if (!out)
-        return;
-    Put16(*out, kItemGroup, false);
-    Put16(*out, element, false);
-    Put32(*out, length, false);
-}
+// Where a walk writes the data set again: in the encoding `to`, through
+// the writer (none: the bytes are only counted). Values go out as they lie
+// in the source, so that a writer can send large ones from the file.
+struct Output {
+    Encoding to;
+    DICOM_WRITER_PROC writer = nullptr;
+    void* context = nullptr;
+    uint64_t written = 0;
 
-bool WalkElements(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int depth, bool untilItemEnd);
+    bool Put(const void* bytes, size_t count)
+    {
+        written += count;
+        return !writer || count == 0 || writer(bytes, static_cast<uint32_t>(count), context) == count;
+    }
+    bool Header(uint16_t group, uint16_t element, const char* vr, uint32_t length)
+    {
+        unsigned char bytes[12];
+        return Put(bytes, EncodeHeader(bytes, to, group, element, vr, length));
+    }
+    // Items and delimiters: always the 8-byte form, little endian.
+    bool Item(uint16_t element, uint32_t length)
+    {
+        return Header(kItemGroup, element, "", length);
+    }
+};
+
+bool WalkElements(ByteCursor& cursor, Encoding encoding, Output* out, int depth, bool untilItemEnd,
+                  int onlyGroup = -1);
 
 // The items of a sequence: up to and including the sequence delimiter
 // (delimited), or all the cursor's bytes (a defined-length value). Each
-// item is re-encoded into out unless out is null (only walked).
-bool WalkItems(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int depth, bool delimited)
+// item is written again, with undefined length, unless out is null (only
+// walked).
+bool WalkItems(ByteCursor& cursor, Encoding encoding, Output* out, int depth, bool delimited)
 {
     for (;;) {
         if (!delimited && cursor.remaining() == 0)
@@ -78,7 +113,8 @@ bool WalkItems(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int depth
             return true;
         if (element != kItem)
             return false;
-        PutItemHeader(out, kItem, kUndefined);
+        if (out && !out->Item(kItem, kUndefined))
+            return false;
         if (length == kUndefined) {
             if (!WalkElements(cursor, encoding, out, depth, true))
                 return false;
@@ -92,18 +128,44 @@ bool WalkItems(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int depth
             }
             cursor.skip(length);
         }
-        PutItemHeader(out, kItemDelimiter, 0);
+        if (out && !out->Item(kItemDelimiter, 0))
+            return false;
     }
 }
 
+// The bytes that the elements of one group, from the cursor on, take in
+// out's encoding: the value of their group length (PS3.5 7.2).
+bool GroupLength(ByteCursor cursor, Encoding encoding, const Output& out, int depth, uint16_t group,
+                 uint32_t& length)
+{
+    Output counter{out.to};
+    if (!WalkElements(cursor, encoding, &counter, depth, false, group) || counter.written > UINT32_MAX)
+        return false;
+    length = static_cast<uint32_t>(counter.written);
+    return true;
+}
+
 // Elements up to the cursor's end (fewer than 8 trailing bytes are
-// padding), or, untilItemEnd, up to and including an item delimiter.
-bool WalkElements(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int depth, bool untilItemEnd)
+// padding), or, untilItemEnd, up to and including an item delimiter, or,
+// with onlyGroup, up to the first element of another group. Sequences and
+// items are written with undefined lengths, so that only group lengths
+// need counting ahead.
+bool WalkElements(ByteCursor& cursor, Encoding encoding, Output* out, int depth, bool untilItemEnd, int onlyGroup)
 {
     std::vector<unsigned char> swapped;
+    // The group whose length was counted last, while its elements go on:
+    // a repeated group length takes the same value instead of counting the
+    // same elements again.
+    int countedGroup = -1;
+    uint32_t countedLength = 0;
     for (;;) {
         if (!untilItemEnd && cursor.remaining() < 8)
             return true;
+        if (onlyGroup >= 0) {
+            uint16_t next = 0;
+            if (!Read16(cursor, 0, encoding.bigEndian, next) || next != onlyGroup)
+                return true;
+        }
         ElementHeader header;
         if (!ReadHeader(cursor, encoding, header))
             return false;
@@ -116,13 +178,16 @@ bool WalkElements(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int de
             if (depth + 1 > kMaxDepth)
                 return false;
             // Whatever its VR said, a value of items is a sequence here.
-            if (out)
-                WriteHeader(*out, Encoding{true, false}, header.group, header.element, "SQ", kUndefined);
+            if (out && !out->Header(header.group, header.element, "SQ", kUndefined))
+                return false;
             if (!WalkItems(cursor, ItemEncoding(encoding, header), out, depth + 1, true))
                 return false;
-            PutItemHeader(out, kSequenceDelimiter, 0);
+            if (out && !out->Item(kSequenceDelimiter, 0))
+                return false;
             continue;
         }
+        if (header.group != countedGroup)
+            countedGroup = -1;
         if (!cursor.has(header.length))
             return false;
         const unsigned char* value = cursor.here();
@@ -132,20 +197,34 @@ bool WalkElements(ByteCursor& cursor, Encoding encoding, CDynBuffer* out, int de
         if (std::strcmp(header.vr, "SQ") == 0) {
             if (depth + 1 > kMaxDepth)
                 return false;
-            WriteHeader(*out, Encoding{true, false}, header.group, header.element, "SQ", kUndefined);
-            ByteCursor items(value, header.length);
-            if (!WalkItems(items, encoding, out, depth + 1, false))
+            if (!out->Header(header.group, header.element, "SQ", kUndefined))
                 return false;
-            PutItemHeader(out, kSequenceDelimiter, 0);
+            ByteCursor items(value, header.length);
+            if (!WalkItems(items, encoding, out, depth + 1, false) || !out->Item(kSequenceDelimiter, 0))
+                return false;
             continue;
         }
-        WriteHeader(*out, Encoding{true, false}, header.group, header.element, header.vr, header.length);
-        if (encoding.bigEndian && SwapWidth(header.vr) > 1) {
+        if (header.element == 0x0000 && header.length == 4 && onlyGroup < 0) {
+            if (countedGroup < 0) {
+                if (!GroupLength(cursor, encoding, *out, depth, header.group, countedLength))
+                    return false;
+                countedGroup = header.group;
+            }
+            unsigned char bytes[4];
+            Put32(bytes, countedLength, out->to.bigEndian);
+            if (!out->Header(header.group, 0x0000, header.vr, 4) || !out->Put(bytes, 4))
+                return false;
+            continue;
+        }
+        if (!out->Header(header.group, header.element, header.vr, header.length))
+            return false;
+        if (encoding.bigEndian != out->to.bigEndian && SwapWidth(header.vr) > 1) {
             swapped.assign(value, value + header.length);
             SwapValue(header.vr, swapped.data(), header.length);
-            out->Add(swapped.data(), header.length);
-        } else {
-            out->Add(value, header.length);
+            if (!out->Put(swapped.data(), header.length))
+                return false;
+        } else if (!out->Put(value, header.length)) {
+            return false;
         }
     }
 }
@@ -225,27 +304,21 @@ void SwapValue(const char* vr, unsigned char* value, uint32_t length)
 void WriteHeader(CDynBuffer& out, Encoding encoding, uint16_t group, uint16_t element, const char* vr,
                  uint32_t length)
 {
-    const bool big = encoding.bigEndian;
-    Put16(out, group, big);
-    Put16(out, element, big);
-    if (!encoding.explicitVR) {
-        Put32(out, length, big);
-        return;
-    }
-    const std::string_view written = ExplicitHeaderVR(std::string_view(vr, 2), length);
-    out.Add(written.data(), 2);
-    if (IsLongFormVR(written)) {
-        Put16(out, 0, big);
-        Put32(out, length, big);
-    } else {
-        Put16(out, static_cast<uint16_t>(length), big);
-    }
+    unsigned char bytes[12];
+    out.Add(bytes, static_cast<int>(EncodeHeader(bytes, encoding, group, element, vr, length)));
+}
+
+bool Reencode(const unsigned char* bytes, size_t size, Encoding from, Encoding to, DICOM_WRITER_PROC writer,
+              void* context)
+{
+    ByteCursor cursor(bytes, size);
+    Output out{to, writer, context};
+    return WalkElements(cursor, from, &out, 0, false);
 }
 
 bool ToExplicitLittleEndian(const unsigned char* bytes, size_t size, Encoding encoding, CDynBuffer& out)
 {
-    ByteCursor cursor(bytes, size);
-    return WalkElements(cursor, encoding, &out, 0, false);
+    return Reencode(bytes, size, encoding, Encoding{true, false}, CDynBuffer::WriteProc, &out);
 }
 
 }

@@ -3,8 +3,9 @@
 // (PS3.5 7.1, 7.3): element headers read and written in implicit VR little
 // endian, explicit VR little endian and explicit VR big endian, values
 // swapped between the byte orders by their VR, and whole data sets
-// (sequences included) re-encoded as explicit VR little endian so that the
-// element tree can load what a peer sent in any of the three.
+// (sequences included) re-encoded from one of them into another: what a
+// peer sent into explicit VR little endian for the element tree, a file
+// into the syntax a peer accepted.
 //
 // Peer bytes: every length is checked against what remains of its
 // container; a sequence of undefined length is walked once, inside the
@@ -13,6 +14,7 @@
 #include <cstdint>
 
 #include "dicomdata/bytecursor.h"
+#include "dicomdata/dicomitem.h"
 
 class CDynBuffer;
 
@@ -54,6 +56,15 @@ void SwapValue(const char* vr, unsigned char* value, uint32_t length);
 // does not fit 16 bits is written as UN.
 void WriteHeader(CDynBuffer& out, Encoding encoding, uint16_t group, uint16_t element, const char* vr,
                  uint32_t length);
+
+// Writes a whole data set again in the encoding `to`, through the writer
+// (bytes, count, context; count on success): values as they lie in bytes
+// (swapped when the byte order changes), VRs from the dictionary for
+// implicit VR, sequences and items with undefined lengths and delimiters,
+// group lengths counted again. False when the data set is malformed or the
+// writer failed; with no writer the data set is only checked.
+bool Reencode(const unsigned char* bytes, size_t size, Encoding from, Encoding to, DICOM_WRITER_PROC writer,
+              void* context);
 
 // Re-encodes a whole data set as explicit VR little endian: values swapped
 // to little endian, VRs from the dictionary for implicit VR, sequences and

@@ -112,6 +112,8 @@ int CDicomSocket::SendDataPdusFromFile(int fd, int64_t offset, int64_t length, b
     const bool traced = Trace();
     std::vector<unsigned char> copy;
     unsigned char head[pdu::kDataTfHeadSize];
+    // SIGPIPE blocked once for the whole run, not around each PDU.
+    FileRun run(*this);
     for (int64_t position = 0; position < length;) {
         const int64_t fragment = std::min(length - position, fragmentSize);
         const bool last = endsMessage && position + fragment == length;

@@ -6,12 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <set>
 #include <utility>
 
 #include "dicomdata/deflate.h"
 #include "dicomdata/dicomitem.h"
 #include "imageinfo/transfersyntax.h"
+#include "network/dataset_codec.h"
 #include "network/usersocket.h"
 #include "platform/datainmemory.h"
 #include "platform/dynbuffer.h"
@@ -25,6 +28,7 @@ namespace {
 constexpr uint16_t kStoreRq = 0x0001;
 constexpr uint16_t kMediumPriority = 0x0000;
 constexpr uint16_t kDataSetPresent = 0x0000;
+constexpr int64_t kReadInOneCall = 1 << 20;
 }
 
 int CUserSocket::SendStoreReqCmnd(const std::string& sopClass, const std::string& sopInstance)
@@ -55,6 +59,16 @@ int CUserSocket::SendDataFromFile(const std::u16string& path, int64_t length, in
     if (length == 0) {
         close(fd);
         return SendDataPdu("", 0, 1, 0);
+    }
+    if (length <= kReadInOneCall) {
+        // A small data set is read in one call and sent from memory: one
+        // send per PDU instead of a header, a sendfile and the SIGPIPE mask
+        // around it.
+        std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[static_cast<size_t>(length)]);
+        if (bytes && pread(fd, bytes.get(), static_cast<size_t>(length), offset) == length) {
+            close(fd);
+            return SendDataPdus(bytes.get(), length, true);
+        }
     }
     int result = SendDataPdusFromFile(fd, offset, length, true);
     close(fd);
@@ -408,7 +422,15 @@ struct StoreBatch {
         } else {
             sent = data->SaveTags(explicitVR, DataSetStream::WriteProc, &stream) != 0xFFFFFFFFu;
         }
-        if (!sent || !stream.Finish()) {
+        return Finish(stream, sent, syntax, outcome, broken);
+    }
+
+    // Ends the message of a data set written into stream (written: without
+    // a fault); false when it could not be completed.
+    static bool Finish(DataSetStream& stream, bool written, const std::string& syntax, STORE_OUTCOME& outcome,
+                       bool& broken)
+    {
+        if (!written || !stream.Finish()) {
             // The message is incomplete: the association cannot go on.
             broken = true;
             if (!stream.SendFailed())
@@ -417,6 +439,35 @@ struct StoreBatch {
         }
         outcome.bytes = stream.Total();
         return true;
+    }
+
+    // Sends an uncompressed data set in the other little endian syntax,
+    // written again element by element from the mapped file (values go
+    // out from where they lie, nothing of it is held in memory). False,
+    // with nothing sent, when the file's bytes do not walk cleanly: the
+    // element tree then encodes it (SendEncoded).
+    bool SendConverted(const StoreFile& file, const std::string& syntax, STORE_OUTCOME& outcome, bool& broken,
+                       bool& tried)
+    {
+        tried = false;
+        CDataInMemory image(file.path);
+        if (!image.IsValid() || file.dataOffset < 0 || static_cast<uint64_t>(file.dataOffset) > image.GetSize() ||
+            image.GetSize() - static_cast<uint64_t>(file.dataOffset) != static_cast<uint64_t>(file.dataLength))
+            return false;
+        const unsigned char* bytes = image.GetData() + file.dataOffset;
+        const size_t size = static_cast<size_t>(file.dataLength);
+        const dataset::Encoding from{file.fileSyntax != kImplicitLE, false};
+        const dataset::Encoding to{syntax != kImplicitLE, false};
+        if (!dataset::Reencode(bytes, size, from, to, nullptr, nullptr))
+            return false;
+        tried = true;
+        if (!socket.SendStoreReqCmnd(file.sopClass, file.sopInstance)) {
+            broken = true;
+            return false;
+        }
+        DataSetStream stream(socket, &image);
+        const bool written = dataset::Reencode(bytes, size, from, to, DataSetStream::WriteProc, &stream);
+        return Finish(stream, written, syntax, outcome, broken);
     }
 
     // Sends one file over the open association; broken when the
@@ -439,7 +490,14 @@ struct StoreBatch {
             broken = !sent;
             outcome.bytes = file.dataLength;
         } else {
-            sent = SendEncoded(file, syntax, outcome, broken);
+            bool tried = false;
+            // Explicit and implicit VR little endian differ only in their
+            // element headers (PS3.5 7.1): those are written again.
+            const bool uncompressed = file.fileSyntax == kImplicitLE || file.fileSyntax == kExplicitLE;
+            if (file.sendsAsItLies && uncompressed && (syntax == kImplicitLE || syntax == kExplicitLE))
+                sent = SendConverted(file, syntax, outcome, broken, tried);
+            if (!tried)
+                sent = SendEncoded(file, syntax, outcome, broken);
         }
         DICOM_CMND_MSG response;
         if (sent && !socket.ReceiveStoreRsp(response)) {

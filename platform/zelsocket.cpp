@@ -1,6 +1,7 @@
 #include "platform/zelsocket.h"
 
 #include <algorithm>
+#include <optional>
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
@@ -344,6 +345,33 @@ int64_t CZelSocket::SendAll(iovec* parts, int count)
     return total;
 }
 
+CZelSocket::FileRun::FileRun(CZelSocket& socket) : m_socket(socket)
+{
+    sigset_t pipe, pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    sigpending(&pending);
+    m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &pipe, &m_previous);
+    if (!m_socket.m_pFileRun)
+        m_socket.m_pFileRun = this;
+}
+
+CZelSocket::FileRun::~FileRun()
+{
+    if (m_brokenPipe && !m_wasPending) {
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        const timespec none{0, 0};
+        while (sigtimedwait(&pipe, nullptr, &none) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+    if (m_socket.m_pFileRun == this)
+        m_socket.m_pFileRun = nullptr;
+}
+
 int64_t CZelSocket::SendFileRange(const void* head, size_t headLength, int fd, int64_t offset, int64_t length)
 {
     const auto* bytes = static_cast<const char*>(head);
@@ -358,16 +386,9 @@ int64_t CZelSocket::SendFileRange(const void* head, size_t headLength, int fd, i
         }
         sent += static_cast<size_t>(count);
     }
-    // sendfile has no MSG_NOSIGNAL: a connection the peer closed raises
-    // SIGPIPE, which stays blocked on this thread for the call and is taken
-    // back unless it was pending already (the process's handling of the
-    // signal is not the library's to change).
-    sigset_t pipe, previous, pending;
-    sigemptyset(&pipe);
-    sigaddset(&pipe, SIGPIPE);
-    sigpending(&pending);
-    const bool wasPending = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &pipe, &previous);
+    std::optional<FileRun> own;
+    if (!m_pFileRun)
+        own.emplace(*this);
     off_t position = static_cast<off_t>(offset);
     int64_t left = length;
     int error = 0;
@@ -382,12 +403,9 @@ int64_t CZelSocket::SendFileRange(const void* head, size_t headLength, int fd, i
         }
         left -= count;
     }
-    if (error == EPIPE && !wasPending) {
-        const timespec none{0, 0};
-        while (sigtimedwait(&pipe, nullptr, &none) < 0 && errno == EINTR) {
-        }
-    }
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (error == EPIPE)
+        m_pFileRun->m_brokenPipe = true;
+    own.reset();
     if (error != 0) {
         Fail(FromErrno(error));
         return -1;

@@ -4,6 +4,7 @@
 // system errors become the Windows Sockets numbers that callers compare
 // (10035 would block, 10060 timed out, ...). Receives wait in poll() for at
 // most the receive time-out; nothing here spins.
+#include <signal.h>
 #include <sys/uio.h>
 
 #include <cstdint>
@@ -46,6 +47,26 @@ public:
     // offset, handed from the page cache to the connection (sendfile) so
     // that they are neither mapped nor copied here: the number of bytes, or -1.
     int64_t SendFileRange(const void* head, size_t headLength, int fd, int64_t offset, int64_t length);
+    // sendfile has no MSG_NOSIGNAL: a connection the peer closed raises
+    // SIGPIPE, which SendFileRange keeps blocked on this thread for its call
+    // and takes back unless it was pending already (the process's handling
+    // of the signal is not the library's to change). While a FileRun of
+    // the socket lives, the signal stays blocked across all its calls
+    // instead of being blocked and restored around each one.
+    class FileRun {
+    public:
+        explicit FileRun(CZelSocket& socket);
+        ~FileRun();
+        FileRun(const FileRun&) = delete;
+        FileRun& operator=(const FileRun&) = delete;
+
+    private:
+        friend class CZelSocket;
+        CZelSocket& m_socket;
+        sigset_t m_previous{};
+        bool m_wasPending = false;
+        bool m_brokenPipe = false;
+    };
     // Waits up to the receive time-out for data: a positive count, or -1
     // (kTimedOut when nothing came; kConnectionReset when the peer closed).
     virtual int Receive(void* buffer, int length, int flags = 0);
@@ -81,6 +102,7 @@ protected:
 
 private:
     int m_nHandle = -1;
+    FileRun* m_pFileRun = nullptr;
 };
 
 // Milliseconds of a monotonic clock: the tick count that time-outs are measured with.

@@ -140,23 +140,13 @@ long long FirstMapped(const CModalityLutDesc& lut)
 }
 
 // What the file holds where the record normalises it: Patient's Name with
-// its component carets (the record also has them turned to blanks) and
-// Patient's Sex as written (the record has M, F or O, O also for no value).
+// its component carets (sPatientName has them turned to blanks) and Patient's
+// Sex as written (sPatientSex is M, F or O, O also for no value).
 struct FileValues {
     std::u16string patientName, patientSex;
-    bool Read(const std::string& path)
+    explicit FileValues(const DICOMINFO& info)
+        : patientName(Trim(info.sDicomPatientName)), patientSex(info.sDicomPatientSex)
     {
-        CDicomItem root(u"Object");
-        if (!root.LoadObject(Utf8ToUtf16(path)))
-            return false;
-        const auto* data = static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
-        if (!data)
-            return false;
-        data->GetTagValue(0x0010, 0x0010, patientName);
-        data->GetTagValue(0x0010, 0x0040, patientSex);
-        patientName = Trim(patientName);
-        patientSex = Trim(patientSex);
-        return true;
     }
 };
 
@@ -448,8 +438,7 @@ int RunInfo(int argc, char** argv)
             status = kExitFailed;
             continue;
         }
-        FileValues values;
-        values.Read(path);
+        FileValues values(info);
         std::string text = json ? ToJson(info, values, ndjson ? &path : nullptr) : ToText(path.c_str(), info, values);
         std::fwrite(text.data(), 1, text.size(), stdout);
     }

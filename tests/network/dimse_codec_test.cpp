@@ -11,9 +11,11 @@
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dictionary.h"
 #include "imageinfo/dicominfo.h"
+#include "network/dataset_codec.h"
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "support/cli.h"
+#include "support/dicomwriter.h"
 #include "support/files.h"
 #include "trace/dimse_status.h"
 #include "trace/vocabulary.h"
@@ -116,6 +118,20 @@ for path in sys.argv[2:]:
             saved[encoding] = Bytes(out);
         }
         ASSERT_GT(walked[0].elements.size(), 10u);
+        // Written again from explicit VR little endian into implicit VR and
+        // back (as store converts files), the elements and values stay.
+        for (bool explicitVR : {false, true}) {
+            std::vector<uint8_t> bytes = testsupport::ReadFile(folder + "/" + name + ".1");
+            CDynBuffer implicit, again;
+            ASSERT_TRUE(zeldicom::dataset::Reencode(bytes.data(), bytes.size(), {true, false}, {false, false},
+                                                    CDynBuffer::WriteProc, &implicit));
+            ASSERT_TRUE(zeldicom::dataset::Reencode(implicit.GetData(), implicit.m_nSize, {false, false},
+                                                    {explicitVR, false}, CDynBuffer::WriteProc, &again));
+            Walked rewalked;
+            socket.Use(explicitVR ? 1 : 0);
+            EXPECT_TRUE(socket.ReadTags(again.GetData(), static_cast<int>(again.m_nSize), Collect, &rewalked));
+            EXPECT_EQ(rewalked.elements.size(), walked[0].elements.size());
+        }
         // Explicit VR little and big endian give the same tree (implicit VR
         // loses private VRs and the choice of US or SS, so it is not compared).
         auto mismatch = std::mismatch(saved[1].begin(), saved[1].end(), saved[2].begin(), saved[2].end());
@@ -160,6 +176,32 @@ TEST(DimseCodec, RefusesMalformedDataSets)
         EXPECT_FALSE(socket.ReadTags(bytes.data(), static_cast<int>(bytes.size()), Collect, &walked));
         EXPECT_TRUE(walked.elements.empty());
         EXPECT_FALSE(socket.LoadDataSet(bytes.data(), static_cast<uint32_t>(bytes.size()), keep, tree));
+        EXPECT_FALSE(zeldicom::dataset::Reencode(bytes.data(), bytes.size(), {true, false}, {false, false}, nullptr,
+                                                 nullptr));
+    }
+}
+
+// A group length is counted again for the headers of the new encoding and
+// the undefined lengths its sequences and items are written with.
+TEST(DimseCodec, ReencodingCountsGroupLengthsAgain)
+{
+    using testsupport::cat, testsupport::elem, testsupport::item;
+    const testsupport::Bytes group = cat(
+        {elem(0x0008, 0x0016, "UI", "1.2.3"), elem(0x0008, 0x1140, "SQ", item(elem(0x0008, 0x1150, "UI", "1.2")))});
+    testsupport::Bytes length;
+    testsupport::put32(length, uint32_t(group.size()));
+    const testsupport::Bytes input =
+        cat({elem(0x0008, 0x0000, "UL", length), group, elem(0x0010, 0x0010, "PN", "Doe^")});
+    for (bool explicitVR : {false, true}) {
+        CDynBuffer out;
+        ASSERT_TRUE(zeldicom::dataset::Reencode(input.data(), input.size(), {true, false}, {explicitVR, false},
+                                                CDynBuffer::WriteProc, &out));
+        // The group length element and (0010,0010) take 12 bytes each in
+        // both encodings; the rest is group 0008.
+        const unsigned char* value = out.GetData() + 8;
+        uint32_t counted = value[0] | value[1] << 8 | value[2] << 16 | uint32_t(value[3]) << 24;
+        EXPECT_EQ(counted, out.m_nSize - 24) << explicitVR;
+        EXPECT_NE(counted, group.size()) << explicitVR;
     }
 }
 

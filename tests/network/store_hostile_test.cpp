@@ -5,6 +5,8 @@
 
 #include "network/scripted_peer.h"
 #include "support/cli.h"
+#include "support/dicomwriter.h"
+#include "support/files.h"
 
 using namespace pdufix;
 
@@ -42,6 +44,31 @@ TEST(StoreHostilePeer, WrongAnswersToCStoreAreNamed)
         CliResult run = RunCli({"store", "--timeout", "2", "127.0.0.1", std::to_string(peer.Port()), file});
         EXPECT_EQ(run.status, 1);
         EXPECT_NE(run.err.find(hostile.words), std::string::npos) << run.err;
+        EXPECT_NE(run.out.find("stored 0 of 1 files"), std::string::npos) << run.out;
+    }
+}
+
+// A peer that closes the connection while a data set of several MiB goes
+// out from its file, as it lies or converted to implicit VR: the file is
+// reported as not stored, and the process lives on to say so.
+TEST(StoreHostilePeer, ConnectionClosedWhileALargeDataSetGoesOut)
+{
+    using testsupport::cat, testsupport::elem;
+    testsupport::ScratchFolder folder("store-closed");
+    const std::string file = folder.path + "/large.dcm";
+    ASSERT_TRUE(testsupport::WriteFile(
+        file, testsupport::fileImage("1.2.840.10008.1.2.1",
+                                     cat({elem(0x0008, 0x0016, "UI", "1.2.840.10008.5.1.4.1.1.7"),
+                                          elem(0x0008, 0x0018, "UI", "1.2.3.4"),
+                                          elem(0x7FE0, 0x0010, "OB", testsupport::Bytes(6 << 20, 0x5A))}))));
+    const Bytes accepts[] = {associateAc(contextAc(1, 0, "1.2.840.10008.1.2.1")),
+                             associateAc(cat({contextAc(1, 4, "1.2.840.10008.1.2.1"),
+                                              contextAc(3, 0, "1.2.840.10008.1.2")}))};
+    for (const Bytes& accept : accepts) {
+        ScriptedPeer peer({Expect(0x01), Send(accept), Expect(0x04), Close()});
+        CliResult run = RunCli({"store", "--timeout", "5", "127.0.0.1", std::to_string(peer.Port()), file});
+        EXPECT_EQ(run.status, 1) << run.err;
+        EXPECT_NE(run.err.find("large.dcm: not stored"), std::string::npos) << run.err;
         EXPECT_NE(run.out.find("stored 0 of 1 files"), std::string::npos) << run.out;
     }
 }
