@@ -6,6 +6,7 @@
 
 #include "dicomdata/dicomitem.h"
 #include "support/dicomwriter.h"
+#include "support/tree.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
@@ -21,10 +22,6 @@ const char16_t* const kInstance = u"1.2.826.0.1.3680043.2.1125.7.42";
 struct ProbeRecord : DICOMINFO {  // exposes the protected buffer start analysis
     using DICOMINFO::ProcessMetaHeader;
 };
-Bytes Contents(const CDynBuffer& buffer)
-{
-    return Bytes(buffer.GetData(), buffer.GetData() + buffer.m_nSize);
-}
 void Fill(metaHeaderInfo& info, const std::u16string& transferSyntax)
 {
     info.sMediaStorageSOPClassUID = kSopClass;
