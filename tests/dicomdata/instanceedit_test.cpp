@@ -13,6 +13,7 @@
 #include "dicomdata/elementedit.h"
 #include "support/dicomwriter.h"
 #include "support/files.h"
+#include "support/tree.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -30,16 +31,7 @@ std::unique_ptr<CDicomItem> DataSet(const char16_t* name = u"Data")
     return data;
 }
 
-// The element's text without padding; "<absent>" when there is none.
-std::string Value(const CDicomItem& data, int group, int element)
-{
-    CDicomItem* item = data.GetTagItem(group, element);
-    if (!item)
-        return "<absent>";
-    std::u16string text;
-    item->GetTagValue(text);
-    return Utf16ToUtf8(Trim(text));
-}
+std::string Value(const CDicomItem& data, int group, int element) { return TextOf(&data, group, element); }
 
 struct HostTree {
     CXmlItem root{u"ROOT", u"", ""};

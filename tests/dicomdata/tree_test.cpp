@@ -82,21 +82,6 @@ TEST(ElementTree, ReplaceAndInsertDicomItemKeepOrder)
     EXPECT_EQ(ChildNames(&data), (std::vector<std::u16string>{u"g0018", u"g0020"}));
 }
 
-TEST(ElementTree, TextTheCharacterSetCannotHoldIsRefusedAndTheOldValueStays)
-{
-    CDicomItem data(u"Data");
-    ASSERT_NE(data.AddTag(0x10, 0x10, u"DOE^JOHN", u""), nullptr);
-    EXPECT_EQ(data.ReplaceTag(0x10, 0x10, u"\u5C71\u7530^\u592A\u90CE", u""), nullptr);
-    EXPECT_EQ(data.GetLastError().GetCode(), CLastError::kNotRepresentable);
-    std::u16string name;
-    EXPECT_TRUE(data.GetTagValue(0x10, 0x10, name));
-    EXPECT_EQ(name, u"DOE^JOHN");
-    EXPECT_EQ(data.GetTagItemCount(0x10, 0x10), 1);
-    EXPECT_EQ(data.AddTag(0x10, 0x20, u"\u5C71", u""), nullptr);
-    EXPECT_EQ(data.InsertTag(0x10, 0x20, u"\u5C71", u""), nullptr);
-    EXPECT_EQ(data.GetTagItemCount(0x10, 0x20), 0);
-}
-
 TEST(ElementTree, ValuesArePaddedWithTheVRsByte)
 {
     CDicomItem data(u"Data");
