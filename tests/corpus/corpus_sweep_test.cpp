@@ -427,8 +427,7 @@ void CheckProbe(const std::string& line, const std::string& pydicom, std::map<st
 
 TEST(CorpusSweep, EveryFileMeetsEveryOracle)
 {
-    const std::string data = PydicomDataDir();
-    ASSERT_FALSE(data.empty()) << "pydicom's sample data is not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(data);
     ScratchFolder folder("sweep");
     const std::string scratch = folder.path;
     std::vector<std::string> files = CorpusFiles(data);

@@ -285,9 +285,7 @@ TEST(InstanceEditing, ElementsFromTypedText)
 // old name; pydicom reads the saved file alike.
 TEST(InstanceEditing, NameTheCharacterSetCannotHoldSwitchesTheDataSetToUtf8)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     CDicomItem root(u"Object");
     ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(dataDir + "/charset_files/chrFren.dcm")));
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));

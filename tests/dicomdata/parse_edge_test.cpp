@@ -3,7 +3,6 @@
 // meta information that lies about the data set encoding).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <tuple>
 
@@ -247,32 +246,22 @@ TEST(ParseFiles, DataSetEncodingIsCheckedAgainstTheFirstElement)
     EXPECT_EQ(root.GetData(), cases[0].image.data());
 }
 
-// What users have beside Part 10 files: deflated data sets (written and read
-// back), bare data sets (a meta information is made for them), meta
-// information without a transfer syntax (inferred from the data set), and
-// damaged files kept up to where reading stopped when asked.
-TEST(ParseFiles, DeflatedBareAndInferredEncodingsLoad)
+// What users have beside Part 10 files: bare data sets (a meta information
+// is made for them), meta information without a transfer syntax (inferred
+// from the data set), and damaged files kept up to where reading stopped
+// when asked. (Deflated data sets: every sample of the corpus sweep is
+// written deflated and read back by the loader and by pydicom.)
+TEST(ParseFiles, BareAndInferredEncodingsLoad)
 {
     Bytes body = cat({elem(0x0008, 0x0016, "UI", text(std::string("1.2.840.10008.5.1.4.1.1.7\0", 26))), elem(0x0010, 0x0010, "PN", "DOE^J"),
                       elem(0x300A, 0x00B0, "SQ", item(elem(0x300A, 0x00C0, "IS", "1 ")))});
     Bytes implicitBody = cat({ielem(0x0008, 0x0016, text(std::string("1.2.840.10008.5.1.4.1.1.7\0", 26))), ielem(0x0010, 0x0010, text("DOE^J ")),
                               ielem(0x300A, 0x00B0, item(ielem(0x300A, 0x00C0, text("1 "))))});
     auto nameOf = [](const CDicomItem& root) { return TextOf(ChildNode(&root, u"Data"), 0x0010, 0x0010); };
-    // Explicit written deflated, then read back: values and the nested sequence survive.
-    CDicomItem source(u"root");
-    Bytes explicitFile = fileImage("1.2.840.10008.1.2.1", body);
-    ASSERT_TRUE(source.LoadObject(explicitFile.data(), static_cast<int>(explicitFile.size())));
-    ChildNode(&source, u"Header")->GetTagItem(0x0002, 0x0010)->CopyData(u"1.2.840.10008.1.2.1.99");
-    CDynBuffer written;
-    ASSERT_TRUE(source.SaveObject(CDynBuffer::WriteProc, &written));
-    const Bytes deflated = Contents(written);
-    EXPECT_EQ(std::search(deflated.begin(), deflated.end(), body.begin(), body.end()), deflated.end());
     const Bytes bare = cat({ielem(0x0008, 0x0005, text("ISO_IR 100")), implicitBody});
     const Bytes noSyntax = cat({Bytes(128, 0), text("DICM"), elem(0x0002, 0x0001, "OB", Bytes{0, 1}), implicitBody});
-    const std::tuple<Bytes, std::string> cases[] = {{deflated, "1.2.840.10008.1.2.1.99"},
-                                                    {bare, "1.2.840.10008.1.2"},
-                                                    {body, "1.2.840.10008.1.2.1"},
-                                                    {noSyntax, "1.2.840.10008.1.2"}};
+    const std::tuple<Bytes, std::string> cases[] = {
+        {bare, "1.2.840.10008.1.2"}, {body, "1.2.840.10008.1.2.1"}, {noSyntax, "1.2.840.10008.1.2"}};
     for (const auto& [image, syntax] : cases) {
         CDicomItem root(u"root");
         ASSERT_TRUE(root.LoadObject(image.data(), static_cast<int>(image.size()))) << syntax << root.GetLastError().GetText();

@@ -255,9 +255,7 @@ TEST(HeaderCreation, CompressedHeadWithFragmentsIsReadByPydicomAndDcmtk)
 // carets, in a character set that holds them.
 TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     ScratchFolder folder("header-samples");
     // A two-frame RGB object as DCMTK decodes pydicom's RLE sample.
     std::string twoFrames = folder.path + "/rgb-2frame.dcm";
@@ -309,9 +307,7 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
 // source, as pydicom compares them.
 TEST(HeaderCreation, CompressedHeadersOfJpegSamplesAreValidAndDecode)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     std::string samples = dataDir + "/test_files/";
     ScratchFolder folder("header-jpeg");
     std::string subsampled = folder.path + "/ybr422.dcm";

@@ -206,11 +206,11 @@ TEST(MetaInformation, BufferStartAndElementLookup)
             damaged[at] = byte;
             scan(damaged);
         }
-    ASSERT_FALSE(PydicomDataDir().empty()) << "pydicom's sample data is not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     for (const char* name : {"CT_small.dcm", "rtplan.dcm", "MR_small_implicit.dcm", "nested_priv_SQ.dcm",
                              "ExplVR_BigEndNoMeta.dcm", "rtstruct.dcm"}) {
         SCOPED_TRACE(name);
-        Bytes whole = ReadFile(PydicomDataDir() + "/test_files/" + name);
+        Bytes whole = ReadFile(dataDir + "/test_files/" + name);
         ASSERT_FALSE(whole.empty()) << name;
         for (size_t cut = 0; cut <= whole.size(); cut += cut < 2048 ? 1 : 61)
             scan(Bytes(whole.begin(), whole.begin() + static_cast<long>(cut)));

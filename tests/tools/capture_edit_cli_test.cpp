@@ -74,9 +74,7 @@ std::string MetaAndDataUid(const std::string& path, std::string& dataUid)
 
 TEST(CaptureCli, NetpbmImagesBecomeValidSecondaryCaptureObjects)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     // No reference, an image, and a Japanese name that ISO_IR 100 cannot hold.
     const std::string references[] = {"", dataDir + "/test_files/CT_small.dcm",
                                       dataDir + "/charset_files/chrH31.dcm"};
@@ -146,9 +144,7 @@ TEST(CaptureCli, RefusesDamagedImagesAndLeavesTheTargetAlone)
 
 TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
 
     std::vector<std::string> sources;
     for (const char* name : {"CT_small.dcm", "MR_small_implicit.dcm", "MR_small.dcm", "rtplan.dcm"})

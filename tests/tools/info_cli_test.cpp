@@ -12,8 +12,7 @@ using namespace zeldicom;
 
 TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
 {
-    std::string data = PydicomDataDir();
-    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    PYDICOM_DATA_OR_FAIL(data);
     std::string ct = data + "/test_files/CT_small.dcm", frames = data + "/test_files/rtdose_rle.dcm";
 
     CliResult text = RunCli({"info", ct});
@@ -58,8 +57,7 @@ TEST(InfoCommand, PrintsTheRecordAsTextAndJson)
 
 TEST(InfoCommand, ShowsExactValuesAndNamesEmptyOnes)
 {
-    std::string data = PydicomDataDir();
-    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    PYDICOM_DATA_OR_FAIL(data);
     // A JPEG object whose Window Center and Width DCMTK empties, as several
     // vendors write them: the record's default window, not 0/0.
     ScratchFolder folder("info-values");
@@ -94,8 +92,7 @@ TEST(InfoCommand, ShowsExactValuesAndNamesEmptyOnes)
 // the record's normalised forms where these differ.
 TEST(InfoCommand, SeveralFilesAreNdjsonWithIsoDatesAndTheFilesValues)
 {
-    std::string data = PydicomDataDir();
-    ASSERT_FALSE(data.empty()) << "pydicom and its sample data are required";
+    PYDICOM_DATA_OR_FAIL(data);
     std::string ct = data + "/test_files/CT_small.dcm", mr = data + "/test_files/MR_small.dcm";
     ScratchFolder folder("info-ndjson");
     std::string noSex = folder.path + "/nosex.dcm";
