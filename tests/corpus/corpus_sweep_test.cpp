@@ -25,6 +25,7 @@
 #include "platform/text.h"
 #include "support/cli.h"
 #include "support/dicomwriter.h"
+#include "support/tree.h"
 
 using namespace zeldicom;
 using namespace testsupport;
@@ -85,14 +86,10 @@ bool IsNotDicom(const std::string& name)
     return false;
 }
 
-const CDicomItem* Child(const CDicomItem& root, const char16_t* name)
-{
-    return static_cast<const CDicomItem*>(root.GetChildItem(std::u16string(name)));
-}
 std::u16string TransferSyntaxOf(const CDicomItem& root)
 {
     std::u16string syntax;
-    if (const CDicomItem* header = Child(root, u"Header"))
+    if (const CDicomItem* header = ChildNode(&root, u"Header"))
         header->GetTagValue(0x0002, 0x0010, syntax);
     return Trim(syntax);
 }
@@ -104,7 +101,7 @@ bool Convert(const std::string& in, const std::string& out, const std::u16string
     if (!root.LoadObject(Utf8ToUtf16(in)))
         return false;
     if (!syntax.empty() && TransferSyntaxOf(root) != syntax)
-        const_cast<CDicomItem*>(Child(root, u"Header"))->GetTagItem(0x0002, 0x0010)->CopyData(syntax);
+        ChildNode(&root, u"Header")->GetTagItem(0x0002, 0x0010)->CopyData(syntax);
     return root.SaveToFile(Utf8ToUtf16(out));
 }
 
@@ -215,7 +212,7 @@ int CheckRawScans(const std::string& path)
     if (DICOMINFO::GetFirstTagAfterMetaHeader(bytes, size) != bytes + 132 + metaBytes || object.IsSourceBigEndian())
         return 0;  // a group length that is off
     int compared = 0;
-    const CDicomItem* data = Child(object, u"Data");
+    const CDicomItem* data = ChildNode(&object, u"Data");
     ForEachElement(*data, [&](const ElementVisit& e) {
         if (e.group >= 0x7FE0)
             return false;
@@ -254,7 +251,7 @@ void CheckText(const std::string& path, const std::vector<std::string>& expected
     CDicomItem root(u"root");
     ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(path))) << root.GetLastError().GetText();
     std::map<std::string, const CDicomItem*> ours;
-    CollectElements(*Child(root, u"Data"), "", ours);
+    CollectElements(*ChildNode(&root, u"Data"), "", ours);
     for (const std::string& line : expected) {
         size_t tab1 = line.find('\t'), tab2 = line.find('\t', tab1 + 1);
         std::string tagPath = line.substr(0, tab1), vr = line.substr(tab1 + 1, tab2 - tab1 - 1);
@@ -365,7 +362,7 @@ std::string RecordValue(const DICOMINFO& info, std::string key)
 std::string PixelValues(const std::string& path, const std::string& expected)
 {
     CDicomItem root(u"Object");
-    const CDicomItem* data = root.LoadObject(Utf8ToUtf16(path)) ? Child(root, u"Data") : nullptr;
+    const CDicomItem* data = root.LoadObject(Utf8ToUtf16(path)) ? ChildNode(&root, u"Data") : nullptr;
     const CDicomItem* pixels = data ? data->GetTagItem(0x7FE0, 0x0010) : nullptr;
     size_t bytes = std::stoul(expected.substr(0, expected.find(' ')));
     if (!pixels || pixels->GetDataSize() < 0 || static_cast<size_t>(pixels->GetDataSize()) < bytes)
@@ -430,8 +427,7 @@ void CheckProbe(const std::string& line, const std::string& pydicom, std::map<st
 
 TEST(CorpusSweep, EveryFileMeetsEveryOracle)
 {
-    const std::string data = PydicomDataDir();
-    ASSERT_FALSE(data.empty()) << "pydicom's sample data is not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(data);
     ScratchFolder folder("sweep");
     const std::string scratch = folder.path;
     std::vector<std::string> files = CorpusFiles(data);
@@ -485,7 +481,7 @@ TEST(CorpusSweep, EveryFileMeetsEveryOracle)
         // A loaded object has a transfer syntax, a data set and its file name.
         std::u16string file;
         const std::u16string syntax = TransferSyntaxOf(root);
-        EXPECT_TRUE(!syntax.empty() && Child(root, u"Data")->GetChildCount() > 0 &&
+        EXPECT_TRUE(!syntax.empty() && ChildNode(&root, u"Data")->GetChildCount() > 0 &&
                     root.GetItemValue(std::u16string(u"File"), file));
         loadable.push_back(path);
         manifest += "json\t" + path + "\n";

@@ -8,6 +8,7 @@
 #include "dicomdata/dicomitem.h"
 #include "dicomdata/dicomsettings.h"
 #include "support/dicomwriter.h"
+#include "platform/match.h"
 #include "platform/text.h"
 
 using namespace testsupport;
@@ -141,6 +142,12 @@ TEST(UidGeneration, HundredThousandInARowAreUniqueValidAndUnderTheRoot)
             ASSERT_TRUE(IsValidUid(uid)) << uid;
             ASSERT_EQ(uid.compare(0, prefix.size(), prefix), 0) << uid;
             ASSERT_TRUE(seen.insert(uid).second) << "duplicate " << uid << " after " << i;
+        }
+        // Under a root: machine, yyyymmddhhmmss, session ticket.
+        std::u16string rest = CDicomItem::GetUID().substr(prefix.size());
+        if (length == 26) {
+            EXPECT_EQ(CharCount(rest, u'.'), 2) << WideToAscii(rest);
+            EXPECT_TRUE(Match(GetField(rest, u'.', 1), "dddddddddddddd")) << WideToAscii(rest);
         }
     }
     CDicomInfoStatics::SetDicomRoot(savedRoot);

@@ -14,7 +14,6 @@
 #include "dicomdata/dicomtools.h"
 #include "platform/dlltools.h"
 #include "platform/language.h"
-#include "platform/match.h"
 #include "platform/text.h"
 #include "zeldicom_version.h"
 
@@ -101,18 +100,6 @@ TEST(Identity, ImplementationVersionNameIsPaddedToEvenLength)
     EXPECT_EQ(root + u"|" + name, u"|10_2_30");
 
     EXPECT_EQ(AsciiToWide(CDicomItem(u"Data").m_sCharacterSet), CDicomTools::GetDefaultISOCharacterset());
-}
-
-TEST(Identity, UidRootPrefixesGeneratedUids)
-{
-    // Root, machine, yyyymmddhhmmss, session ticket: digits between dots.
-    IdentityGuard guard;
-    CDicomInfoStatics::SetDicomRoot(u"1.2.826.0.1.3680043.9.7");
-    std::u16string uid = CDicomItem::GetUID();
-    ASSERT_EQ(uid.rfind(u"1.2.826.0.1.3680043.9.7.", 0), 0u);
-    std::u16string rest = uid.substr(24);
-    EXPECT_EQ(CharCount(rest, u'.'), 2);
-    EXPECT_TRUE(Match(GetField(rest, u'.', 1), "dddddddddddddd"));
 }
 
 TEST(ModuleServices, ModuleNamesAndTranslations)

@@ -13,6 +13,7 @@
 #include "dicomdata/elementedit.h"
 #include "support/dicomwriter.h"
 #include "support/files.h"
+#include "support/tree.h"
 #include "platform/text.h"
 
 using namespace zeldicom;
@@ -30,16 +31,7 @@ std::unique_ptr<CDicomItem> DataSet(const char16_t* name = u"Data")
     return data;
 }
 
-// The element's text without padding; "<absent>" when there is none.
-std::string Value(const CDicomItem& data, int group, int element)
-{
-    CDicomItem* item = data.GetTagItem(group, element);
-    if (!item)
-        return "<absent>";
-    std::u16string text;
-    item->GetTagValue(text);
-    return Utf16ToUtf8(Trim(text));
-}
+std::string Value(const CDicomItem& data, int group, int element) { return TextOf(&data, group, element); }
 
 struct HostTree {
     CXmlItem root{u"ROOT", u"", ""};
@@ -293,9 +285,7 @@ TEST(InstanceEditing, ElementsFromTypedText)
 // old name; pydicom reads the saved file alike.
 TEST(InstanceEditing, NameTheCharacterSetCannotHoldSwitchesTheDataSetToUtf8)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     CDicomItem root(u"Object");
     ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(dataDir + "/charset_files/chrFren.dcm")));
     auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));

@@ -140,8 +140,7 @@ TEST(ParseBounds, DeepNestingIsBoundedWithoutExhaustingTheStack)
 TEST(ParseBounds, TruncatedAndFlippedFilesNeverCrash)
 {
     std::vector<std::string> files = {std::string(ZELDICOM_SOURCE_DIR) + "/samples/ct_small.dcm"};
-    std::string corpus = PydicomDataDir();
-    ASSERT_FALSE(corpus.empty()) << "pydicom's sample files are needed (Debian python3-pydicom)";
+    PYDICOM_DATA_OR_FAIL(corpus);
     for (const char* name : {"CT_small.dcm", "rtplan.dcm", "JPEG2000.dcm", "MR_small_implicit.dcm",
                              "nested_priv_SQ.dcm", "dicomdirtests/DICOMDIR", "rtdose_rle_1frame.dcm",
                              "MR_small_expb.dcm", "dicomdirtests/DICOMDIR-bigEnd", "ExplVR_BigEndNoMeta.dcm"})
@@ -177,8 +176,7 @@ TEST(ParseBounds, TruncatedAndFlippedFilesNeverCrash)
 // a cut in the data set names the same element and offset.
 TEST(ParseBounds, CutBigEndianFilesFailAsLittleEndianOnes)
 {
-    std::string corpus = PydicomDataDir();
-    ASSERT_FALSE(corpus.empty()) << "pydicom's sample files are needed (Debian python3-pydicom)";
+    PYDICOM_DATA_OR_FAIL(corpus);
     for (const char* name : {"MR_small_expb.dcm", "rtdose_expb.dcm", "dicomdirtests/DICOMDIR-bigEnd"}) {
         SCOPED_TRACE(name);
         Bytes big = ReadFile(corpus + "/test_files/" + name);

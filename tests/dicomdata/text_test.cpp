@@ -89,6 +89,11 @@ TEST(TextValues, TreeEncodesWithTheNodeLabelAndReportsWhatItCannotHold)
     EXPECT_EQ(data.AddTag(0x0010, 0x1001, u"\u5C71\u7530", u""), nullptr);
     EXPECT_EQ(data.InsertTag(0x0010, 0x1001, u"\u5C71\u7530", u""), nullptr);
     EXPECT_EQ(data.GetTagItem(0x0010, 0x1001), nullptr);
+    // ReplaceTag refuses it with the reason, and the old value stays.
+    EXPECT_EQ(data.ReplaceTag(0x0010, 0x0010, u"\u5C71\u7530", u""), nullptr);
+    EXPECT_EQ(data.GetLastError().GetCode(), CLastError::kNotRepresentable);
+    EXPECT_EQ(data.GetTagItemCount(0x0010, 0x0010), 1);
+    EXPECT_EQ(Stored(data.GetTagItem(0x0010, 0x0010)), std::string("\xB6 ", 2));
 
     // The same tree in UTF-8 takes anything.
     CDicomItem utf8(u"Data");

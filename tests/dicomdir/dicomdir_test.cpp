@@ -223,9 +223,7 @@ TEST(DicomDirModel, HostileLinksAndFileIdsStayInsideTheFileSet)
 // pydicom's FileSet follows, and so does the file `convert` writes.
 TEST(DicomDirCorpus, ListAndConvertFollowTheLinksPydicomFollows)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     std::string base = dataDir + "/test_files/dicomdirtests/";
     ScratchFolder folder("dicomdir-corpus");
     for (const char* name :
@@ -314,9 +312,7 @@ TEST(DicomDirPeers, CreatedDirectoriesAreReadByDcmtkDicom3toolsAndPydicom)
 // sample, whose record keeps only the document's title modifiers.
 TEST(DicomDirPeers, RecordsOfPydicomSamplesStandUnderTheirPatientAndPassDciodvfy)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     std::string samples = dataDir + "/test_files";
     ScratchFolder folder("dicomdir-samples");
     std::string set = folder.path + "/SET";

@@ -19,16 +19,12 @@
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
 #include "support/cli.h"
+#include "support/tree.h"
 
 using namespace testsupport;
 using namespace zeldicom;
 
 namespace {
-
-Bytes Contents(const CDynBuffer& buffer)
-{
-    return Bytes(buffer.GetData(), buffer.GetData() + buffer.m_nSize);
-}
 
 // A record as a capturing application fills it: 16-bit greyscale with a
 // modality LUT, an overlay in group 6002 and pixel spacing.
@@ -101,12 +97,13 @@ Bytes WholeFile(const DICOMINFO& record, const Bytes& pixels)
     return Contents(file);
 }
 
-std::string Text(const CDicomItem& data, int group, int element)
+const std::string kOracle = std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/capture_edit_oracle.py";
+
+// pydicom's verdict that b names the patient of a and decodes to its pixels.
+std::string SameAsPydicomSees(const std::string& a, const std::string& b)
 {
-    std::u16string value;
-    if (!data.GetTagValue(group, element, value))
-        return "<absent>";
-    return Utf16ToUtf8(Trim(value));
+    CliResult same = RunCli({kOracle, "same", a, b}, "/usr/bin/python3");
+    return same.out + same.err;
 }
 
 }  // namespace
@@ -166,8 +163,7 @@ TEST(HeaderCreation, SecondaryCaptureHeaderReadsBackIntoTheRecord)
     // that a modality LUT replaces.
     CDicomItem root(u"Object");
     ASSERT_TRUE(root.LoadObject(file.data(), static_cast<int>(file.size())));
-    EXPECT_EQ(Text(*static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data"))), 0x0028, 0x1052),
-              "<absent>");
+    EXPECT_EQ(TextOf(ChildNode(&root, u"Data"), 0x0028, 0x1052), "<absent>");
     record->dRowSpacing = 0.0;
     record->ModalityLut = CModalityLutDesc();
     record->nRescaleIntercept = -1024;
@@ -175,16 +171,15 @@ TEST(HeaderCreation, SecondaryCaptureHeaderReadsBackIntoTheRecord)
     Bytes plain = WholeFile(*record, Bytes(2 * 15, 0));
     CDicomItem plainRoot(u"Object");
     ASSERT_TRUE(plainRoot.LoadObject(plain.data(), static_cast<int>(plain.size())));
-    auto* plainData = static_cast<CDicomItem*>(plainRoot.GetChildItem(std::u16string(u"Data")));
-    EXPECT_EQ(Text(*plainData, 0x0028, 0x0030), "<absent>");
-    EXPECT_EQ(Text(*plainData, 0x0028, 0x1052), "-1024");
-    EXPECT_EQ(Text(*plainData, 0x0010, 0x0040), "O");
+    CDicomItem* plainData = ChildNode(&plainRoot, u"Data");
+    EXPECT_EQ(TextOf(plainData, 0x0028, 0x0030), "<absent>");
+    EXPECT_EQ(TextOf(plainData, 0x0028, 0x1052), "-1024");
+    EXPECT_EQ(TextOf(plainData, 0x0010, 0x0040), "O");
     EXPECT_EQ(plainData->GetTagItem(0x0028, 0x3000), nullptr);
 }
 
 TEST(HeaderCreation, CompressedHeadWithFragmentsIsReadByPydicomAndDcmtk)
 {
-    const std::string oracle = std::string(ZELDICOM_SOURCE_DIR) + "/tests/tools/capture_edit_oracle.py";
     for (int frames : {1, 10}) {
         DICOMINFO record;
         record.sSOPClassUID = u"1.2.840.10008.5.1.4.1.1.7";
@@ -226,7 +221,7 @@ TEST(HeaderCreation, CompressedHeadWithFragmentsIsReadByPydicomAndDcmtk)
 
         CDicomItem root(u"Object");
         ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(path))) << root.GetLastError().GetText();
-        auto* data = static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")));
+        CDicomItem* data = ChildNode(&root, u"Data");
         uint16_t rows = 0, columns = 0;
         EXPECT_TRUE(data->GetTagValue(0x0028, 0x0010, rows));
         EXPECT_TRUE(data->GetTagValue(0x0028, 0x0011, columns));
@@ -238,11 +233,11 @@ TEST(HeaderCreation, CompressedHeadWithFragmentsIsReadByPydicomAndDcmtk)
         EXPECT_EQ(data->GetTagItem(0x0028, 0x0009) != nullptr, multi);
         CDicomItem* reference = data->GetSequenceItem(0x0008, 0x1140);
         ASSERT_NE(reference, nullptr);
-        EXPECT_EQ(Text(*reference, 0x0008, 0x1155), "1.2.3.4");
+        EXPECT_EQ(TextOf(reference, 0x0008, 0x1155), "1.2.3.4");
 
         // The peers: pydicom finds the same fragments and frame count, dcmdump
         // reads the file without complaint.
-        CliResult py = RunCli({oracle, "fragments", path, std::to_string(frames), fragments}, "/usr/bin/python3");
+        CliResult py = RunCli({kOracle, "fragments", path, std::to_string(frames), fragments}, "/usr/bin/python3");
         EXPECT_EQ(py.status, 0) << py.out << py.err;
         EXPECT_EQ(py.out, "ok\n") << py.err;
         CliResult dump = RunCli({path}, "/usr/bin/dcmdump");
@@ -260,25 +255,16 @@ TEST(HeaderCreation, CompressedHeadWithFragmentsIsReadByPydicomAndDcmtk)
 // carets, in a character set that holds them.
 TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
-    const std::string compare =
-        "import sys, warnings; warnings.simplefilter('ignore'); import pydicom, numpy\n"
-        "a, b = pydicom.dcmread(sys.argv[1]), pydicom.dcmread(sys.argv[2])\n"
-        "same = a.PatientName == b.PatientName\n"
-        "if 'PixelData' in a: same = same and numpy.array_equal(a.pixel_array, b.pixel_array)\n"
-        "print('same' if same else 'differs: %r %r' % (str(a.PatientName), str(b.PatientName)))\n";
-    std::string script = ScratchPath("compare.py");
-    ASSERT_TRUE(WriteFile(script, Bytes(compare.begin(), compare.end())));
+    PYDICOM_DATA_OR_FAIL(dataDir);
+    ScratchFolder folder("header-samples");
     // A two-frame RGB object as DCMTK decodes pydicom's RLE sample.
-    std::string twoFrames = ScratchPath("rgb-2frame.dcm");
+    std::string twoFrames = folder.path + "/rgb-2frame.dcm";
     auto [decoded, why] =
         RunShell("/usr/bin/dcmdrle '" + dataDir + "/test_files/SC_rgb_rle_2frame.dcm' '" + twoFrames + "'");
     ASSERT_EQ(decoded, 0) << why;
     // A three-frame unsigned greyscale object as pydicom writes it from the
     // MR sample.
-    std::string greyFrames = ScratchPath("mr-3frame.dcm");
+    std::string greyFrames = folder.path + "/mr-3frame.dcm";
     auto [written, said] = PydicomRewrite(dataDir + "/test_files/MR_small.dcm", greyFrames,
                                           "ds.PixelData, ds.NumberOfFrames = ds.PixelData * 3, 3\n"
                                           "ds.PixelRepresentation = 0");
@@ -291,32 +277,25 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
         ASSERT_EQ(record.ReadFileInfo(Utf8ToUtf16(source)), 1) << name;
         CDicomItem root(u"Object");
         ASSERT_TRUE(root.LoadObject(Utf8ToUtf16(source))) << name;
-        const CDicomItem* pixels =
-            static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")))->GetTagItem(0x7FE0, 0x0010);
+        const CDicomItem* pixels = ChildNode(&root, u"Data")->GetTagItem(0x7FE0, 0x0010);
         Bytes file = pixels ? WholeFile(record, Bytes(pixels->GetData(), pixels->GetData() + pixels->GetDataSize()))
                             : WholeFile(record, Bytes());
         if (!pixels)  // no image: only the name is compared, without the empty pixel data element
             file.resize(file.size() - 8);
-        std::string path = ScratchPath("created.dcm");
+        std::string path = folder.path + "/created.dcm";
         ASSERT_TRUE(WriteFile(path, file));
         // The host is told the class that was written.
         CDicomItem created(u"Object");
-        std::u16string sopClass;
         ASSERT_TRUE(created.LoadObject(Utf8ToUtf16(path)));
-        static_cast<CDicomItem*>(created.GetChildItem(std::u16string(u"Data")))->GetTagValue(0x0008, 0x0016, sopClass);
-        EXPECT_EQ(Trim(sopClass), record.GetCreateHeaderSOPClassUID()) << name;
+        EXPECT_EQ(TextOf(ChildNode(&created, u"Data"), 0x0008, 0x0016), Utf16ToUtf8(record.GetCreateHeaderSOPClassUID()))
+            << name;
         // dciodvfy stops on an assertion with 32 bits allocated (the RT
         // dose sample itself included); pydicom judges that one alone.
         if (pixels && record.nBitsAllocated <= 16) {
             EXPECT_EQ(IodErrorLines(path), std::set<std::string>{}) << name;
         }
-        CliResult same = RunCli({script, source, path}, "/usr/bin/python3");
-        EXPECT_EQ(same.out, "same\n") << name << ": " << same.err;
-        unlink(path.c_str());
+        EXPECT_EQ(SameAsPydicomSees(source, path), "ok\n") << name;
     }
-    unlink(script.c_str());
-    unlink(twoFrames.c_str());
-    unlink(greyFrames.c_str());
 }
 
 // CreateHeaderCompressed over JPEG objects nobody here wrote (pydicom's
@@ -328,19 +307,12 @@ TEST(HeaderCreation, HeadersOfPydicomSamplesAreValidAndKeepPixelsAndNames)
 // source, as pydicom compares them.
 TEST(HeaderCreation, CompressedHeadersOfJpegSamplesAreValidAndDecode)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     std::string samples = dataDir + "/test_files/";
-    std::string subsampled = ScratchPath("ybr422.dcm");
+    ScratchFolder folder("header-jpeg");
+    std::string subsampled = folder.path + "/ybr422.dcm";
     auto [made, why] = RunShell("/usr/bin/dcmcjpeg '" + samples + "SC_rgb_small_odd.dcm' '" + subsampled + "'");
     ASSERT_EQ(made, 0) << why;
-    const std::string compare =
-        "import sys, warnings; warnings.simplefilter('ignore'); import pydicom, numpy\n"
-        "a, b = pydicom.dcmread(sys.argv[1]), pydicom.dcmread(sys.argv[2])\n"
-        "print('same' if numpy.array_equal(a.pixel_array, b.pixel_array) else 'differs')\n";
-    std::string script = ScratchPath("compare.py");
-    ASSERT_TRUE(WriteFile(script, Bytes(compare.begin(), compare.end())));
     const unsigned char pixelDataStart[12] = {0xE0, 0x7F, 0x10, 0x00, 'O', 'B', 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
     std::u16string root = CDicomInfoStatics::GetDicomRoot();
     CDicomInfoStatics::SetDicomRoot(u"1.2.826.0.1.3680043.9.7");
@@ -355,25 +327,15 @@ TEST(HeaderCreation, CompressedHeadersOfJpegSamplesAreValidAndDecode)
                                  std::rend(pixelDataStart));
         ASSERT_NE(start, original.rend()) << source;
         Bytes file = cat({Contents(buffer), Bytes(start.base(), original.end())});
-        std::string path = ScratchPath("compressed.dcm"), ours = ScratchPath("ours.dcm"),
-                    theirs = ScratchPath("theirs.dcm");
+        std::string path = folder.path + "/compressed.dcm", ours = folder.path + "/ours.dcm",
+                    theirs = folder.path + "/theirs.dcm";
         ASSERT_TRUE(WriteFile(path, file));
-        std::set<std::string> beyondSource;
-        std::set<std::string> sourceErrors = IodErrorLines(source);
-        for (const std::string& error : IodErrorLines(path))
-            if (!sourceErrors.count(error))
-                beyondSource.insert(error);
-        EXPECT_EQ(beyondSource, std::set<std::string>{}) << source;
+        EXPECT_EQ(IodErrorsBeyond(source, path), std::set<std::string>{}) << source;
         auto [decodedOurs, oursSays] = RunShell("/usr/bin/dcmdjpeg '" + path + "' '" + ours + "'");
         EXPECT_EQ(decodedOurs, 0) << source << ": " << oursSays;
         auto [decodedTheirs, theirsSay] = RunShell("/usr/bin/dcmdjpeg '" + source + "' '" + theirs + "'");
         ASSERT_EQ(decodedTheirs, 0) << source << ": " << theirsSay;
-        CliResult same = RunCli({script, theirs, ours}, "/usr/bin/python3");
-        EXPECT_EQ(same.out, "same\n") << source << ": " << same.err;
-        for (const std::string& scratch : {path, ours, theirs})
-            unlink(scratch.c_str());
+        EXPECT_EQ(SameAsPydicomSees(theirs, ours), "ok\n") << source;
     }
     CDicomInfoStatics::SetDicomRoot(root);
-    unlink(script.c_str());
-    unlink(subsampled.c_str());
 }

@@ -6,9 +6,11 @@
 
 #include "dicomdata/dicomitem.h"
 #include "support/dicomwriter.h"
+#include "support/tree.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
+#include "platform/xmlitem.h"
 
 using namespace zeldicom;
 
@@ -21,10 +23,6 @@ const char16_t* const kInstance = u"1.2.826.0.1.3680043.2.1125.7.42";
 struct ProbeRecord : DICOMINFO {  // exposes the protected buffer start analysis
     using DICOMINFO::ProcessMetaHeader;
 };
-Bytes Contents(const CDynBuffer& buffer)
-{
-    return Bytes(buffer.GetData(), buffer.GetData() + buffer.m_nSize);
-}
 void Fill(metaHeaderInfo& info, const std::u16string& transferSyntax)
 {
     info.sMediaStorageSOPClassUID = kSopClass;
@@ -178,17 +176,27 @@ TEST(MetaInformation, BufferStartAndElementLookup)
     EXPECT_EQ(DICOMINFO::GetDicomTag(command.data(), command.size(), 0x0000, 0x0900, found), nullptr);
     EXPECT_EQ(DICOMINFO::FindTag(command.data(), command.size(), 0x0000, 0x0900, found), 1);
 
-    // Every prefix and damaged byte of the file, in exact-size copies.
+    // Every prefix and damaged byte of the file, and pydicom's samples cut at
+    // every early position and at steps further on, in exact-size copies:
+    // scans and walkers stay inside (the sanitizer build checks) and report
+    // nothing beyond the cut.
     auto scan = [](Bytes exact) {
         std::u16string text;
-        EXPECT_LE(DICOMINFO::GetMetaHeaderSize(exact.data(), exact.size()), exact.size());
-        DICOMINFO::GetDicomTag(exact.data(), exact.size(), 0x0010, 0x0010, text);
-        DICOMINFO::GetDicomTag(exact.data(), exact.size(), 0x7FE0, 0x0010, text);
-        DICOMINFO::FindTag(exact.data(), exact.size(), 0x0028, 0x0010, text);
+        const unsigned char *begin = exact.data(), *end = begin + exact.size();
+        size_t meta = DICOMINFO::GetMetaHeaderSize(begin, exact.size());
+        ASSERT_LE(meta, exact.size());
+        const unsigned char* value = DICOMINFO::GetDicomTag(begin, exact.size(), 0x0010, 0x0010, text);
+        EXPECT_TRUE(!value || (value >= begin && value <= end));
+        DICOMINFO::GetDicomTag(begin, exact.size(), 0x7FE0, 0x0010, text);
+        DICOMINFO::FindTag(begin, exact.size(), 0x0028, 0x0010, text);
         ProbeRecord record;
         bool changed = false;
-        const unsigned char* start = record.ProcessMetaHeader(exact.data(), exact.size(), changed);
-        EXPECT_TRUE(start >= exact.data() && start <= exact.data() + exact.size());
+        const unsigned char* start = record.ProcessMetaHeader(begin, exact.size(), changed);
+        EXPECT_TRUE(start >= begin && start <= end);
+        int remaining = static_cast<int>(exact.size() - meta);
+        DICOMINFO::ReadTags(exact.data() + meta, remaining, [](TAG_HEADER*, void*) {}, nullptr);
+        CXmlItem display(u"ROOT", u"", "ISO_IR 100");
+        EXPECT_LE(DICOMINFO::LoadDicomData(exact.data() + meta, remaining, &display), uint32_t(remaining));
     };
     for (size_t cut = 0; cut <= file.size(); ++cut)
         scan(Bytes(file.begin(), file.begin() + static_cast<long>(cut)));
@@ -198,6 +206,15 @@ TEST(MetaInformation, BufferStartAndElementLookup)
             damaged[at] = byte;
             scan(damaged);
         }
+    PYDICOM_DATA_OR_FAIL(dataDir);
+    for (const char* name : {"CT_small.dcm", "rtplan.dcm", "MR_small_implicit.dcm", "nested_priv_SQ.dcm",
+                             "ExplVR_BigEndNoMeta.dcm", "rtstruct.dcm"}) {
+        SCOPED_TRACE(name);
+        Bytes whole = ReadFile(dataDir + "/test_files/" + name);
+        ASSERT_FALSE(whole.empty()) << name;
+        for (size_t cut = 0; cut <= whole.size(); cut += cut < 2048 ? 1 : 61)
+            scan(Bytes(whole.begin(), whole.begin() + static_cast<long>(cut)));
+    }
 }
 
 TEST(MetaInformation, FileTests)

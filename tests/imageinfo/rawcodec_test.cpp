@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/dicomwriter.h"
+#include "support/tree.h"
 #include "imageinfo/dicominfo.h"
 #include "platform/dynbuffer.h"
 #include "platform/xmlitem.h"
@@ -19,7 +20,7 @@ Bytes ui(const std::string& value)  // zero-padded to even length
 }
 Bytes Take(CDynBuffer& buffer)
 {
-    Bytes out(buffer.GetData(), buffer.GetData() + buffer.m_nSize);
+    Bytes out = Contents(buffer);
     buffer.m_nSize = 0;
     return out;
 }
@@ -36,12 +37,6 @@ Bytes Sample()
                        undefinedItem(ielem(0x0008, 0x1155, ui("6.7.8"))), sequenceEnd()});
     return cat({ielem(0x0008, 0x0060, text("CT")), ielem(0x0008, 0x1140, items, kUndefined),
                 ielem(0x0010, 0x0010, text(" Doe^John  ")), ielem(0x0028, 0x0010, us(512))});
-}
-std::u16string Child(const CXmlItem* item, const char16_t* name)
-{
-    std::u16string value;
-    item->GetItemValue(name, value);
-    return value;
 }
 }
 
@@ -135,16 +130,16 @@ TEST(RawWalkers, LoadDicomDataBuildsDisplayItems)
     ASSERT_EQ(root.GetChildCount(), 4);  // the private element is not in the dictionary
     const CXmlItem* modality = root.GetChildItem(0);
     EXPECT_EQ(modality->m_sName, u"TAG");
-    EXPECT_EQ(Child(modality, u"GROUP") + Child(modality, u"ELEMENT") + Child(modality, u"VR"), u"0x00080x0060CS");
-    EXPECT_FALSE(Child(modality, u"NAME").empty());
-    EXPECT_EQ(Child(modality, u"VALUE"), u"CT");
+    EXPECT_EQ(AttributeOf(modality, u"GROUP") + AttributeOf(modality, u"ELEMENT") + AttributeOf(modality, u"VR"), u"0x00080x0060CS");
+    EXPECT_FALSE(AttributeOf(modality, u"NAME").empty());
+    EXPECT_EQ(AttributeOf(modality, u"VALUE"), u"CT");
     const CXmlItem* sequence = root.GetChildItem(1);
     ASSERT_EQ(sequence->GetChildItemCount(u"TAG"), 2);  // two items; the delimiter is consumed
     const CXmlItem* second = sequence->GetChildItem(u"TAG", 1);
-    EXPECT_EQ(Child(second, u"ELEMENT"), u"0xE000");
+    EXPECT_EQ(AttributeOf(second, u"ELEMENT"), u"0xE000");
     ASSERT_EQ(second->GetChildItemCount(u"TAG"), 1);
-    EXPECT_EQ(Child(second->GetChildItem(u"TAG", 0), u"VALUE"), u"6.7.8");
-    EXPECT_EQ(Child(root.GetChildItem(2), u"VALUE"), u" Doe^John");
+    EXPECT_EQ(AttributeOf(second->GetChildItem(u"TAG", 0), u"VALUE"), u"6.7.8");
+    EXPECT_EQ(AttributeOf(root.GetChildItem(2), u"VALUE"), u" Doe^John");
     EXPECT_EQ(root.GetChildItem(3)->GetChildItemCount(u"VALUE"), 0);  // US is not text
 }
 
@@ -156,7 +151,7 @@ TEST(RawWalkers, LoadDicomDataOfUnknownSizeRunsToTheDelimiter)
     CXmlItem root(u"ROOT", u"", "ISO_IR 100");
     EXPECT_EQ(DICOMINFO::LoadDicomData(content.data(), -1, &root), content.size() - 14);
     ASSERT_EQ(root.GetChildCount(), 2);
-    EXPECT_EQ(Child(root.GetChildItem(1), u"VALUE"), u"DOE^JOHN");
+    EXPECT_EQ(AttributeOf(root.GetChildItem(1), u"VALUE"), u"DOE^JOHN");
 }
 
 // Every prefix and every single damaged byte, walked in an exact-size copy so

@@ -49,6 +49,14 @@ int DciodvfyErrors(const std::string& path)
     return CountLines(RunShell("dciodvfy " + Quote(path)).second, "Error");
 }
 
+void ExpectPeersReadWithoutError(const std::string& path)
+{
+    int status = -1;
+    EXPECT_EQ(DsrdumpErrors(path, &status), 0) << RunShell("dsrdump " + Quote(path)).second;
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(DciodvfyErrors(path), 0) << RunShell("dciodvfy " + Quote(path)).second;
+}
+
 std::string Render(const std::string& path)
 {
     CliResult result = RunCli({"sr", "render", path});
@@ -225,10 +233,7 @@ TEST_F(SrPeers, ReportBuiltByTheLibraryIsReadByPeersRendersAsBuiltAndNavigates)
     std::string path = folder + "/built.dcm";
     ASSERT_TRUE(report->Save(Utf8ToUtf16(path)));
 
-    int status = -1;
-    EXPECT_EQ(DsrdumpErrors(path, &status), 0) << RunShell("dsrdump " + Quote(path)).second;
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(DciodvfyErrors(path), 0) << RunShell("dciodvfy " + Quote(path)).second;
+    ExpectPeersReadWithoutError(path);
 
     // The library's drawing of the tree in memory and the command's drawing
     // of the saved file agree, and show what was built.
@@ -274,9 +279,6 @@ TEST_F(SrPeers, ReportBuiltByTheLibraryIsReadByPeersRendersAsBuiltAndNavigates)
                                  ->GetSequenceItem(0x0040, 0x08EA);
     std::u16string version;
     EXPECT_TRUE(unit->GetTagValue(0x0008, 0x0103, version));
-    CDicomItem scratch(u"Data");
-    const CDicomItem* unknown = CSR::InsertCodeItem(scratch.InsertSequence(0x0008, 0x0100), "X", "99LOCAL", "");
-    EXPECT_EQ(unknown->GetTagItem(0x0008, 0x0103), nullptr);
 
     // Top-level images only, in document order (the list: last first).
     std::vector<std::u16string> images;
@@ -335,16 +337,14 @@ TEST_F(SrPeers, ReportBuiltWithoutConfigurationOrHostAttributesIsValid)
     std::unique_ptr<CSR> report = BuildReport(patient, false);
     std::string path = folder + "/bare.dcm";
     ASSERT_TRUE(report->Save(Utf8ToUtf16(path)));
-    int status = -1;
-    EXPECT_EQ(DsrdumpErrors(path, &status), 0) << RunShell("dsrdump " + Quote(path)).second;
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(DciodvfyErrors(path), 0) << RunShell("dciodvfy " + Quote(path)).second;
+    ExpectPeersReadWithoutError(path);
     // A code without a dictionary meaning keeps its value as the meaning.
     CDicomItem scratch(u"Data");
     const CDicomItem* unknown = CSR::InsertCodeItem(scratch.InsertSequence(0x0008, 0x0100), "X", "99LOCAL", "");
     std::u16string meaning;
     EXPECT_TRUE(unknown->GetTagValue(0x0008, 0x0104, meaning));
     EXPECT_EQ(zeldicom::Trim(meaning), u"X");
+    EXPECT_EQ(unknown->GetTagItem(0x0008, 0x0103), nullptr);
 }
 
 // Content nested far deeper than any report, built in memory (the parser

@@ -83,3 +83,12 @@ inline std::set<std::string> IodErrorLines(const std::string& path)
         }
     return errors;
 }
+// dciodvfy's errors in path that it does not find in source.
+inline std::set<std::string> IodErrorsBeyond(const std::string& source, const std::string& path)
+{
+    std::set<std::string> known = IodErrorLines(source), beyond;
+    for (const std::string& line : IodErrorLines(path))
+        if (!known.count(line))
+            beyond.insert(line);
+    return beyond;
+}

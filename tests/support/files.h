@@ -106,6 +106,13 @@ inline std::string PydicomDataDir()
     return dir;
 }
 
+// In a test: names pydicom's sample data directory, and fails the test
+// when it is absent.
+#define PYDICOM_DATA_OR_FAIL(name)                            \
+    const std::string name = testsupport::PydicomDataDir(); \
+    if (name.empty())                                         \
+    FAIL() << "pydicom's sample data is not installed (scripts/setup installs it)"
+
 // pydicom's copy of source, changed by the Python statements (which see the
 // data set as ds and generate_uid as uid), saved as target: the exit status
 // and pydicom's output.

@@ -2,7 +2,6 @@
 // the captured pixels back equal to the image's and sees exactly the asked
 // changes of an edit, dciodvfy finds no (new) errors, dcmdump reads it all.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
@@ -15,6 +14,7 @@
 #include "support/dicomwriter.h"
 #include "platform/text.h"
 #include "support/cli.h"
+#include "support/tree.h"
 
 using namespace testsupport;
 using namespace zeldicom;
@@ -65,22 +65,16 @@ std::set<std::string> Words(const std::string& line)
 std::string MetaAndDataUid(const std::string& path, std::string& dataUid)
 {
     CDicomItem root(u"Object");
-    std::u16string meta, data;
-    if (root.LoadObject(Utf8ToUtf16(path))) {
-        static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Header")))->GetTagValue(0x0002, 0x0003, meta);
-        static_cast<CDicomItem*>(root.GetChildItem(std::u16string(u"Data")))->GetTagValue(0x0008, 0x0018, data);
-    }
-    dataUid = Utf16ToUtf8(Trim(data));
-    return Utf16ToUtf8(Trim(meta));
+    root.LoadObject(Utf8ToUtf16(path));
+    dataUid = TextOf(ChildNode(&root, u"Data"), 0x0008, 0x0018);
+    return TextOf(ChildNode(&root, u"Header"), 0x0002, 0x0003);
 }
 
 }  // namespace
 
 TEST(CaptureCli, NetpbmImagesBecomeValidSecondaryCaptureObjects)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
+    PYDICOM_DATA_OR_FAIL(dataDir);
     // No reference, an image, and a Japanese name that ISO_IR 100 cannot hold.
     const std::string references[] = {"", dataDir + "/test_files/CT_small.dcm",
                                       dataDir + "/charset_files/chrH31.dcm"};
@@ -95,9 +89,10 @@ TEST(CaptureCli, NetpbmImagesBecomeValidSecondaryCaptureObjects)
         {"P2", 3, 2, 65535, 1},  // plain text samples
         {"P6", 2, 2, 1023, 3},   // 16-bit RGB
     };
-    std::string out = ScratchPath("capture.dcm");
+    ScratchFolder folder("capture");
+    std::string out = folder.path + "/capture.dcm";
     for (const Case& c : cases) {
-        std::string image = ScratchPath(std::string("image.") + c.kind);
+        std::string image = folder.path + "/image." + c.kind;
         ASSERT_TRUE(WriteFile(image, Netpbm(c.kind, c.width, c.height, c.maxValue, c.samples)));
         for (const std::string& reference : references) {
             std::string what = std::string(c.kind) + " max " + std::to_string(c.maxValue) + " from " + reference;
@@ -114,14 +109,13 @@ TEST(CaptureCli, NetpbmImagesBecomeValidSecondaryCaptureObjects)
             EXPECT_EQ(IodErrors(out), 0) << what << ": " << RunCli({out}, "/usr/bin/dciodvfy").err;
             ExpectDcmdumpReads(out);
         }
-        unlink(image.c_str());
     }
-    unlink(out.c_str());
 }
 
 TEST(CaptureCli, RefusesDamagedImagesAndLeavesTheTargetAlone)
 {
-    std::string image = ScratchPath("bad.pgm"), out = ScratchPath("kept.dcm");
+    ScratchFolder folder("capture-bad");
+    std::string image = folder.path + "/bad.pgm", out = folder.path + "/kept.dcm";
     Bytes good = Netpbm("P5", 4, 4, 255, 1);
     const Bytes bad[] = {
         Bytes(good.begin(), good.end() - 1),          // one sample short
@@ -146,22 +140,19 @@ TEST(CaptureCli, RefusesDamagedImagesAndLeavesTheTargetAlone)
     EXPECT_EQ(RunCli({"capture", "--from", image, image, out}).status, 1);  // a reference that is no DICOM
     EXPECT_EQ(RunCli({"capture", image}).status, 2);
     EXPECT_EQ(ReadFile(out), text("precious"));
-    unlink(image.c_str());
-    unlink(out.c_str());
 }
 
 TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
 {
-    std::string dataDir = PydicomDataDir();
-    if (dataDir.empty())
-        FAIL() << "pydicom's sample files are not installed (scripts/setup installs it)";
-    std::string edited = ScratchPath("edited.dcm"), copy = ScratchPath("inplace.dcm");
+    PYDICOM_DATA_OR_FAIL(dataDir);
+
     std::vector<std::string> sources;
     for (const char* name : {"CT_small.dcm", "MR_small_implicit.dcm", "MR_small.dcm", "rtplan.dcm"})
         sources.push_back(dataDir + "/test_files/" + name);
     // A contour too long for DS's 16-bit explicit VR length, stored as UN as
     // DCMTK writes it.
-    ScratchFolder folder("edit-long");
+    ScratchFolder folder("edit");
+    std::string edited = folder.path + "/edited.dcm", copy = folder.path + "/inplace.dcm";
     ASSERT_EQ(RunCli({ZELDICOM_SOURCE_DIR "/tests/corpus/long_values.py", dataDir, folder.path}, "/usr/bin/python3")
                   .status, 0);
     sources.push_back(folder.path + "/longds_un.dcm");
@@ -225,6 +216,4 @@ TEST(EditCli, ChangesExactlyWhatIsAskedAndNoMore)
     }
     EXPECT_EQ(RunCli({"edit", edited, copy, "--set", "NoSuchKeyword=1"}).status, 2);
     EXPECT_EQ(RunCli({"edit", edited, copy, "--set", "PatientName"}).status, 2);
-    unlink(edited.c_str());
-    unlink(copy.c_str());
 }

@@ -7,6 +7,9 @@ the compressed header writer make.
       it, and with REF the patient and study of REF are kept
   capture_edit_oracle.py fragments DCM FRAMES HEX[,HEX...]
       DCM holds FRAMES frames in exactly these pixel data fragments
+  capture_edit_oracle.py same A B
+      A and B name the same patient and, where A has pixel data, decode to
+      the same pixels
   capture_edit_oracle.py diff A B
       the tags (meta information and data set) whose values differ, those in
       items of sequences as SEQ[n].TAG
@@ -97,6 +100,17 @@ def check_fragments(path, frames, fragments):
     return problems
 
 
+def check_same(first, second):
+    import numpy
+    a, b = read(first), read(second)
+    problems = []
+    if a.PatientName != b.PatientName:
+        problems.append(f"PatientName {str(a.PatientName)!r} {str(b.PatientName)!r}")
+    if "PixelData" in a and not numpy.array_equal(a.pixel_array, b.pixel_array):
+        problems.append("pixels differ")
+    return problems
+
+
 def differing_in(left, right, prefix, tags):
     """The tags whose values differ; inside sequences of as many items on
     both sides, the item's tags as SEQ[n].TAG."""
@@ -127,6 +141,8 @@ def main():
         return 0
     if mode == "capture":
         problems = check_capture(*args)
+    elif mode == "same":
+        problems = check_same(*args)
     else:
         problems = check_fragments(args[0], int(args[1]), args[2])
     print("\n".join(problems) if problems else "ok")

@@ -1,5 +1,6 @@
-// `zeldicom dump --json`: the DICOM JSON Model as PS3.18 F.2 shapes it
-// (agreement with pydicom over the corpus: tests/corpus).
+// `zeldicom dump --json`: the DICOM JSON Model as PS3.18 F.2 shapes it where
+// pydicom's samples do not reach (agreement with pydicom over every sample,
+// sequences, private elements and inline binaries included: tests/corpus).
 #include <gtest/gtest.h>
 
 #include "support/dicomwriter.h"
@@ -21,32 +22,6 @@ std::vector<std::string> Missing(const std::string& json, std::initializer_list<
 }
 }
 
-TEST(DumpJson, SampleFollowsTheJsonModel)
-{
-    CliResult run = RunCli({"dump", "--json", kSample});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const std::string& json = run.out;
-    EXPECT_EQ(json.front(), '{');
-    EXPECT_EQ(Missing(json, {R"("00100010": {"vr": "PN", "Value": [{"Alphabetic": "Doe^Jane^^Ms"}]})",
-                             R"("00280010": {"vr": "US", "Value": [16]})",
-                             R"("00200037": {"vr": "DS", "Value": [1, 0, 0, 0, 1, 0]})",
-                             R"("00200032": {"vr": "DS", "Value": [-120.0, -120.0, 35.5]})",
-                             R"("00200013": {"vr": "IS", "Value": [1]})",
-                             R"("00080008": {"vr": "CS", "Value": ["ORIGINAL", "PRIMARY", "AXIAL"]})",
-                             R"("00091001": {"vr": "LO", "Value": ["private value"]})",
-                             // Sequences hold their items as objects.
-                             R"("00081032": {"vr": "SQ", "Value": [)",
-                             R"("00080100": {"vr": "SH", "Value": ["CTHEAD"]})",
-                             // Pixel data: base64 of the 512 value bytes (18 00 18 00 ...).
-                             R"("7FE00010": {"vr": "OW", "InlineBinary": "GAAYABgA)"}),
-              std::vector<std::string>{});
-    size_t pixels = json.find("\"InlineBinary\": \"", json.find("\"7FE00010\"")) + 17;
-    EXPECT_EQ(json.find('"', pixels) - pixels, 684u);
-    // Delimiters and the file meta information are not attributes of the data set.
-    EXPECT_EQ(json.find("\"FFFE"), std::string::npos);
-    EXPECT_EQ(json.find("\"0002"), std::string::npos);
-}
-
 TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
 {
     const std::string name = "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0^\xE5\xA4\xAA\xE9\x83\x8E=";  // UTF-8, no phonetic group
@@ -58,10 +33,9 @@ TEST(DumpJson, NamesNumbersEmptyValuesAndEscapes)
                       elem(0x0028, 0x0103, "US", us(1)), elem(0x0070, 0x0010, "FL", Bytes{0x00, 0x00, 0x20, 0xC0}),
                       elem(0x0028, 0x1201, "OW", Bytes{1, 2, 3, 4}), elem(0x0009, 0x1000, "UN", Bytes{0xFF}),
                       elem(0x0008, 0x1140, "SQ", Bytes{})});
-    std::string path = ScratchPath("names.dcm");
-    ASSERT_TRUE(WriteFile(path, fileImage("1.2.840.10008.1.2.1", body)));
-    CliResult run = RunCli({"dump", "--json", path});
-    std::remove(path.c_str());
+    ScratchFolder folder("dump-json");
+    ASSERT_TRUE(WriteFile(folder.path + "/names.dcm", fileImage("1.2.840.10008.1.2.1", body)));
+    CliResult run = RunCli({"dump", "--json", folder.path + "/names.dcm"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(Missing(run.out, {R"("00080050": {"vr": "SH"})", R"("00081140": {"vr": "SQ"})",
                                 R"("00080060": {"vr": "CS", "Value": ["CT", null, "MR"]})",

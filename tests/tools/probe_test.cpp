@@ -53,13 +53,13 @@ TEST(ProbeCommand, LinesPerFileAndExitStatusByTheWorst)
 
 TEST(ProbeCommand, OutputThatCannotBeWrittenFailsTheCommand)
 {
-    std::string dataSet = ScratchPath("full.dcm");
+    ScratchFolder folder("probe-full");
+    std::string dataSet = folder.path + "/full.dcm";
     WriteFile(dataSet, elem(0x0008, 0x0005, "CS", "ISO_IR 100"));
     for (const std::string& command : {"probe " + dataSet, std::string("lookup 0010,0010")}) {
         CliResult full = RunCli({"-c", "exec \"$0\" " + command + " >/dev/full", ZELDICOM_CLI}, "/bin/sh");
         EXPECT_EQ(full.status, 1) << command;
         EXPECT_NE(full.err.find("standard output: No space left on device"), std::string::npos) << full.err;
     }
-    std::remove(dataSet.c_str());
 }
 
