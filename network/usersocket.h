@@ -123,6 +123,9 @@ struct ACCEPT_POLICY {
     std::vector<std::string> transferSyntaxes;
     // Maximum Length offered (PS3.8 D.1); 0: the receive buffer's size.
     uint32_t maxPduLength = 0;
+    // When set, a request to another called AE title is rejected
+    // (permanent, service user, called AE title not recognized).
+    std::string calledTitle;
     // The A-ASSOCIATE-RJ to send instead of accepting: result 0, accept.
     // PS3.8 9.3.4: transient, service provider (presentation), local limit
     // exceeded is {2, 3, 2}.

@@ -17,6 +17,14 @@ constexpr uint8_t kPermanent = 1;
 constexpr uint8_t kServiceUser = 1, kProviderAcse = 2;
 constexpr uint8_t kApplicationContextNotSupported = 2;
 constexpr uint8_t kProtocolVersionNotSupported = 2;
+constexpr uint8_t kCalledTitleNotRecognized = 7;
+
+std::string TrimmedTitle(const std::string& title)
+{
+    const size_t first = title.find_first_not_of(' ');
+    const size_t last = title.find_last_not_of(' ');
+    return first == std::string::npos ? std::string() : title.substr(first, last - first + 1);
+}
 
 void CopyTitle(char (&field)[17], const std::string& title)
 {
@@ -63,6 +71,9 @@ int CUserSocket::AcceptAssociation(const ACCEPT_POLICY& policy)
         rejection = {kPermanent, kProviderAcse, kProtocolVersionNotSupported};
     if (rejection.result == 0 && request.applicationContext != pdu::kApplicationContextName)
         rejection = {kPermanent, kServiceUser, kApplicationContextNotSupported};
+    if (rejection.result == 0 && !policy.calledTitle.empty() &&
+        TrimmedTitle(request.calledTitle) != TrimmedTitle(policy.calledTitle))
+        rejection = {kPermanent, kServiceUser, kCalledTitleNotRecognized};
     if (rejection.result != 0) {
         m_Rejection = rejection;
         DicomTraceFormat("<%s> A-ASSOCIATE-RJ (result %d, source %d, reason %d)", m_sTraceName.c_str(),
