@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,6 +132,7 @@ uint16_t CReceivedFile::Begin(const RECEIVED_INSTANCE& instance)
     meta.sSourceAETitle = AsciiToWide(instance.sourceTitle);
     CDynBuffer head;
     DICOMINFO::CreateMetaHeaderBuffer(head, &meta);
+    m_metaSize = head.m_nSize;
     if (!WriteAll(head.GetData(), head.m_nSize))
         return Fail(kOutOfResources, Reason("cannot write the file meta information"));
     return kSuccess;
@@ -183,12 +185,48 @@ bool CReceivedFile::DataSetMatchesRequest()
     return true;
 }
 
+// False when the data set stops inside an element: a header cut short, a
+// value longer than what follows it, a sequence without its delimiter.
+// Only the element headers are read (the file is mapped, values skipped),
+// so that a large object costs no more than a walk over its elements. A
+// deflated data set is not walked.
+bool CReceivedFile::DataSetIsWhole()
+{
+    const std::string& syntax = m_instance.transferSyntax;
+    if (syntax == kDeflated || m_dataSetSize == 0)
+        return true;
+    const size_t fileSize = m_metaSize + m_dataSetSize;
+    void* mapped = ::mmap(nullptr, fileSize, PROT_READ, MAP_PRIVATE, m_fd, 0);
+    if (mapped == MAP_FAILED)
+        return true;  // not checked, not refused
+    const dataset::Encoding encoding{syntax != kImplicitLittleEndian, syntax == kExplicitBigEndian};
+    ByteCursor cursor(static_cast<const unsigned char*>(mapped) + m_metaSize, m_dataSetSize);
+    bool whole = true;
+    while (whole && cursor.remaining() > 0) {
+        dataset::ElementHeader header;
+        whole = dataset::ReadHeader(cursor, encoding, header);
+        if (!whole)
+            m_error = FormatText("the data set ends inside an element header (%zu bytes left)", cursor.remaining());
+        else if (header.length == dataset::kUndefined)
+            whole = dataset::SkipUndefinedValue(cursor, encoding, header, 0);
+        else if ((whole = cursor.has(header.length)))
+            cursor.skip(header.length);
+        if (!whole && m_error.empty())
+            m_error = FormatText("the data set ends inside element (%04X,%04X)", header.group, header.element);
+    }
+    ::munmap(mapped, fileSize);
+    return whole;
+}
+
 uint16_t CReceivedFile::Finish(const Namer& namer, std::string& path)
 {
     if (m_failed || m_fd == -1)
         return m_failed ? kOutOfResources : Fail(kOutOfResources, "no object has begun");
     if (!DataSetMatchesRequest())
         return Fail(kDataSetMismatch, m_error);
+    m_error.clear();
+    if (!DataSetIsWhole())
+        return Fail(kCannotUnderstand, m_error);
     const std::string name = namer ? namer(m_instance) : DefaultName(m_instance);
     if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
         return Fail(kCannotUnderstand, "no usable file name for " + m_instance.sopInstance);
