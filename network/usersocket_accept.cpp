@@ -19,6 +19,24 @@ constexpr uint8_t kApplicationContextNotSupported = 2;
 constexpr uint8_t kProtocolVersionNotSupported = 2;
 constexpr uint8_t kCalledTitleNotRecognized = 7;
 
+// PS3.8 9.3.2.2: context IDs are odd numbers from 1 to 255, so a request
+// holds at most 128 contexts; one with more is not a valid request.
+constexpr size_t kMostContexts = 128;
+constexpr uint8_t kNoReasonGiven = 1;
+
+size_t CountContexts(const unsigned char* pdu, size_t size)
+{
+    if (size < pdu::kHeaderSize + pdu::kAssociateFixedSize)
+        return 0;
+    pdu::ItemWalker items(pdu + pdu::kHeaderSize + pdu::kAssociateFixedSize,
+                          size - pdu::kHeaderSize - pdu::kAssociateFixedSize);
+    pdu::Item item;
+    size_t count = 0;
+    while (items.Next(item))
+        count += item.type == pdu::kPresentationContextRqItem;
+    return count;
+}
+
 std::string TrimmedTitle(const std::string& title)
 {
     const size_t first = title.find_first_not_of(' ');
@@ -71,6 +89,8 @@ int CUserSocket::AcceptAssociation(const ACCEPT_POLICY& policy)
         rejection = {kPermanent, kProviderAcse, kProtocolVersionNotSupported};
     if (rejection.result == 0 && request.applicationContext != pdu::kApplicationContextName)
         rejection = {kPermanent, kServiceUser, kApplicationContextNotSupported};
+    if (rejection.result == 0 && CountContexts(PduBytes(), size) > kMostContexts)
+        rejection = {kPermanent, kProviderAcse, kNoReasonGiven};
     if (rejection.result == 0 && !policy.calledTitle.empty() &&
         TrimmedTitle(request.calledTitle) != TrimmedTitle(policy.calledTitle))
         rejection = {kPermanent, kServiceUser, kCalledTitleNotRecognized};

@@ -58,9 +58,9 @@ CStorageServer::EventCallback ReceiveReporter(const AssociationOptions& options)
             const STORED_INSTANCE& stored = event.stored;
             if (stored.status != 0) {
                 endProgress();
-                std::fprintf(stderr, "%s: %s not stored: 0x%04X %s: %s\n", From(event).c_str(),
-                             stored.instance.sopInstance.c_str(), stored.status,
-                             CUserSocket::GetStoreStatusText(stored.status).c_str(), stored.error.c_str());
+                std::fprintf(stderr, "%s: %s not stored: %s: %s\n", From(event).c_str(),
+                             stored.instance.sopInstance.c_str(), CUserSocket::GetStoreStatusText(stored.status).c_str(),
+                             stored.error.c_str());
                 break;
             }
             ++totals->files;

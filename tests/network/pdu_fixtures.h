@@ -57,6 +57,19 @@ inline Bytes associateAc(const Bytes& contexts, uint32_t maximum = 16384)
     return pdu(0x02, cat({fixedFields(), item(0x10, "1.2.840.10008.3.1.1.1"), contexts,
                           item(0x50, cat({maxLength(maximum), item(0x52, "1.2.3.4"), item(0x55, "PEER_1")}))}));
 }
+// A proposed presentation context (PS3.8 9.3.2.2).
+inline Bytes contextRq(uint8_t id, const std::string& abstractSyntax, std::initializer_list<std::string> syntaxes)
+{
+    Bytes value = cat({Bytes{id, 0, 0, 0}, item(0x30, abstractSyntax)});
+    for (const std::string& syntax : syntaxes)
+        value = cat({value, item(0x40, syntax)});
+    return item(0x20, value);
+}
+inline Bytes associateRq(const Bytes& contexts, uint32_t maximum = 16384)
+{
+    return pdu(0x01, cat({fixedFields(), item(0x10, "1.2.840.10008.3.1.1.1"), contexts,
+                          item(0x50, cat({maxLength(maximum), item(0x52, "1.2.3.4")}))}));
+}
 inline Bytes pdv(uint8_t id, uint8_t control, const Bytes& fragment)
 {
     Bytes out;

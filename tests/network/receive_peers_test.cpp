@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <thread>
 
 #include "network/peer_process.h"
 #include "network/scripted_peer.h"
@@ -156,18 +157,38 @@ TEST(ReceivePeers, FaultsLeaveNothingBehindAndTheReceiverServes)
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("big.dcm: not stored: refused 0xA700"), std::string::npos) << run.err;
     EXPECT_NE(run.out.find("stored 1 of 2 files"), std::string::npos) << run.out;
-    EXPECT_TRUE(limited.AwaitLog("1.2.3.99 not stored: 0xA700")) << limited.Log();
+    EXPECT_TRUE(limited.AwaitLog("1.2.3.99 not stored: refused 0xA700: out of resources")) << limited.Log();
     EXPECT_EQ(limited.Entries(), std::vector<std::string>{"1.3.6.1.4.1.5962.1.1.1.1.1.20040119072730.12322.dcm"});
 }
 
-// A connection that sends nothing is closed after the time-out (ARTIM), and
-// so is an association that goes quiet (DIMSE).
-TEST(ReceivePeers, IdleConnectionsTimeOut)
+// A connection that sends nothing is closed after the time-out (ARTIM);
+// while one association is open, a second one over the limit of one is
+// rejected (transient, local limit exceeded).
+TEST(ReceivePeers, IdleConnectionsTimeOutAndTheLimitRejects)
 {
-    Receiver receiver("receive-idle", {"--timeout", "1"});
+    Receiver receiver("receive-idle", {"--timeout", "1", "--max-associations", "1", "-v"});
     ASSERT_TRUE(receiver.ready) << receiver.Log();
     pdufix::ScriptedClient silent(receiver.port, {pdufix::ExpectClose(10000)});
     EXPECT_EQ(silent.Problem(), "");
     EXPECT_TRUE(receiver.AwaitLog("no data for 1000 ms")) << receiver.Log();
+
+    auto accepted = [&receiver] {
+        size_t count = 0;
+        for (const std::string& line : Lines(receiver.Log()))
+            count += line.find(": accepted (") != std::string::npos;
+        return count;
+    };
+    const size_t before = accepted();
+    std::thread holder([&receiver] {
+        pdufix::ScriptedClient client(
+            receiver.port, {pdufix::Send(pdufix::associateRq(pdufix::contextRq(1, "1.2.840.10008.1.1", {kExplicit}))),
+                            pdufix::Expect(0x02), pdufix::Stall(800)});
+    });
+    for (int wait = 0; wait < 100 && accepted() == before; ++wait)
+        usleep(50000);
+    CliResult refused = receiver.Echo();
+    holder.join();
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("local limit exceeded"), std::string::npos) << refused.err;
     EXPECT_EQ(receiver.Echo().status, 0);
 }
