@@ -115,4 +115,23 @@ const Bytes kAbortFromProvider = pdu(0x07, {0, 0, 2, 6});       // service provi
 const Bytes kReleaseRp = pdu(0x06, {0, 0, 0, 0});
 const Bytes kEchoResponseSuccess = pdu(0x04, pdv(1, 0x03, echoResponse(1, 0x0000)));
 
+// A caller's whole association as a storage SCP receives it: request
+// (verification, CT in explicit VR), C-ECHO, C-STORE of a small data set,
+// A-RELEASE-RQ.
+inline Bytes callerAssociation()
+{
+    const char* const ct = "1.2.840.10008.5.1.4.1.1.2";
+    const Bytes request = associateRq(cat({contextRq(1, "1.2.840.10008.1.1", {"1.2.840.10008.1.2"}),
+                                           contextRq(3, ct, {"1.2.840.10008.1.2.1"})}));
+    const Bytes echo = commandSet({cmd(0x0002, uid("1.2.840.10008.1.1")), cmd(0x0100, le(0x0030, 2)),
+                                   cmd(0x0110, le(1, 2)), cmd(0x0800, le(0x0101, 2))});
+    const Bytes store = commandSet({cmd(0x0002, uid(ct)), cmd(0x0100, le(0x0001, 2)), cmd(0x0110, le(2, 2)),
+                                    cmd(0x0700, le(0, 2)), cmd(0x0800, le(0, 2)), cmd(0x1000, uid("1.2.3.4"))});
+    const Bytes dataSet = cat({testsupport::elem(0x0008, 0x0016, "UI", uid(ct)),
+                               testsupport::elem(0x0008, 0x0018, "UI", uid("1.2.3.4")),
+                               testsupport::elem(0x0010, 0x0010, "PN", testsupport::text("Doe^Jane"))});
+    return cat({request, pdu(0x04, pdv(1, 0x03, echo)), pdu(0x04, pdv(3, 0x03, store)), pdu(0x04, pdv(3, 0x02, dataSet)),
+                pdu(0x05, {0, 0, 0, 0})});
+}
+
 }
