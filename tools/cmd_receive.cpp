@@ -46,7 +46,7 @@ int RunReceive(int argc, char** argv)
                   associations, true);
     reader.Number("--timeout", "SECONDS", "for the association request and each message (default 30)", 0.001,
                   86400, seconds);
-    reader.Number("--max-pdu", "KIB", "the largest PDU offered to callers (default 128)", 4, 4096, pduKiB, true);
+    reader.Number("--max-pdu", "KIB", "the largest PDU offered to callers (default 128)", 4, 4095, pduKiB, true);
     reader.Flag("--fsync", "make each file durable before answering success", settings.durable);
     AddOutputOptions(reader, options);
     reader.Example("zeldicom receive --aet STORESCP 11112 received/");
