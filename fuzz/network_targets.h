@@ -140,8 +140,29 @@ inline int PduRoundTripTarget(const uint8_t* data, size_t size)
     }
 }
 
+// A socketpair whose far end has sent the bytes and ended its writing; it
+// stays open (closed by the caller) to take what the near end answers. The
+// near end, or -1 when the bytes could not be sent.
+inline int FedSocket(const uint8_t* data, size_t size, int& farEnd)
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return -1;
+    int buffer = 1 << 18;
+    setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+    const bool written = size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size);
+    shutdown(ends[1], SHUT_WR);
+    if (!written) {
+        close(ends[0]);
+        close(ends[1]);
+        return -1;
+    }
+    farEnd = ends[1];
+    return ends[0];
+}
+
 // The answer to an A-ASSOCIATE-RQ as the client receives it: the bytes
-// arrive over a socketpair whose far end then closes, and the association
+// arrive over a socketpair whose far end then stops sending, and the association
 // reads them as it would from a peer (receive buffer, AC/RJ reader).
 inline int AssociateAnswerTarget(const uint8_t* data, size_t size)
 {
@@ -152,24 +173,18 @@ inline int AssociateAnswerTarget(const uint8_t* data, size_t size)
     for (const auto& context : answer.contexts)
         if (context.transferSyntax.size() > size)
             return kConsumedTooMuch;
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+    int farEnd = -1;
+    const int nearEnd = FedSocket(data, size, farEnd);
+    if (nearEnd < 0)
         return kOk;
-    int buffer = 1 << 18;
-    setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
-    bool written = size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size);
-    close(ends[1]);
-    if (!written) {
-        close(ends[0]);
-        return kOk;
-    }
     CUserSocket client;
-    client.Adopt(ends[0]);
+    client.Adopt(nearEnd);
     client.AddPresentationContext("1.2.840.10008.1.1", 1, "1.2.840.10008.1.2");
     client.AddPresentationContext("1.2.840.10008.5.1.4.1.1.2", 1, "1.2.840.10008.1.2.1");
     client.SetTimeout(1000);
     client.ReceiveAssociateRsp();
     client.GetErrorText();
+    close(farEnd);
     return kOk;
 }
 
@@ -185,18 +200,10 @@ inline int AcceptorTarget(const uint8_t* data, size_t size)
         return kOk;
     static const std::string folder = "/tmp/zeldicom-fuzz-acceptor-" + std::to_string(getpid());
     mkdir(folder.c_str(), 0700);
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+    int farEnd = -1;
+    const int nearEnd = FedSocket(data, size, farEnd);
+    if (nearEnd < 0)
         return kOk;
-    int buffer = 1 << 18;
-    setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
-    bool written = size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size);
-    shutdown(ends[1], SHUT_WR);
-    if (!written) {
-        close(ends[0]);
-        close(ends[1]);
-        return kOk;
-    }
     STORAGE_SERVER_SETTINGS settings;
     settings.folder = folder;
     settings.timeoutMs = 1000;
@@ -207,9 +214,9 @@ inline int AcceptorTarget(const uint8_t* data, size_t size)
             finding = kSaveFailed;
     });
     CUserSocket socket;
-    socket.Adopt(ends[0]);
+    socket.Adopt(nearEnd);
     server.Serve(socket);
-    close(ends[1]);
+    close(farEnd);
     if (DIR* entries = opendir(folder.c_str())) {
         while (dirent* entry = readdir(entries)) {
             const std::string name = entry->d_name;
