@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <system_error>
+
 #include "network/storageserver.h"
 #include "network/usersocket.h"
 #include "platform/text.h"
@@ -92,17 +94,24 @@ void CStorageServer::Run()
         (overLimit ? m_rejecting : m_active)++;
         m_sessions.emplace_back();
         Session& session = m_sessions.back();
-        session.thread = std::thread([this, &session, overLimit, peer,
-                                      owned = std::move(socket)]() {
-            if (overLimit) {
-                Reject(*owned);
-                --m_rejecting;
-            } else {
-                Serve(*owned, peer);
-                --m_active;
-            }
-            session.done = true;
-        });
+        try {
+            session.thread = std::thread([this, &session, overLimit, peer, owned = std::move(socket)]() {
+                if (overLimit) {
+                    Reject(*owned);
+                    --m_rejecting;
+                } else {
+                    Serve(*owned, peer);
+                    --m_active;
+                }
+                session.done = true;
+            });
+        } catch (const std::system_error&) {
+            // No thread to be had (a process or system limit): the caller is
+            // dropped (its socket went with the lambda) and the server goes on.
+            (overLimit ? m_rejecting : m_active)--;
+            m_sessions.pop_back();
+            Emit({STORAGE_EVENT::kRejected, ++m_serial, "", "", peer, {}, 0, 0, 0, "closed at once: no thread to serve it"});
+        }
     }
     m_listener.Close();
     // Running associations may end their own way within the grace period;

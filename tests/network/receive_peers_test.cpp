@@ -166,11 +166,11 @@ TEST(ReceivePeers, FaultsLeaveNothingBehindAndTheReceiverServes)
 // rejected (transient, local limit exceeded).
 TEST(ReceivePeers, IdleConnectionsTimeOutAndTheLimitRejects)
 {
-    Receiver receiver("receive-idle", {"--timeout", "1", "--max-associations", "1", "-v"});
+    Receiver receiver("receive-idle", {"--timeout", "3", "--max-associations", "1", "-v"});
     ASSERT_TRUE(receiver.ready) << receiver.Log();
     pdufix::ScriptedClient silent(receiver.port, {pdufix::ExpectClose(10000)});
     EXPECT_EQ(silent.Problem(), "");
-    EXPECT_TRUE(receiver.AwaitLog("no data for 1000 ms")) << receiver.Log();
+    EXPECT_TRUE(receiver.AwaitLog("no data for 3000 ms")) << receiver.Log();
 
     auto accepted = [&receiver] {
         size_t count = 0;
@@ -182,12 +182,12 @@ TEST(ReceivePeers, IdleConnectionsTimeOutAndTheLimitRejects)
     std::thread holder([&receiver] {
         pdufix::ScriptedClient client(
             receiver.port, {pdufix::Send(pdufix::associateRq(pdufix::contextRq(1, "1.2.840.10008.1.1", {kExplicit}))),
-                            pdufix::Expect(0x02), pdufix::Stall(800)});
+                            pdufix::Expect(0x02), pdufix::Stall(5000)});
     });
     for (int wait = 0; wait < 100 && accepted() == before; ++wait)
         usleep(50000);
     CliResult refused = receiver.Echo();
-    holder.join();
+    holder.join();  // the receiver aborts the idle association after 3 s
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("local limit exceeded"), std::string::npos) << refused.err;
     EXPECT_EQ(receiver.Echo().status, 0);

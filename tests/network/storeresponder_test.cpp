@@ -112,22 +112,3 @@ TEST(StoreResponder, AnswersEachRequestWithTheFatesStatus)
     }
     EXPECT_TRUE(std::filesystem::is_empty(folder.path));
 }
-
-TEST(StoreResponder, AConnectionLostMidDataSetLeavesNoFile)
-{
-    testsupport::ScratchFolder folder("storeresponder-lost");
-    CUserSocket scp;
-    const int peer = OpenAssociation(scp);
-    ASSERT_GE(peer, 0);
-    const Bytes dataSet = DataSet("1.2.3.4");
-    const Bytes sent = cat({StoreRequest(1, "1.2.3.4", 1), pdu(0x04, pdv(1, 0x00, Bytes(dataSet.begin(), dataSet.begin() + 100)))});
-    ASSERT_EQ(write(peer, sent.data(), sent.size()), ssize_t(sent.size()));
-    close(peer);
-
-    DICOM_CMND_MSG request;
-    ASSERT_EQ(scp.ReceiveCommand(request), 1);
-    STORED_INSTANCE outcome;
-    EXPECT_EQ(CStoreResponder(folder.path).Answer(scp, request, outcome), 0);
-    EXPECT_EQ(outcome.bytes, 100u);
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path));
-}
