@@ -3,11 +3,14 @@
 // network side: the PDU codec, the association answer, the command-set
 // decoder and the protocol trace's analyser. Same pattern as targets.h: a
 // body returns kOk, or a Finding when an invariant broke.
+#include <dirent.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
 
+#include "network/storageserver.h"
 #include "network/usersocket.h"
 #include "platform/apppath.h"
 #include "targets.h"
@@ -137,8 +140,29 @@ inline int PduRoundTripTarget(const uint8_t* data, size_t size)
     }
 }
 
+// A socketpair whose far end has sent the bytes and ended its writing; it
+// stays open (closed by the caller) to take what the near end answers. The
+// near end, or -1 when the bytes could not be sent.
+inline int FedSocket(const uint8_t* data, size_t size, int& farEnd)
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return -1;
+    int buffer = 1 << 18;
+    setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+    const bool written = size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size);
+    shutdown(ends[1], SHUT_WR);
+    if (!written) {
+        close(ends[0]);
+        close(ends[1]);
+        return -1;
+    }
+    farEnd = ends[1];
+    return ends[0];
+}
+
 // The answer to an A-ASSOCIATE-RQ as the client receives it: the bytes
-// arrive over a socketpair whose far end then closes, and the association
+// arrive over a socketpair whose far end then stops sending, and the association
 // reads them as it would from a peer (receive buffer, AC/RJ reader).
 inline int AssociateAnswerTarget(const uint8_t* data, size_t size)
 {
@@ -149,25 +173,63 @@ inline int AssociateAnswerTarget(const uint8_t* data, size_t size)
     for (const auto& context : answer.contexts)
         if (context.transferSyntax.size() > size)
             return kConsumedTooMuch;
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+    int farEnd = -1;
+    const int nearEnd = FedSocket(data, size, farEnd);
+    if (nearEnd < 0)
         return kOk;
-    int buffer = 1 << 18;
-    setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
-    bool written = size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size);
-    close(ends[1]);
-    if (!written) {
-        close(ends[0]);
-        return kOk;
-    }
     CUserSocket client;
-    client.Adopt(ends[0]);
+    client.Adopt(nearEnd);
     client.AddPresentationContext("1.2.840.10008.1.1", 1, "1.2.840.10008.1.2");
     client.AddPresentationContext("1.2.840.10008.5.1.4.1.1.2", 1, "1.2.840.10008.1.2.1");
     client.SetTimeout(1000);
     client.ReceiveAssociateRsp();
     client.GetErrorText();
+    close(farEnd);
     return kOk;
+}
+
+// The storage server's side of one association, fed the bytes as a
+// caller's stream that then ends: negotiation as acceptor (request,
+// contexts, rejection), every PDU and message that follows (C-ECHO,
+// C-STORE into files, release, abort). Whatever it wrote is removed, and no
+// file or temporary may be left unnamed: a stored file must carry the name
+// its request gave it.
+inline int AcceptorTarget(const uint8_t* data, size_t size)
+{
+    if (size > 65536)
+        return kOk;
+    static const std::string folder = "/tmp/zeldicom-fuzz-acceptor-" + std::to_string(getpid());
+    mkdir(folder.c_str(), 0700);
+    int farEnd = -1;
+    const int nearEnd = FedSocket(data, size, farEnd);
+    if (nearEnd < 0)
+        return kOk;
+    STORAGE_SERVER_SETTINGS settings;
+    settings.folder = folder;
+    settings.timeoutMs = 1000;
+    CStorageServer server(settings);
+    int finding = kOk;
+    server.SetEventCallback([&finding](const STORAGE_EVENT& event) {
+        if (event.kind == STORAGE_EVENT::kStored && event.stored.status == 0 && event.stored.path.empty())
+            finding = kSaveFailed;
+    });
+    CUserSocket socket;
+    socket.Adopt(nearEnd);
+    server.Serve(socket);
+    close(farEnd);
+    if (DIR* entries = opendir(folder.c_str())) {
+        while (dirent* entry = readdir(entries)) {
+            const std::string name = entry->d_name;
+            if (name == "." || name == "..")
+                continue;
+            // A temporary left behind after the association ended is a leak.
+            if (name.rfind(".zeldicom-", 0) == 0)
+                finding = kSaveFailed;
+            unlink((folder + "/" + name).c_str());
+        }
+        closedir(entries);
+    }
+    return finding;
 }
 
 struct GroupWalk {

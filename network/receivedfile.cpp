@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "imageinfo/dicominfo.h"
@@ -19,6 +21,14 @@ namespace {
 // The data set bytes kept for the SOP class and instance check: (0008,0016)
 // and (0008,0018) come early, after at most a few short group 0008 elements.
 constexpr size_t kHeadSize = 64 * 1024;
+
+// The process's file creation mask, read once while the library loads
+// (reading it means setting it, which must not race with other threads).
+const mode_t kCreationMask = [] {
+    const mode_t mask = ::umask(022);
+    ::umask(mask);
+    return mask;
+}();
 
 constexpr char kImplicitLittleEndian[] = "1.2.840.10008.1.2";
 constexpr char kExplicitBigEndian[] = "1.2.840.10008.1.2.2";
@@ -109,6 +119,9 @@ uint16_t CReceivedFile::Begin(const RECEIVED_INSTANCE& instance)
     if (m_fd == -1)
         return Fail(kOutOfResources, Reason(("cannot create a file in " + m_folder).c_str()));
     m_temporary = name;
+    // mkstemps makes the temporary private; the object gets the mode any
+    // new file of the process gets.
+    ::fchmod(m_fd, 0666 & ~kCreationMask);
 
     metaHeaderInfo meta;
     meta.sMediaStorageSOPClassUID = AsciiToWide(instance.sopClass);
@@ -119,6 +132,7 @@ uint16_t CReceivedFile::Begin(const RECEIVED_INSTANCE& instance)
     meta.sSourceAETitle = AsciiToWide(instance.sourceTitle);
     CDynBuffer head;
     DICOMINFO::CreateMetaHeaderBuffer(head, &meta);
+    m_metaSize = head.m_nSize;
     if (!WriteAll(head.GetData(), head.m_nSize))
         return Fail(kOutOfResources, Reason("cannot write the file meta information"));
     return kSuccess;
@@ -171,12 +185,48 @@ bool CReceivedFile::DataSetMatchesRequest()
     return true;
 }
 
+// False when the data set stops inside an element: a header cut short, a
+// value longer than what follows it, a sequence without its delimiter.
+// Only the element headers are read (the file is mapped, values skipped),
+// so that a large object costs no more than a walk over its elements. A
+// deflated data set is not walked.
+bool CReceivedFile::DataSetIsWhole()
+{
+    const std::string& syntax = m_instance.transferSyntax;
+    if (syntax == kDeflated || m_dataSetSize == 0)
+        return true;
+    const size_t fileSize = m_metaSize + m_dataSetSize;
+    void* mapped = ::mmap(nullptr, fileSize, PROT_READ, MAP_PRIVATE, m_fd, 0);
+    if (mapped == MAP_FAILED)
+        return true;  // not checked, not refused
+    const dataset::Encoding encoding{syntax != kImplicitLittleEndian, syntax == kExplicitBigEndian};
+    ByteCursor cursor(static_cast<const unsigned char*>(mapped) + m_metaSize, m_dataSetSize);
+    bool whole = true;
+    while (whole && cursor.remaining() > 0) {
+        dataset::ElementHeader header;
+        whole = dataset::ReadHeader(cursor, encoding, header);
+        if (!whole)
+            m_error = FormatText("the data set ends inside an element header (%zu bytes left)", cursor.remaining());
+        else if (header.length == dataset::kUndefined)
+            whole = dataset::SkipUndefinedValue(cursor, encoding, header, 0);
+        else if ((whole = cursor.has(header.length)))
+            cursor.skip(header.length);
+        if (!whole && m_error.empty())
+            m_error = FormatText("the data set ends inside element (%04X,%04X)", header.group, header.element);
+    }
+    ::munmap(mapped, fileSize);
+    return whole;
+}
+
 uint16_t CReceivedFile::Finish(const Namer& namer, std::string& path)
 {
     if (m_failed || m_fd == -1)
         return m_failed ? kOutOfResources : Fail(kOutOfResources, "no object has begun");
     if (!DataSetMatchesRequest())
         return Fail(kDataSetMismatch, m_error);
+    m_error.clear();
+    if (!DataSetIsWhole())
+        return Fail(kCannotUnderstand, m_error);
     const std::string name = namer ? namer(m_instance) : DefaultName(m_instance);
     if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
         return Fail(kCannotUnderstand, "no usable file name for " + m_instance.sopInstance);

@@ -10,7 +10,8 @@
 // Results are C-STORE status words (PS3.4 B.2.3): 0 Success, 0xA700 Out of
 // Resources (the folder or the disk refused the bytes), 0xA900 Data Set does
 // not match SOP Class (its SOP class or instance differs from the request),
-// 0xC000 Cannot understand (no usable file name). A process that runs under
+// 0xC000 Cannot understand (no usable file name, or a data set that ends
+// inside an element). A process that runs under
 // a file size limit must ignore SIGXFSZ, so that the write past the limit
 // fails with EFBIG (answered 0xA700) instead of ending the process.
 #include <cstddef>
@@ -64,6 +65,7 @@ private:
     uint16_t Fail(uint16_t status, const std::string& why);
     bool WriteAll(const void* bytes, size_t size);
     bool DataSetMatchesRequest();
+    bool DataSetIsWhole();
 
     std::string m_folder;
     bool m_durable;
@@ -72,6 +74,7 @@ private:
     int m_fd = -1;
     bool m_failed = false;
     uint64_t m_dataSetSize = 0;
+    size_t m_metaSize = 0;  // bytes of the preamble and file meta information
     std::string m_head;  // the first bytes of the data set, for the UID check
     std::string m_error;
 };

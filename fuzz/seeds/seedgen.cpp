@@ -349,6 +349,7 @@ int main(int argc, char** argv)
             ok = WriteSeed(folder, "fuzz_pduroundtrip", name, bytes) && ok;
             ok = WriteSeed(folder, "fuzz_trace", name, WithPrefix({1}, bytes)) && ok;
         }
+        ok = WriteSeed(folder, "fuzz_acceptor", "echo-store-release", callerAssociation()) && ok;
         Bytes command = echoResponse(1, 0xA700);
         ok = WriteSeed(folder, "fuzz_command", "echo-rsp", command) && ok;
         ok = WriteSeed(folder, "fuzz_trace", "echo-rsp-command", WithPrefix({1}, command)) && ok;

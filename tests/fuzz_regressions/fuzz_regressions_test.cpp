@@ -11,6 +11,7 @@
 #include "fuzz/network_targets.h"
 #include "fuzz/sr_targets.h"
 #include "fuzz/targets.h"
+#include "network/pdu_fixtures.h"
 
 using namespace testsupport;
 
@@ -28,6 +29,7 @@ const std::map<std::string, TargetFunction> kTargets = {
     {"fuzz_command", zelfuzz::CommandSetTarget}, {"fuzz_trace", zelfuzz::TraceAnalyserTarget},
     {"fuzz_dicomdir", zelfuzz::DicomDirTarget},
     {"fuzz_srload", zelfuzz::SrLoadTarget},     {"fuzz_bigendian", zelfuzz::BigEndianTarget},
+    {"fuzz_acceptor", zelfuzz::AcceptorTarget},
 };
 
 Bytes implicitText(uint16_t group, uint16_t element, const std::string& value)
@@ -113,6 +115,7 @@ TEST(FuzzRegressions, EveryTargetSurvivesEveryTruncation)
         {"fuzz_frames", cat({{1, 8, 0}, dataSet})}, {"fuzz_rawwalk", dataSet},
         {"fuzz_loadobject", file}, {"fuzz_metascan", cat({{0x10, 0x00, 0x10, 0x00}, file})},
         {"fuzz_readinfo", file}, {"fuzz_lutoverlay", cat({{0, 6, 0, 0, 0, 16, 0}, dataSet})},
+        {"fuzz_acceptor", pdufix::callerAssociation()},
     };
     for (const auto& [name, input] : cases)
         for (size_t length = 0; length <= input.size(); ++length)

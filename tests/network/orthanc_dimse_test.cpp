@@ -1,5 +1,6 @@
 // Orthanc, started here with its own configuration on free loopback ports,
-// against store, find, move and storage commitment: the report arrives on
+// against store, find, move (also to `move --receive`, the command itself
+// as destination) and storage commitment: the report arrives on
 // the association Orthanc opens to `commit --listen`, with the stored
 // instance committed and the one Orthanc never received failed; and the
 // whole sample folder stored, at least as many instances as storescu stores.
@@ -108,6 +109,13 @@ TEST(OrthancDimse, StoreFindMoveAndCommit)
                                 "StudyInstanceUID=1.3.6.1.4.1.5962.1.2.1.20040119072730.12322", "127.0.0.1", p});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.out.find("final status 0xC000: Failed: Unable to Process"), std::string::npos) << unknown.out;
+    fs::create_directories(folder + "/received");
+    CliResult self = RunCli({"move", "-aec", "ORTHANC", "--dest", "ZELDICOM", "--receive", folder + "/received", "--port",
+                             std::to_string(listen), "-k", "StudyInstanceUID=1.3.6.1.4.1.5962.1.2.1.20040119072730.12322",
+                             "127.0.0.1", p});
+    EXPECT_EQ(self.status, 0) << self.err;
+    EXPECT_NE(self.out.find("1 completed, 0 failed"), std::string::npos) << self.out;
+    EXPECT_EQ(CompareReceived(folder, folder + "/received", "same", {ct}), Same(1));
 
     CliResult commit = RunCli({"commit", "-aec", "ORTHANC", "--listen", std::to_string(listen), "--timeout", "10",
                                "127.0.0.1", p, ct, mr});

@@ -57,6 +57,19 @@ inline Bytes associateAc(const Bytes& contexts, uint32_t maximum = 16384)
     return pdu(0x02, cat({fixedFields(), item(0x10, "1.2.840.10008.3.1.1.1"), contexts,
                           item(0x50, cat({maxLength(maximum), item(0x52, "1.2.3.4"), item(0x55, "PEER_1")}))}));
 }
+// A proposed presentation context (PS3.8 9.3.2.2).
+inline Bytes contextRq(uint8_t id, const std::string& abstractSyntax, std::initializer_list<std::string> syntaxes)
+{
+    Bytes value = cat({Bytes{id, 0, 0, 0}, item(0x30, abstractSyntax)});
+    for (const std::string& syntax : syntaxes)
+        value = cat({value, item(0x40, syntax)});
+    return item(0x20, value);
+}
+inline Bytes associateRq(const Bytes& contexts, uint32_t maximum = 16384)
+{
+    return pdu(0x01, cat({fixedFields(), item(0x10, "1.2.840.10008.3.1.1.1"), contexts,
+                          item(0x50, cat({maxLength(maximum), item(0x52, "1.2.3.4")}))}));
+}
 inline Bytes pdv(uint8_t id, uint8_t control, const Bytes& fragment)
 {
     Bytes out;
@@ -101,5 +114,24 @@ const Bytes kAssociateRjCalledTitle = pdu(0x03, {0, 1, 1, 7});  // permanent, se
 const Bytes kAbortFromProvider = pdu(0x07, {0, 0, 2, 6});       // service provider, invalid PDU parameter
 const Bytes kReleaseRp = pdu(0x06, {0, 0, 0, 0});
 const Bytes kEchoResponseSuccess = pdu(0x04, pdv(1, 0x03, echoResponse(1, 0x0000)));
+
+// A caller's whole association as a storage SCP receives it: request
+// (verification, CT in explicit VR), C-ECHO, C-STORE of a small data set,
+// A-RELEASE-RQ.
+inline Bytes callerAssociation()
+{
+    const char* const ct = "1.2.840.10008.5.1.4.1.1.2";
+    const Bytes request = associateRq(cat({contextRq(1, "1.2.840.10008.1.1", {"1.2.840.10008.1.2"}),
+                                           contextRq(3, ct, {"1.2.840.10008.1.2.1"})}));
+    const Bytes echo = commandSet({cmd(0x0002, uid("1.2.840.10008.1.1")), cmd(0x0100, le(0x0030, 2)),
+                                   cmd(0x0110, le(1, 2)), cmd(0x0800, le(0x0101, 2))});
+    const Bytes store = commandSet({cmd(0x0002, uid(ct)), cmd(0x0100, le(0x0001, 2)), cmd(0x0110, le(2, 2)),
+                                    cmd(0x0700, le(0, 2)), cmd(0x0800, le(0, 2)), cmd(0x1000, uid("1.2.3.4"))});
+    const Bytes dataSet = cat({testsupport::elem(0x0008, 0x0016, "UI", uid(ct)),
+                               testsupport::elem(0x0008, 0x0018, "UI", uid("1.2.3.4")),
+                               testsupport::elem(0x0010, 0x0010, "PN", testsupport::text("Doe^Jane"))});
+    return cat({request, pdu(0x04, pdv(1, 0x03, echo)), pdu(0x04, pdv(3, 0x03, store)), pdu(0x04, pdv(3, 0x02, dataSet)),
+                pdu(0x05, {0, 0, 0, 0})});
+}
 
 }

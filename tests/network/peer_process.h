@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,7 @@ public:
         std::filesystem::remove_all(m_folder);
     }
     bool Running() const { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
+    pid_t Pid() const { return m_pid; }
 
 private:
     pid_t m_pid = -1;
@@ -82,5 +84,109 @@ inline bool WaitForEcho(const PeerProcess& peer, const std::string& aet, uint16_
     }
     return false;
 }
+
+// One line per sent file: "same" when the file received (in the folder
+// received) with its SOP Instance UID holds every element of the sent one
+// with an equal value as pydicom reads them (a value read typed and one
+// read as UN compare by their bytes) and is in the transfer syntax given
+// ("same": the sent file's). Group lengths, which follow the encoding, and
+// the trailing padding, which storescp drops, are left out. The script goes
+// into the scratch folder.
+inline std::string CompareReceived(const std::string& scratch, const std::string& received, const std::string& syntax,
+                                   const std::vector<std::string>& sent)
+{
+    std::ofstream(scratch + "/compare.py") << R"(import sys, glob, pydicom
+from pydicom.filebase import DicomBytesIO
+from pydicom.filewriter import write_data_element
+def raw(e):
+    out = DicomBytesIO(); out.is_little_endian = True; out.is_implicit_VR = True
+    write_data_element(out, e); return out.getvalue()[8:]
+def same(a, b):
+    try: return a.value == b.value or raw(a) == raw(b)
+    except Exception: return False
+received = {}
+for path in glob.glob(sys.argv[1] + '/*'):
+    d = pydicom.dcmread(path)
+    received[d.SOPInstanceUID] = d
+for path in sys.argv[3:]:
+    sent = pydicom.dcmread(path, force=True)
+    got = received.get(sent.SOPInstanceUID)
+    if got is None:
+        print('missing', path); continue
+    want = sent.file_meta.TransferSyntaxUID if sys.argv[2] == 'same' else sys.argv[2]
+    if got.file_meta.TransferSyntaxUID != want:
+        print('transfer syntax', got.file_meta.TransferSyntaxUID, path)
+    for d in (sent, got):
+        for tag in [e.tag for e in d if e.tag.element == 0 or e.tag == 0xFFFCFFFC]:
+            del d[tag]
+    differing = [str(e.tag) for e in sent if e.tag not in got or not same(got[e.tag], e)]
+    print('same' if not differing and len(sent) == len(got) else 'differs %s %s' % (path, differing))
+)";
+    std::string command = "/usr/bin/python3 " + scratch + "/compare.py " + received + " " + syntax;
+    for (const std::string& path : sent)
+        command += " " + path;
+    auto [status, output] = testsupport::RunShell(command, false);
+    return status == 0 ? output : "compare.py failed: " + output;
+}
+
+inline std::string Same(size_t count)
+{
+    std::string lines;
+    for (size_t i = 0; i < count; ++i)
+        lines += "same\n";
+    return lines;
+}
+
+// `zeldicom receive` run as a peer on a free port, writing into folder/in,
+// under the shell limit given (as "ulimit -f 2048"), answering C-ECHO.
+struct Receiver {
+    Receiver(const std::string& name, const std::vector<std::string>& options = {}, const std::string& limit = "")
+        : folder(testsupport::ScratchPath(name)), port(FreePort()),
+          peer({"sh", "-c", Command(options, limit)}, (std::filesystem::create_directories(folder + "/in"), folder))
+    {
+        ready = WaitForEcho(peer, "ANY-SCP", port);
+    }
+    std::string Command(const std::vector<std::string>& options, const std::string& limit) const
+    {
+        std::string command = (limit.empty() ? "" : limit + "; ") + "exec " ZELDICOM_CLI " receive --timeout 5";
+        for (const std::string& option : options)
+            command += " " + option;
+        return command + " " + std::to_string(port) + " " + folder + "/in";
+    }
+    // Everything in the folder, hidden temporaries included.
+    std::vector<std::string> Entries() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder + "/in"))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+    std::string Log() const
+    {
+        testsupport::Bytes log = testsupport::ReadFile(folder + "/peer.log");
+        return std::string(log.begin(), log.end());
+    }
+    // Waits (20 s at most) until the log holds the text.
+    bool AwaitLog(const std::string& text) const
+    {
+        for (int attempt = 0; attempt < 200; ++attempt, usleep(100000))
+            if (Log().find(text) != std::string::npos)
+                return true;
+        return false;
+    }
+    // Peak resident memory of the receiver so far, in KiB (0 when unknown).
+    long PeakKiB() const
+    {
+        testsupport::Bytes status = testsupport::ReadFile("/proc/" + std::to_string(peer.Pid()) + "/status");
+        std::string text(status.begin(), status.end());
+        size_t at = text.find("VmHWM:");
+        return at == std::string::npos ? 0 : std::atol(text.c_str() + at + 6);
+    }
+    CliResult Echo() const { return RunCli({"echo", "--timeout", "5", "127.0.0.1", std::to_string(port)}); }
+    std::string folder;
+    uint16_t port;
+    PeerProcess peer;
+    bool ready = false;
+};
 
 }

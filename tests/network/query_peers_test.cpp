@@ -22,10 +22,11 @@ namespace {
 
 const char kCtStudy[] = "1.3.6.1.4.1.5962.1.2.1.20040119072730.12322";
 
-// dcmqrscp over a database of three samples, and a storescp "MOVEDEST".
+// dcmqrscp over a database of three samples, and a storescp "MOVEDEST";
+// "MOVESELF" on selfPort is left for `move --receive`.
 struct QueryPeers {
     QueryPeers()
-        : folder(testsupport::ScratchPath("qr")), port(FreePort()), movePort(FreePort()),
+        : folder(testsupport::ScratchPath("qr")), port(FreePort()), movePort(FreePort()), selfPort(FreePort()),
           qr((Prepare(), std::vector<std::string>{"dcmqrscp", "-c", folder + "/qr.cfg"}), folder + "/qrrun"),
           dest({"storescp", "-aet", "MOVEDEST", "+xa", "-od", folder + "/moved", std::to_string(movePort)},
                folder + "/destrun")
@@ -47,11 +48,12 @@ struct QueryPeers {
         testsupport::RunShell(index);
         std::ofstream(folder + "/qr.cfg") << "NetworkTCPPort = " << port << "\nMaxPDUSize = 16384\nMaxAssociations = 4\n"
                                           << "HostTable BEGIN\nmovedest = (MOVEDEST, 127.0.0.1, " << movePort
+                                          << ")\nmoveself = (MOVESELF, 127.0.0.1, " << selfPort
                                           << ")\nHostTable END\nVendorTable BEGIN\nVendorTable END\nAETable BEGIN\n"
                                           << "QRSCP " << folder << "/db RW (200, 1024mb) ANY\nAETable END\n";
     }
     std::string folder;
-    uint16_t port, movePort;
+    uint16_t port, movePort, selfPort;
     PeerProcess qr, dest;
     bool up = false;
 };
@@ -193,4 +195,22 @@ TEST(QueryPeers, FindGivesFindscusMatchesAndMoveDeliversTheStudy)
     CliResult badKey = RunCli({"find", "-aec", "QRSCP", "-k", "NoSuchKeyword", "127.0.0.1", port});
     EXPECT_EQ(badKey.status, 2);
     EXPECT_NE(badKey.err.find("'NoSuchKeyword' is neither a keyword nor a tag"), std::string::npos) << badKey.err;
+}
+
+// The move's destination is the command itself (as movescu +P): the study's
+// instance arrives in the folder equal to the one sent, and the command
+// ends with the final response.
+TEST(QueryPeers, MoveReceivesIntoAFolder)
+{
+    QueryPeers peers;
+    ASSERT_TRUE(peers.up) << "dcmqrscp or storescp did not answer C-ECHO";
+    const std::string received = peers.folder + "/received";
+    fs::create_directories(received);
+    CliResult move = RunCli({"move", "-aec", "QRSCP", "--dest", "MOVESELF", "--receive", received, "--port",
+                             std::to_string(peers.selfPort), "-k", std::string("StudyInstanceUID=") + kCtStudy,
+                             "127.0.0.1", std::to_string(peers.port)});
+    EXPECT_EQ(move.status, 0) << move.err;
+    EXPECT_NE(move.out.find("final: 0 remaining, 1 completed, 0 failed, 0 warning"), std::string::npos) << move.out;
+    EXPECT_NE(move.out.find(": CT Image Storage from QRSCP, "), std::string::npos) << move.out;
+    EXPECT_EQ(CompareReceived(peers.folder, received, "same", {peers.folder + "/db/CT_small.dcm"}), Same(1));
 }

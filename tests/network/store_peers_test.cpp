@@ -48,46 +48,9 @@ struct Storescp {
     {
         return static_cast<size_t>(std::distance(fs::directory_iterator(folder + "/out"), fs::directory_iterator()));
     }
-    // One line per sent file: "same" when the file received with its SOP
-    // Instance UID holds every element of the sent one with an equal value
-    // as pydicom reads them (a value read typed and one read as UN compare
-    // by their bytes) and is in the transfer syntax given ("same": the sent
-    // file's). Group lengths, which follow the encoding, and the trailing
-    // padding, which storescp drops, are left out.
     std::string Compare(const std::string& syntax, const std::vector<std::string>& sent) const
     {
-        std::ofstream(folder + "/compare.py") << R"(import sys, glob, pydicom
-from pydicom.filebase import DicomBytesIO
-from pydicom.filewriter import write_data_element
-def raw(e):
-    out = DicomBytesIO(); out.is_little_endian = True; out.is_implicit_VR = True
-    write_data_element(out, e); return out.getvalue()[8:]
-def same(a, b):
-    try: return a.value == b.value or raw(a) == raw(b)
-    except Exception: return False
-received = {}
-for path in glob.glob(sys.argv[1] + '/out/*'):
-    d = pydicom.dcmread(path)
-    received[d.SOPInstanceUID] = d
-for path in sys.argv[3:]:
-    sent = pydicom.dcmread(path, force=True)
-    got = received.get(sent.SOPInstanceUID)
-    if got is None:
-        print('missing', path); continue
-    want = sent.file_meta.TransferSyntaxUID if sys.argv[2] == 'same' else sys.argv[2]
-    if got.file_meta.TransferSyntaxUID != want:
-        print('transfer syntax', got.file_meta.TransferSyntaxUID, path)
-    for d in (sent, got):
-        for tag in [e.tag for e in d if e.tag.element == 0 or e.tag == 0xFFFCFFFC]:
-            del d[tag]
-    differing = [str(e.tag) for e in sent if e.tag not in got or not same(got[e.tag], e)]
-    print('same' if not differing and len(sent) == len(got) else 'differs %s %s' % (path, differing))
-)";
-        std::string command = "/usr/bin/python3 " + folder + "/compare.py " + folder + " " + syntax;
-        for (const std::string& path : sent)
-            command += " " + path;
-        auto [status, output] = testsupport::RunShell(command, false);
-        return status == 0 ? output : "compare.py failed: " + output;
+        return CompareReceived(folder, folder + "/out", syntax, sent);
     }
     std::string folder;
     uint16_t port;
@@ -95,13 +58,6 @@ for path in sys.argv[3:]:
 };
 
 std::string Sample(const char* name) { return testsupport::PydicomDataDir() + "/test_files/" + name; }
-std::string Same(size_t count)
-{
-    std::string lines;
-    for (size_t i = 0; i < count; ++i)
-        lines += "same\n";
-    return lines;
-}
 
 }
 
