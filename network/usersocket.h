@@ -49,7 +49,7 @@ struct COMMIT_RESULT {
     std::vector<Instance> committed, failed;
 };
 
-// A complete query or retrieval, for Do_CFIND_Request and Do_CMOVE_Request.
+// A complete query or retrieval, for Do_CFIND_Request, Do_CMOVE_Request and Do_CGET_Request.
 struct QR_REQUEST {
     enum Model { kPatientRoot, kStudyRoot };
     Model model = kStudyRoot;
@@ -59,6 +59,20 @@ struct QR_REQUEST {
     // Transfer syntaxes proposed for the identifier, preferred first.
     std::vector<std::string> transferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2", "1.2.840.10008.1.2"};
     uint16_t priority = 0x0000;
+    // C-GET only: the storage SOP classes proposed for the sub-operations
+    // (empty: CUserSocket::GetDefaultStorageClasses()), each with these
+    // transfer syntaxes, preferred first.
+    std::vector<std::string> storageClasses;
+    std::vector<std::string> storageTransferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2"};
+};
+
+// One storage sub-operation of a C-GET: the instance the peer sent and
+// what became of it (Do_CGET_Request).
+struct GET_SUBOPERATION {
+    std::string sopClass, sopInstance;  // from the C-STORE-RQ
+    uint16_t status = 0xFFFF;           // the C-STORE-RSP status this side answered
+    std::string path;                   // the file written, on success
+    std::string reason;                 // why it was not written, on failure
 };
 
 // The requesting side of the association: no members of its own.
@@ -160,6 +174,10 @@ public:
     // command field: 1 when a message came that answers that command and
     // that request's Message ID.
     int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+    // The same with the data set handed to writer; with storeRequestsToo a
+    // C-STORE-RQ (a C-GET's sub-operation) is taken as well.
+    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, const CDicomDataWriterCmd& writer,
+                      bool storeRequestsToo);
 
     // --- one exchange (usersocket_exchange.cpp)
     // Clears what the last exchange left (errors, failed step, contexts, an
@@ -177,7 +195,7 @@ public:
     void AbortAndClose();
     // Releases and closes after the last response: 0, whatever became of the release.
     int FinishExchange();
-    // C-CANCEL-RQ for the C-FIND or C-MOVE with that Message ID.
+    // C-CANCEL-RQ for the C-FIND, C-MOVE or C-GET with that Message ID.
     int SendCancelReq(uint16_t messageId);
     // Cancelling a C-FIND or C-MOVE (PS3.7 9.3.2.3, 9.3.4.3). After
     // afterMatches matches (0: never) a C-FIND sends C-CANCEL-RQ and reports
@@ -185,8 +203,10 @@ public:
     // 0 go on, 1 send C-CANCEL-RQ and await the final response (within the
     // time-out), 2 (or a second request after the cancel) abort the association.
     void SetCancellation(int afterMatches, std::function<int()> interruption);
-    // AwaitResponse for C-FIND and C-MOVE, sending C-CANCEL-RQ when asked.
+    // AwaitResponse for C-FIND, C-MOVE and C-GET, sending C-CANCEL-RQ when asked.
     int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, const CDicomDataWriterCmd& writer,
+                                 bool storeRequestsToo);
     // A-ABORT (PS3.8 9.3.8): source 0 service user, 2 service provider.
     int SendAbort(uint8_t source, uint8_t reason);
     void MarkFailedStep(ExchangeStep step, const std::string& service = "");
@@ -280,6 +300,24 @@ public:
     int Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& request, const MoveProgressCallback& onProgress,
                          DICOM_CMND_MSG& finalResponse);
 
+    // --- retrieval on the same association (usersocket_get.cpp)
+    // The storage classes a C-GET proposes when the request names none:
+    // the common image, structured report, document and presentation classes.
+    static std::vector<std::string> GetDefaultStorageClasses();
+    int SendGetReqCmnd(const std::string& sopClass, uint16_t priority);
+    // Called for each storage sub-operation once it is answered.
+    using GetStoreCallback = std::function<void(const GET_SUBOPERATION& subOperation)>;
+    // A whole C-GET (PS3.4 C.4.3): the association proposes the GET model
+    // and the request's storage classes with this side in the SCP role
+    // (PS3.7 D.3.3.4); each C-STORE-RQ that arrives between the C-GET
+    // responses is written into folder as a received object is
+    // (CReceivedFile: "<SOP Instance UID>.dcm") and answered; each pending
+    // C-GET response goes to onProgress. 0 when the exchange completed (the
+    // last response in finalResponse), else the error (GetErrorText).
+    int Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& request, const std::string& folder,
+                        const MoveProgressCallback& onProgress, const GetStoreCallback& onStored,
+                        DICOM_CMND_MSG& finalResponse);
+
     // --- DIMSE-N and storage commitment (usersocket_nservice.cpp)
     int SendCreateReqCmnd(const std::string& sopClass, const std::string& sopInstance);
     int SendSetReqCmnd(const std::string& sopClass, const std::string& sopInstance);
@@ -361,4 +399,7 @@ public:
     int m_nCancelAfter = 0;
     std::function<int()> m_fnInterruption;
     bool m_bCancelSent = false;
+    // Abstract syntaxes for which the next A-ASSOCIATE-RQ proposes this side
+    // in the SCP role only (the storage classes of a C-GET).
+    std::vector<std::string> m_scpRoleSyntaxes;
 };

@@ -147,6 +147,10 @@ int CUserSocket::SendAssociateReq(bool storageCommitmentRole)
     // this side takes the SCP role, so the event report may come back.
     if (storageCommitmentRole)
         request.roles.push_back({"1.2.840.10008.1.20.1", 0x00, 0x01});
+    // The same for the storage classes of a C-GET (PS3.4 C.4.3): the peer
+    // sends their instances on this association as C-STORE-RQs.
+    for (const std::string& syntax : m_scpRoleSyntaxes)
+        request.roles.push_back({syntax, 0x00, 0x01});
     pdu::Bytes bytes;
     if (!pdu::WriteAssociateRq(request, bytes)) {
         SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-RQ does not fit its length fields");

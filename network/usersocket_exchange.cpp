@@ -3,8 +3,11 @@
 // end with A-ABORT or A-RELEASE, cancel a running C-FIND or C-MOVE.
 #include <cstring>
 
+#include "dicomdata/datawriter.h"
+
 #include "network/usersocket.h"
 #include "pdu/pdu.h"
+#include "platform/dynbuffer.h"
 #include "platform/text.h"
 #include "trace/vocabulary.h"
 
@@ -75,6 +78,7 @@ void CUserSocket::BeginExchange()
     m_AssociateData.RemovePresContexts();
     m_bAssociated = false;
     m_bCancelSent = false;
+    m_scpRoleSyntaxes.clear();
 }
 
 int CUserSocket::SendAbort(uint8_t source, uint8_t reason)
@@ -155,7 +159,7 @@ bool CUserSocket::OpenExchange(const HOST_INFO& host, const std::string& abstrac
 
 int CUserSocket::SendCancelReq(uint16_t messageId)
 {
-    // PS3.7 9.3.2.3, 9.3.4.3: C-FIND-CANCEL and C-MOVE-CANCEL name the
+    // PS3.7 9.3.2.3, 9.3.3.3, 9.3.4.3: C-FIND-, C-GET- and C-MOVE-CANCEL name the
     // request by its Message ID; the message ID counter is not advanced.
     DicomTraceFormat("<%s> C-CANCEL-RQ for message %u", m_sTraceName.c_str(), messageId);
     return SendCommand({{0x0100, CommandElement::kUs, "", kCancelRq},
@@ -171,13 +175,21 @@ void CUserSocket::SetCancellation(int afterMatches, std::function<int()> interru
 
 int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)
 {
+    data.m_nSize = 0;
+    CDicomDataWriterForBufferCmd writer(&data);
+    return AwaitCancellableResponse(requestCommand, response, writer, false);
+}
+
+int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response,
+                                          const CDicomDataWriterCmd& writer, bool storeRequestsToo)
+{
     const uint16_t messageId = static_cast<uint16_t>(m_nMessageID & 0xFFFF);
     for (;;) {
         if (m_fnInterruption) {
             const int asked = m_bCancelSent ? 1 : 0;
             SetInterruptCheck([this, asked] { return m_fnInterruption() > asked; });
         }
-        int received = AwaitResponse(requestCommand, response, data);
+        int received = AwaitResponse(requestCommand, response, writer, storeRequestsToo);
         SetInterruptCheck(nullptr);
         if (received || m_nLocalError != kErrorInterrupted)
             return received;
