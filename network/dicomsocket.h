@@ -95,6 +95,11 @@ public:
     // (when the command announces one) handed to writer / appended to data.
     int ReceiveMessage(DICOM_CMND_MSG& message, const CDicomDataWriterCmd& writer);
     int ReceiveMessage(DICOM_CMND_MSG& message, CDynBuffer& data);
+    // The two halves of ReceiveMessage, for a receiver that decides from the
+    // command where its data set goes (a C-STORE-RQ's into a file): the
+    // command set alone, then the data set it announces (none: 1 at once).
+    int ReceiveCommand(DICOM_CMND_MSG& message);
+    int ReceiveDataSet(const DICOM_CMND_MSG& message, const CDicomDataWriterCmd& writer);
 
     // One P-DATA-TF with one PDV of length bytes; last and command set the
     // message control header's bits.

@@ -195,7 +195,7 @@ int CDicomSocket::ReceivePdvs(DICOM_CMND_MSG& message, bool command, CDynBuffer*
     }
 }
 
-int CDicomSocket::ReceiveMessage(DICOM_CMND_MSG& message, const CDicomDataWriterCmd& writer)
+int CDicomSocket::ReceiveCommand(DICOM_CMND_MSG& message)
 {
     DicomTraceFormat("<%s> ReceiveMessage()", m_sTraceName.c_str());
     std::memset(&message, 0, sizeof message);
@@ -208,9 +208,20 @@ int CDicomSocket::ReceiveMessage(DICOM_CMND_MSG& message, const CDicomDataWriter
     message.ucPresContextID = id;
     if (Trace())
         DicomTraceAnalyzeBlock(m_sTraceName, command.GetData(), command.m_nSize, 0);
-    if (message.wDataSetType != 0x0101 && !ReceivePdvs(message, false, nullptr, &writer))
-        return 0;
     return 1;
+}
+
+int CDicomSocket::ReceiveDataSet(const DICOM_CMND_MSG& message, const CDicomDataWriterCmd& writer)
+{
+    if (message.wDataSetType == 0x0101)
+        return 1;
+    DICOM_CMND_MSG context = message;
+    return ReceivePdvs(context, false, nullptr, &writer);
+}
+
+int CDicomSocket::ReceiveMessage(DICOM_CMND_MSG& message, const CDicomDataWriterCmd& writer)
+{
+    return ReceiveCommand(message) && ReceiveDataSet(message, writer) ? 1 : 0;
 }
 
 int CDicomSocket::ReceiveMessage(DICOM_CMND_MSG& message, CDynBuffer& data)

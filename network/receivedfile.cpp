@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "imageinfo/dicominfo.h"
@@ -19,6 +20,14 @@ namespace {
 // The data set bytes kept for the SOP class and instance check: (0008,0016)
 // and (0008,0018) come early, after at most a few short group 0008 elements.
 constexpr size_t kHeadSize = 64 * 1024;
+
+// The process's file creation mask, read once while the library loads
+// (reading it means setting it, which must not race with other threads).
+const mode_t kCreationMask = [] {
+    const mode_t mask = ::umask(022);
+    ::umask(mask);
+    return mask;
+}();
 
 constexpr char kImplicitLittleEndian[] = "1.2.840.10008.1.2";
 constexpr char kExplicitBigEndian[] = "1.2.840.10008.1.2.2";
@@ -109,6 +118,9 @@ uint16_t CReceivedFile::Begin(const RECEIVED_INSTANCE& instance)
     if (m_fd == -1)
         return Fail(kOutOfResources, Reason(("cannot create a file in " + m_folder).c_str()));
     m_temporary = name;
+    // mkstemps makes the temporary private; the object gets the mode any
+    // new file of the process gets.
+    ::fchmod(m_fd, 0666 & ~kCreationMask);
 
     metaHeaderInfo meta;
     meta.sMediaStorageSOPClassUID = AsciiToWide(instance.sopClass);

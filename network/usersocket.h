@@ -127,6 +127,27 @@ enum class ExchangeStep {
     kService,             // request and response of one operation together (a C-STORE of one file)
 };
 
+// How the accepting side answers an A-ASSOCIATE-RQ (PS3.8 9.3.2, 9.3.3).
+struct ACCEPT_POLICY {
+    // True for an abstract syntax to accept; empty: none.
+    std::function<bool(const std::string& abstractSyntax)> accepts;
+    // Transfer syntaxes in the order this side prefers them; the first one
+    // the caller proposed is accepted. Empty: the library's own order
+    // (CPresentationContext::SelectValidTransferSyntax).
+    std::vector<std::string> transferSyntaxes;
+    // Maximum Length offered (PS3.8 D.1); 0: the receive buffer's size.
+    uint32_t maxPduLength = 0;
+    // When set, a request to another called AE title is rejected
+    // (permanent, service user, called AE title not recognized).
+    std::string calledTitle;
+    // The A-ASSOCIATE-RJ to send instead of accepting: result 0, accept.
+    // PS3.8 9.3.4: transient, service provider (presentation), local limit
+    // exceeded is {2, 3, 2}.
+    struct {
+        uint8_t result = 0, source = 0, reason = 0;
+    } reject;
+};
+
 // One element of a request command set (PS3.7 E.1).
 struct CommandElement {
     enum Kind { kUid, kAe, kUs, kAt, kNextMessageId };
@@ -344,6 +365,10 @@ public:
     // A-ASSOCIATE-RQ and answers it, accepting the listed abstract syntaxes
     // and the roles as proposed.
     int AcceptAssociation(const std::vector<std::string>& abstractSyntaxes);
+    // The same under a whole policy (usersocket_accept.cpp): 1 when the
+    // A-ASSOCIATE-AC went out; 0 when the request was unreadable, rejected
+    // (A-ASSOCIATE-RJ sent, m_Rejection holds it) or the connection failed.
+    int AcceptAssociation(const ACCEPT_POLICY& policy);
     // Receives an N-EVENT-REPORT-RQ of storage commitment, answers it and
     // adds its instances to result.
     int ReceiveCommitmentReport(COMMIT_RESULT& result);

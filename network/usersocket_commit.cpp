@@ -54,54 +54,6 @@ int CUserSocket::SendReleaseRsp()
     return SendWholePdu(pdu::WriteReleaseRp());
 }
 
-int CUserSocket::AcceptAssociation(const std::vector<std::string>& abstractSyntaxes)
-{
-    if (!ReceivePdu())
-        return 0;
-    size_t size = static_cast<size_t>(m_nPduLength) + pdu::kHeaderSize;
-    SetPduEmpty();
-    pdu::AssociateRq request;
-    std::string problem;
-    if (!pdu::ReadAssociateRq(PduBytes(), size, request, &problem)) {
-        SetError(kErrorMalformedPdu, 0, "the caller's association request: " + problem);
-        return 0;
-    }
-    std::memcpy(m_AssociateData.m_szCalledAETitle, request.calledTitle.data(), std::min<size_t>(request.calledTitle.size(), 16));
-    std::memcpy(m_AssociateData.m_szCallingAETitle, request.callingTitle.data(), std::min<size_t>(request.callingTitle.size(), 16));
-    if (request.maxLength != 0)
-        m_nMaxSendFragment = request.maxLength - 12u;
-
-    pdu::AssociateAc answer;
-    answer.calledTitle = request.calledTitle;
-    answer.callingTitle = request.callingTitle;
-    for (const pdu::ProposedContext& proposed : request.contexts) {
-        auto* context = new CPresentationContext;
-        context->m_ucPresContextID = proposed.id;
-        context->m_sAbstractSyntax = proposed.abstractSyntax;
-        for (const std::string& uid : proposed.transferSyntaxes)
-            context->AddTransferSyntax(uid);
-        bool wanted = false;
-        for (const std::string& uid : abstractSyntaxes)
-            wanted = wanted || uid == proposed.abstractSyntax;
-        if (!wanted)
-            context->m_ucResult = 3;  // abstract syntax not supported
-        else
-            context->SelectValidTransferSyntax();
-        m_AssociateData.AddPresContext(context);
-        answer.contexts.push_back({proposed.id, context->m_ucResult,
-                                   context->m_ucResult == 0 ? context->m_sAcceptedTransferSyntax : std::string()});
-    }
-    FillUserInformation(answer);
-    // PS3.7 D.3.3.4: each proposed role is answered as proposed.
-    answer.roles = request.roles;
-    pdu::Bytes bytes;
-    if (!pdu::WriteAssociateAc(answer, bytes)) {
-        SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-AC does not fit its length fields");
-        return 0;
-    }
-    return SendWholePdu(bytes);
-}
-
 bool CUserSocket::EncodeCommitmentRequest(const std::string& transactionUid,
                                           const std::vector<COMMIT_RESULT::Instance>& instances, CDynBuffer& out)
 {

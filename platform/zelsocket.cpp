@@ -151,6 +151,15 @@ bool CZelSocket::Create(unsigned, int type, const std::u16string&)
     return true;
 }
 
+unsigned CZelSocket::GetLocalPort() const
+{
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    if (m_nHandle < 0 || ::getsockname(m_nHandle, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        return 0;
+    return ntohs(address.sin_port);
+}
+
 void CZelSocket::Adopt(int descriptor)
 {
     Close();
@@ -164,7 +173,7 @@ void CZelSocket::Close()
     m_nHandle = -1;
 }
 
-bool CZelSocket::Listen(unsigned port)
+bool CZelSocket::Listen(unsigned port, int backlog)
 {
     if (m_nHandle < 0 && !Create(0, 1, u""))
         return false;
@@ -174,7 +183,7 @@ bool CZelSocket::Listen(unsigned port)
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (::bind(m_nHandle, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(m_nHandle, 4) != 0)
+    if (::bind(m_nHandle, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(m_nHandle, backlog) != 0)
         return Fail(FromErrno(errno));
     return true;
 }
@@ -214,6 +223,7 @@ bool CZelSocket::Accept(CZelSocket& peer, void* address, int* addressLength)
         return Fail(FromErrno(errno));
     if (addressLength)
         *addressLength = static_cast<int>(length);
+    SetNoDelay(fd);
     peer.Adopt(fd);
     return true;
 }

@@ -31,8 +31,12 @@ public:
     // Waits up to the receive time-out for a caller (kTimedOut when none came).
     virtual bool Accept(CZelSocket& peer, void* address, int* addressLength);
     // Binds the socket (created when needed) to the port on every local
-    // address and listens; Accept takes the callers.
-    bool Listen(unsigned port);
+    // address and listens, with up to backlog callers waiting to be taken;
+    // Accept takes them.
+    bool Listen(unsigned port, int backlog = 4);
+    // The port the socket is bound to (0 when none): the one the system
+    // picked for Listen(0).
+    unsigned GetLocalPort() const;
     // Sends what the connection takes: a count (possibly fewer bytes than
     // asked), or -1.
     virtual int Send(const void* buffer, int length, int flags = 0);

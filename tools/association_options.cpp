@@ -60,6 +60,11 @@ void AddAssociationOptions(OptionReader& reader, AssociationOptions& options)
                   options.acseTimeout);
     reader.Number("--dimse-timeout -td", "SECONDS", "time-out of each DIMSE message awaited", 0.001, 86400,
                   options.dimseTimeout);
+    AddOutputOptions(reader, options);
+}
+
+void AddOutputOptions(OptionReader& reader, AssociationOptions& options)
+{
     reader.Add("--trace", "DIR", "write the analysed protocol trace DIR/DICOMyyyymmdd.LOG",
                [&options](const std::string& folder) {
                    options.traceDir = folder;
@@ -90,6 +95,12 @@ int ReadAssociationArguments(OptionReader& reader, AssociationOptions& options, 
     if (std::string fault = ReadPort(operands[1], options.port); !fault.empty())
         return reader.BadArgument("PORT: " + fault);
     options.operands.assign(operands.begin() + 2, operands.end());
+    ApplyOutputOptions(options);
+    return -1;
+}
+
+void ApplyOutputOptions(const AssociationOptions& options)
+{
     if (!options.traceDir.empty())
         CAppPath::GetAppPathInstance().SetPath(u"temp", Utf8ToUtf16(options.traceDir));
     if (options.verbosity == AssociationOptions::kDebug)
@@ -97,7 +108,6 @@ int ReadAssociationArguments(OptionReader& reader, AssociationOptions& options, 
     if (!options.traceDir.empty() || options.verbosity == AssociationOptions::kDebug)
         CDicomSocket::SetTrace(2);
     UseToolIdentity();
-    return -1;
 }
 
 int AssociationOptions::TimeoutMilliseconds() const

@@ -35,6 +35,12 @@ struct AssociationOptions {
 
 // Adds the shared options to a reader whose operands begin with HOST PORT.
 void AddAssociationOptions(OptionReader& reader, AssociationOptions& options);
+// Only the trace and verbosity options (--trace, -v, -d, -q), for a command
+// whose operands are not HOST PORT (receive).
+void AddOutputOptions(OptionReader& reader, AssociationOptions& options);
+// Turns the trace on as those options ask (file, standard error) and sets
+// the tool's UID root when the host set none.
+void ApplyOutputOptions(const AssociationOptions& options);
 // Reads the arguments with the reader and checks what the shared options
 // need (the port, the AE titles); turns the trace on (file, standard error)
 // and sets the tool's UID root when the host set none. -1 when the command

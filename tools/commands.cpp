@@ -20,6 +20,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"probe", "tell whether files are DICOM: meta information, transfer syntax, compression", RunProbe},
         {"echo", "verify a DICOM peer with C-ECHO (HOST PORT)", RunEcho},
         {"store", "send DICOM files and folders to a storage SCP (HOST PORT PATH...)", RunStore},
+        {"receive", "a storage SCP: receive instances into a folder until SIGINT or SIGTERM (PORT DIR)", RunReceive},
         {"find", "query a C-FIND SCP (-k KEY[=VALUE]... HOST PORT; --json)", RunFind},
         {"worklist", "query a modality worklist SCP (--modality M --date RANGE --patient NAME -k KEY=VALUE... HOST PORT)",
          RunWorklist},

@@ -37,6 +37,7 @@ int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
 int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp
 int RunWorklist(int argc, char** argv); // tools/cmd_worklist.cpp
 int RunPrint(int argc, char** argv);    // tools/cmd_print.cpp
+int RunReceive(int argc, char** argv);  // tools/cmd_receive.cpp
 
 // LoadObject reads the file in as an object root (null, with the words of
 // the failure in error); SaveObject writes it to the file out, which may be in
