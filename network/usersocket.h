@@ -20,6 +20,7 @@
 
 class CDicomItem;
 class CDynBuffer;
+struct STORED_INSTANCE;
 namespace zeldicom::pdu {
 struct AssociateFields;
 }
@@ -66,14 +67,6 @@ struct QR_REQUEST {
     std::vector<std::string> storageTransferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2"};
 };
 
-// One storage sub-operation of a C-GET: the instance the peer sent and
-// what became of it (Do_CGET_Request).
-struct GET_SUBOPERATION {
-    std::string sopClass, sopInstance;  // from the C-STORE-RQ
-    uint16_t status = 0xFFFF;           // the C-STORE-RSP status this side answered
-    std::string path;                   // the file written, on success
-    std::string reason;                 // why it was not written, on failure
-};
 
 // The requesting side of the association: no members of its own.
 class CDicomCommonSocket : public CDicomSocket {
@@ -194,11 +187,11 @@ public:
     // Receives the response to the request sent last, with the given
     // command field: 1 when a message came that answers that command and
     // that request's Message ID.
-    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
-    // The same with the data set handed to writer; with storeRequestsToo a
-    // C-STORE-RQ (a C-GET's sub-operation) is taken as well.
-    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, const CDicomDataWriterCmd& writer,
-                      bool storeRequestsToo);
+    // With storeRequestsToo a C-STORE-RQ (a C-GET's sub-operation) is
+    // taken as well, its command set only: its data set is for the caller
+    // to receive (CStoreResponder).
+    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                      bool storeRequestsToo = false);
 
     // --- one exchange (usersocket_exchange.cpp)
     // Clears what the last exchange left (errors, failed step, contexts, an
@@ -225,9 +218,8 @@ public:
     // time-out), 2 (or a second request after the cancel) abort the association.
     void SetCancellation(int afterMatches, std::function<int()> interruption);
     // AwaitResponse for C-FIND, C-MOVE and C-GET, sending C-CANCEL-RQ when asked.
-    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
-    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, const CDicomDataWriterCmd& writer,
-                                 bool storeRequestsToo);
+    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                                 bool storeRequestsToo = false);
     // A-ABORT (PS3.8 9.3.8): source 0 service user, 2 service provider.
     int SendAbort(uint8_t source, uint8_t reason);
     void MarkFailedStep(ExchangeStep step, const std::string& service = "");
@@ -327,12 +319,12 @@ public:
     static std::vector<std::string> GetDefaultStorageClasses();
     int SendGetReqCmnd(const std::string& sopClass, uint16_t priority);
     // Called for each storage sub-operation once it is answered.
-    using GetStoreCallback = std::function<void(const GET_SUBOPERATION& subOperation)>;
+    using GetStoreCallback = std::function<void(const STORED_INSTANCE& subOperation)>;
     // A whole C-GET (PS3.4 C.4.3): the association proposes the GET model
     // and the request's storage classes with this side in the SCP role
     // (PS3.7 D.3.3.4); each C-STORE-RQ that arrives between the C-GET
-    // responses is written into folder as a received object is
-    // (CReceivedFile: "<SOP Instance UID>.dcm") and answered; each pending
+    // responses is written into folder and answered by CStoreResponder
+    // ("<SOP Instance UID>.dcm"), then handed to onStored; each pending
     // C-GET response goes to onProgress. 0 when the exchange completed (the
     // last response in finalResponse), else the error (GetErrorText).
     int Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& request, const std::string& folder,

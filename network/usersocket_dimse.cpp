@@ -57,22 +57,19 @@ int CUserSocket::SendCommand(std::initializer_list<CommandElement> elements)
     return SendDataPdu(command.GetData(), static_cast<int>(command.m_nSize), 1, 1);
 }
 
-int CUserSocket::AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)
-{
-    data.m_nSize = 0;
-    CDicomDataWriterForBufferCmd writer(&data);
-    return AwaitResponse(requestCommand, response, writer, false);
-}
-
-int CUserSocket::AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, const CDicomDataWriterCmd& writer,
+int CUserSocket::AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
                                bool storeRequestsToo)
 {
-    if (!ReceiveMessage(response, writer))
+    data.m_nSize = 0;
+    if (!ReceiveCommand(response))
         return 0;
     // PS3.4 C.4.3.3: the storage sub-operations of a C-GET arrive as
     // C-STORE-RQs on the same association, between its responses.
     if (storeRequestsToo && response.wCommandField == kStoreRq)
         return 1;
+    CDicomDataWriterForBufferCmd writer(&data);
+    if (!ReceiveDataSet(response, writer))
+        return 0;
     if (response.wCommandField != (requestCommand | 0x8000)) {
         DicomTraceFormat("<%s> Bad command 0x%X to response to %s", m_sTraceName.c_str(), response.wCommandField,
                          GetClearMessage(requestCommand).c_str());

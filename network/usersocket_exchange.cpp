@@ -1,13 +1,10 @@
 // One exchange from connect to close, shared by every service: open the
 // association and pick the service's context, record the step that failed,
-// end with A-ABORT or A-RELEASE, cancel a running C-FIND or C-MOVE.
+// end with A-ABORT or A-RELEASE, cancel a running C-FIND, C-MOVE or C-GET.
 #include <cstring>
-
-#include "dicomdata/datawriter.h"
 
 #include "network/usersocket.h"
 #include "pdu/pdu.h"
-#include "platform/dynbuffer.h"
 #include "platform/text.h"
 #include "trace/vocabulary.h"
 
@@ -173,15 +170,8 @@ void CUserSocket::SetCancellation(int afterMatches, std::function<int()> interru
     m_fnInterruption = std::move(interruption);
 }
 
-int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)
-{
-    data.m_nSize = 0;
-    CDicomDataWriterForBufferCmd writer(&data);
-    return AwaitCancellableResponse(requestCommand, response, writer, false);
-}
-
-int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response,
-                                          const CDicomDataWriterCmd& writer, bool storeRequestsToo)
+int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                                          bool storeRequestsToo)
 {
     const uint16_t messageId = static_cast<uint16_t>(m_nMessageID & 0xFFFF);
     for (;;) {
@@ -189,7 +179,7 @@ int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MS
             const int asked = m_bCancelSent ? 1 : 0;
             SetInterruptCheck([this, asked] { return m_fnInterruption() > asked; });
         }
-        int received = AwaitResponse(requestCommand, response, writer, storeRequestsToo);
+        int received = AwaitResponse(requestCommand, response, data, storeRequestsToo);
         SetInterruptCheck(nullptr);
         if (received || m_nLocalError != kErrorInterrupted)
             return received;

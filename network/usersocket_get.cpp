@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "dicomdata/datawriter.h"
-#include "network/receivedfile.h"
+#include "network/storeresponder.h"
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
 #include "platform/text.h"
@@ -17,9 +16,7 @@ using namespace zeldicom;
 namespace {
 constexpr uint16_t kGetRq = 0x0010;
 constexpr uint16_t kStoreRq = 0x0001;
-constexpr uint16_t kStoreRsp = 0x8001;
 constexpr uint16_t kDataSetPresent = 0x0000;
-constexpr uint16_t kNoDataSet = 0x0101;
 // PS3.8 9.3.2: presentation context IDs are the odd numbers 1 to 255.
 constexpr size_t kMostContexts = 128;
 
@@ -74,102 +71,6 @@ void AddContext(CAssociateData& data, const std::string& abstractSyntax, const s
     data.AddPresContext(context);
 }
 
-// Hands the data set of a received message to its place: a C-STORE-RQ's
-// into the received file, begun at its first bytes, any other into a
-// buffer. A failure of the file is kept for the C-STORE-RSP status; the
-// rest of the data set is still read, so the association goes on.
-class SubOperationWriter : public CDicomDataWriterCmd {
-public:
-    SubOperationWriter(const DICOM_CMND_MSG& message, const CAssociateData& associate, CReceivedFile& file,
-                       CDynBuffer& other)
-        : m_message(message), m_associate(associate), m_file(file), m_other(other)
-    {
-    }
-    bool WriteData(const void* bytes, int count) override
-    {
-        if (m_message.wCommandField != kStoreRq)
-            return m_other.Add(bytes, static_cast<size_t>(count)) != 0;
-        if (!m_begun && !Begin())
-            return true;
-        if (m_status == CReceivedFile::kSuccess)
-            m_status = m_file.Append(bytes, static_cast<size_t>(count));
-        return true;
-    }
-    // Begins the file (also for a C-STORE-RQ without a data set, so that
-    // Finish finds it wanting); false when the message's context carries none.
-    bool Begin()
-    {
-        m_begun = true;
-        const CPresentationContext* context = AcceptedContext();
-        if (!context)
-            return false;
-        RECEIVED_INSTANCE instance{m_message.szAffectedSOPClassUID, m_message.szAffectedSOPInstanceUID,
-                                   context->m_sAcceptedTransferSyntax,
-                                   std::string(m_associate.m_szCalledAETitle, strnlen(m_associate.m_szCalledAETitle, 16))};
-        while (!instance.sourceTitle.empty() && instance.sourceTitle.back() == ' ')
-            instance.sourceTitle.pop_back();
-        m_status = m_file.Begin(instance);
-        return true;
-    }
-    const CPresentationContext* AcceptedContext() const
-    {
-        const CPresentationContext* context = m_associate.GetPresContextByID(m_message.ucPresContextID);
-        return context && context->m_ucResult == 0 ? context : nullptr;
-    }
-    bool Begun() const { return m_begun; }
-    uint16_t Status() const { return m_status; }
-
-private:
-    const DICOM_CMND_MSG& m_message;
-    const CAssociateData& m_associate;
-    CReceivedFile& m_file;
-    CDynBuffer& m_other;
-    bool m_begun = false;
-    uint16_t m_status = CReceivedFile::kSuccess;
-};
-
-// Finishes the file of one C-STORE-RQ and answers it with its status on
-// the context it came on. False (the error set) when the request came on a
-// context the association did not accept, which no answer can go on, or
-// the answer cannot be sent.
-bool AnswerStore(CUserSocket& socket, const DICOM_CMND_MSG& request, SubOperationWriter& writer, CReceivedFile& file,
-                 const CUserSocket::GetStoreCallback& onStored)
-{
-    GET_SUBOPERATION outcome;
-    outcome.sopClass = request.szAffectedSOPClassUID;
-    outcome.sopInstance = request.szAffectedSOPInstanceUID;
-    // PS3.8 9.3.5: a PDV names an accepted presentation context; one that
-    // does not is an invalid parameter of the P-DATA-TF.
-    if (!writer.AcceptedContext()) {
-        file.Abandon();
-        socket.SetErrorText(kErrorMalformedPdu,
-                            FormatText("a C-STORE-RQ for %s arrived on presentation context %u, which was not accepted",
-                                       outcome.sopInstance.c_str(), request.ucPresContextID));
-        return false;
-    }
-    if (!writer.Begun())
-        writer.Begin();
-    outcome.status = writer.Status();
-    if (outcome.status == CReceivedFile::kSuccess)
-        outcome.status = file.Finish(CReceivedFile::DefaultName, outcome.path);
-    else
-        file.Abandon();
-    if (outcome.status != CReceivedFile::kSuccess)
-        outcome.reason = file.GetError();
-    DicomTraceFormat("<%s> C-STORE sub-operation %s: status 0x%04X%s%s", socket.m_sTraceName.c_str(),
-                     outcome.sopInstance.c_str(), outcome.status, outcome.reason.empty() ? "" : " - ",
-                     outcome.reason.c_str());
-    const bool sent = socket.SendCommand({{0x0002, CommandElement::kUid, outcome.sopClass},
-                                          {0x0100, CommandElement::kUs, "", kStoreRsp},
-                                          {0x0120, CommandElement::kUs, "", request.wMessageID},
-                                          {0x0800, CommandElement::kUs, "", kNoDataSet},
-                                          {0x0900, CommandElement::kUs, "", outcome.status},
-                                          {0x1000, CommandElement::kUid, outcome.sopInstance}});
-    if (onStored)
-        onStored(outcome);
-    return sent;
-}
-
 }
 
 std::vector<std::string> CUserSocket::GetDefaultStorageClasses()
@@ -218,18 +119,25 @@ int CUserSocket::Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& reques
     if (!EncodeIdentifier(request, identifier) || !SendGetReqCmnd(sopClass, request.priority) ||
         !SendData(identifier.GetData(), static_cast<int>(identifier.m_nSize)))
         return FailExchange(ExchangeStep::kRequest, "C-GET");
+    // The instances come from the peer: its title is their Source AE Title.
+    CStoreResponder responder(folder);
+    responder.SetSourceTitle(std::string(host.szCalledAETitle, strnlen(host.szCalledAETitle, 16)));
     for (;;) {
         // A C-CANCEL-RQ goes on the C-GET's context, not on that of the last sub-operation.
         SetPresentationContext(getContext);
         DICOM_CMND_MSG message;
-        CDynBuffer other;
-        CReceivedFile file(folder);
-        SubOperationWriter writer(message, m_AssociateData, file, other);
-        if (!AwaitCancellableResponse(kGetRq, message, writer, true))
+        CDynBuffer data;
+        if (!AwaitCancellableResponse(kGetRq, message, data, true))
             return FailExchange(ExchangeStep::kResponse, "C-GET");
         if (message.wCommandField == kStoreRq) {
-            if (!AnswerStore(*this, message, writer, file, onStored))
+            STORED_INSTANCE stored;
+            if (!responder.Answer(*this, message, stored))
                 return FailExchange(ExchangeStep::kResponse, "C-GET");
+            DicomTraceFormat("<%s> C-GET sub-operation %s: answered 0x%04X%s%s", m_sTraceName.c_str(),
+                             stored.instance.sopInstance.c_str(), stored.status, stored.error.empty() ? "" : " - ",
+                             stored.error.c_str());
+            if (onStored)
+                onStored(stored);
             continue;
         }
         if (message.wStatus != 0xFF00) {

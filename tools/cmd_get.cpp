@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "network/storeresponder.h"
 #include "network/usersocket.h"
 #include "tools/association_options.h"
 #include "tools/commands.h"
@@ -54,13 +55,14 @@ int RunGet(int argc, char** argv)
             if (!options.Quiet())
                 PrintSubOperationCounts("pending", response);
         },
-        [&options, &written](const GET_SUBOPERATION& stored) {
+        [&options, &written](const STORED_INSTANCE& stored) {
             if (stored.status == 0x0000) {
                 ++written;
                 options.Verbose("%s: written", stored.path.c_str());
             } else {
-                std::fprintf(stderr, "zeldicom get: %s (%s) answered 0x%04X: %s\n", stored.sopInstance.c_str(),
-                             stored.sopClass.c_str(), stored.status, stored.reason.c_str());
+                std::fprintf(stderr, "zeldicom get: %s (%s) answered 0x%04X: %s\n",
+                             stored.instance.sopInstance.c_str(), stored.instance.sopClass.c_str(), stored.status,
+                             stored.error.c_str());
             }
         },
         final);
