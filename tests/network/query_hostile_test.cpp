@@ -1,9 +1,12 @@
-// `zeldicom find` and `move` against a scripted peer that accepts the
+// `zeldicom find`, `move` and `get` against a scripted peer that accepts the
 // association and then answers wrongly: another message ID, another
 // command, a data PDV inside a command, failure statuses, a peer that
-// closes or falls silent in the middle of the responses. Each run ends in
-// time with its words and a failing exit status.
+// closes or falls silent in the middle of the responses, C-GET
+// sub-operations that cannot be stored. Each run ends in time with its
+// words and a failing exit status.
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 #include "network/scripted_peer.h"
 #include "support/cli.h"
@@ -78,5 +81,54 @@ TEST(QueryHostilePeer, FailureStatusesAreFinalAndWorded)
         EXPECT_EQ(run.status, 1);
         EXPECT_NE(run.out.find(failure.words), std::string::npos) << run.out << run.err;
         EXPECT_EQ(peer.Problem(), "");
+    }
+}
+
+TEST(QueryHostilePeer, GetSubOperationsThatCannotBeStoredAreRefusedAndLeaveNoFile)
+{
+    // Of the contexts proposed (1 the C-GET, then the storage classes from 3
+    // on; CT Image is the sixth), the C-GET and CT Image are accepted.
+    const uint8_t kCt = 13, kNotAccepted = 3;
+    const Bytes accept = associateAc(cat({contextAc(1, 0, "1.2.840.10008.1.2"), contextAc(kCt, 0, "1.2.840.10008.1.2")}));
+    const std::string ctClass = "1.2.840.10008.5.1.4.1.1.2";
+    auto storeRequest = [&](uint8_t context, const std::string& dataSetInstance) {
+        const Bytes command = commandSet({cmd(0x0002, uid(ctClass)), cmd(0x0100, le(0x0001, 2)), cmd(0x0110, le(7, 2)),
+                                          cmd(0x0700, le(0, 2)), cmd(0x0800, le(0, 2)), cmd(0x1000, uid("1.2.3.4"))});
+        const Bytes dataSet = cat({le(0x0008, 2), le(0x0016, 2), le(uid(ctClass).size(), 4), uid(ctClass), le(0x0008, 2),
+                                   le(0x0018, 2), le(uid(dataSetInstance).size(), 4), uid(dataSetInstance)});
+        return cat({pdu(0x04, pdv(context, 0x03, command)), pdu(0x04, pdv(context, 0x02, dataSet))});
+    };
+    const Bytes finalResponse =
+        pdu(0x04, pdv(1, 0x03, commandSet({cmd(0x0002, uid("1.2.840.10008.5.1.4.1.2.2.3")), cmd(0x0100, le(0x8010, 2)),
+                                           cmd(0x0120, le(1, 2)), cmd(0x0800, le(0x0101, 2)), cmd(0x0900, le(0xB000, 2)),
+                                           cmd(0x1020, le(0, 2)), cmd(0x1021, le(0, 2)), cmd(0x1022, le(1, 2)),
+                                           cmd(0x1023, le(0, 2))})));
+    const struct {
+        uint8_t context;
+        const char* dataSetInstance;
+        const char* words;
+    } cases[] = {
+        {kNotAccepted, "1.2.3.4", "1.2.3.4 (1.2.840.10008.5.1.4.1.1.2) answered 0x0122"},
+        {kCt, "1.2.3.5", "1.2.3.4 (1.2.840.10008.5.1.4.1.1.2) answered 0xA900"},
+    };
+    for (const auto& refused : cases) {
+        SCOPED_TRACE(refused.words);
+        ScriptedPeer peer({Expect(0x01), Send(accept), Expect(0x04), Expect(0x04),
+                           Send(storeRequest(refused.context, refused.dataSetInstance)), Expect(0x04),
+                           Send(finalResponse), Expect(0x05), Send(kReleaseRp)});
+        const std::string folder = testsupport::ScratchPath("get-refused");
+        std::filesystem::create_directories(folder);
+        CliResult run = RunCli({"get", "--timeout", "2", "-k", "StudyInstanceUID=1.2.3", "--dir", folder, "127.0.0.1",
+                                std::to_string(peer.Port())});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_NE(run.err.find(refused.words), std::string::npos) << run.err;
+        EXPECT_NE(run.out.find("final: 0 remaining, 0 completed, 1 failed, 0 warning\n"
+                               "final status 0xB000: Warning: sub-operations complete, one or more failures\n"
+                               "0 files written"),
+                  std::string::npos)
+            << run.out;
+        EXPECT_TRUE(std::filesystem::is_empty(folder));
+        EXPECT_EQ(peer.Problem(), "");
+        std::filesystem::remove_all(folder);
     }
 }
