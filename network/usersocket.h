@@ -165,6 +165,7 @@ public:
     // A context with the abstract syntax and count transfer syntaxes (const
     // char*), given the ID 1, 3, 5, ... by its position.
     void AddPresentationContext(const char* abstractSyntax, int count, ...);
+    void AddPresentationContext(const std::string& abstractSyntax, const std::vector<std::string>& transferSyntaxes);
     // Connects to the host and port of SetConnectionData; the socket's own
     // Connect(host, port) stays callable.
     using CZelSocket::Connect;
@@ -281,6 +282,8 @@ public:
                           const StoreOutcomeCallback& onOutcome, STORE_SUMMARY& summary);
 
     // --- query and retrieval (usersocket_query.cpp)
+    // The SOP class of a model's C-FIND (0x0020), C-MOVE (0x0021) or C-GET (0x0010).
+    static std::string GetQueryRetrieveSopClass(QR_REQUEST::Model model, uint16_t requestCommand);
     int SendFindReqCmnd(const std::string& sopClass, uint16_t priority, uint16_t dataSetType);
     int SendMoveReqCmnd(const std::string& sopClass, uint16_t priority, const std::string& destination);
     // PS3.4 C.4.1.1.4: words for a C-FIND status, good (not a failure) and

@@ -93,15 +93,24 @@ std::string CUserSocket::CheckAETitle(const std::string& title)
 
 void CUserSocket::AddPresentationContext(const char* abstractSyntax, int count, ...)
 {
-    auto* context = new CPresentationContext;
-    context->m_sAbstractSyntax = abstractSyntax ? abstractSyntax : "";
+    std::vector<std::string> transferSyntaxes;
     va_list syntaxes;
     va_start(syntaxes, count);
     for (int i = 0; i < count; ++i) {
         const char* uid = va_arg(syntaxes, const char*);
-        context->AddTransferSyntax(uid ? uid : "");
+        transferSyntaxes.push_back(uid ? uid : "");
     }
     va_end(syntaxes);
+    AddPresentationContext(abstractSyntax ? abstractSyntax : "", transferSyntaxes);
+}
+
+void CUserSocket::AddPresentationContext(const std::string& abstractSyntax,
+                                         const std::vector<std::string>& transferSyntaxes)
+{
+    auto* context = new CPresentationContext;
+    context->m_sAbstractSyntax = abstractSyntax;
+    for (const std::string& uid : transferSyntaxes)
+        context->AddTransferSyntax(uid);
     context->m_ucPresContextID = static_cast<unsigned char>(2 * m_AssociateData.GetPresContextCount() + 1);
     m_AssociateData.AddPresContext(context);
 }

@@ -20,11 +20,6 @@ constexpr uint16_t kDataSetPresent = 0x0000;
 // PS3.8 9.3.2: presentation context IDs are the odd numbers 1 to 255.
 constexpr size_t kMostContexts = 128;
 
-const char* GetSopClass(QR_REQUEST::Model model)
-{
-    return model == QR_REQUEST::kPatientRoot ? "1.2.840.10008.5.1.4.1.2.1.3" : "1.2.840.10008.5.1.4.1.2.2.3";
-}
-
 // The storage classes proposed when the caller names none (PS3.4 B.5).
 constexpr const char* kDefaultStorageClasses[] = {
     "1.2.840.10008.5.1.4.1.1.1",       // Computed Radiography Image
@@ -61,16 +56,6 @@ constexpr const char* kDefaultStorageClasses[] = {
     "1.2.840.10008.5.1.4.1.1.66",      // Raw Data
 };
 
-void AddContext(CAssociateData& data, const std::string& abstractSyntax, const std::vector<std::string>& syntaxes)
-{
-    auto* context = new CPresentationContext;
-    context->m_sAbstractSyntax = abstractSyntax;
-    for (const std::string& uid : syntaxes)
-        context->AddTransferSyntax(uid);
-    context->m_ucPresContextID = static_cast<unsigned char>(2 * data.GetPresContextCount() + 1);
-    data.AddPresContext(context);
-}
-
 }
 
 std::vector<std::string> CUserSocket::GetDefaultStorageClasses()
@@ -94,7 +79,7 @@ int CUserSocket::Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& reques
     std::memset(&finalResponse, 0, sizeof finalResponse);
     finalResponse.wStatus = 0xFFFF;
     BeginExchange();
-    const std::string sopClass = GetSopClass(request.model);
+    const std::string sopClass = GetQueryRetrieveSopClass(request.model, kGetRq);
     std::vector<std::string> storageClasses =
         request.storageClasses.empty() ? GetDefaultStorageClasses() : request.storageClasses;
     // Each class once, in the order given.
@@ -108,9 +93,9 @@ int CUserSocket::Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& reques
                             storageClasses.size(), kMostContexts - 1));
         return FailExchange(ExchangeStep::kAssociation, "C-GET");
     }
-    AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
+    AddPresentationContext(sopClass, request.transferSyntaxes);
     for (const std::string& storageClass : storageClasses)
-        AddContext(m_AssociateData, storageClass, request.storageTransferSyntaxes);
+        AddPresentationContext(storageClass, request.storageTransferSyntaxes);
     m_scpRoleSyntaxes = storageClasses;
     if (!OpenExchange(host, sopClass, "C-GET"))
         return ErrorCode();
