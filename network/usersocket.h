@@ -67,7 +67,6 @@ struct QR_REQUEST {
     std::vector<std::string> storageTransferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2"};
 };
 
-
 // The requesting side of the association: no members of its own.
 class CDicomCommonSocket : public CDicomSocket {
 public:

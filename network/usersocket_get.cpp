@@ -2,8 +2,8 @@
 // request, the storage sub-operations that the peer sends back on the same
 // association as C-STORE-RQs (each written to a file as it arrives and
 // answered), and the C-GET responses with their counts.
-#include <algorithm>
 #include <cstring>
+#include <set>
 
 #include "network/storeresponder.h"
 #include "network/usersocket.h"
@@ -80,13 +80,12 @@ int CUserSocket::Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& reques
     finalResponse.wStatus = 0xFFFF;
     BeginExchange();
     const std::string sopClass = GetQueryRetrieveSopClass(request.model, kGetRq);
-    std::vector<std::string> storageClasses =
-        request.storageClasses.empty() ? GetDefaultStorageClasses() : request.storageClasses;
     // Each class once, in the order given.
-    for (size_t i = 0; i < storageClasses.size(); ++i)
-        storageClasses.erase(std::remove(storageClasses.begin() + static_cast<long>(i) + 1, storageClasses.end(),
-                                         storageClasses[i]),
-                             storageClasses.end());
+    std::vector<std::string> storageClasses;
+    std::set<std::string> seen;
+    for (const std::string& uid : request.storageClasses.empty() ? GetDefaultStorageClasses() : request.storageClasses)
+        if (seen.insert(uid).second)
+            storageClasses.push_back(uid);
     if (storageClasses.size() + 1 > kMostContexts) {
         SetError(kErrorBadArgument, 0,
                  FormatText("%zu storage classes asked; an association carries at most %zu besides the C-GET one",
