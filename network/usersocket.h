@@ -20,6 +20,7 @@
 
 class CDicomItem;
 class CDynBuffer;
+struct STORED_INSTANCE;
 namespace zeldicom::pdu {
 struct AssociateFields;
 }
@@ -49,7 +50,7 @@ struct COMMIT_RESULT {
     std::vector<Instance> committed, failed;
 };
 
-// A complete query or retrieval, for Do_CFIND_Request and Do_CMOVE_Request.
+// A complete query or retrieval, for Do_CFIND_Request, Do_CMOVE_Request and Do_CGET_Request.
 struct QR_REQUEST {
     enum Model { kPatientRoot, kStudyRoot };
     Model model = kStudyRoot;
@@ -59,6 +60,11 @@ struct QR_REQUEST {
     // Transfer syntaxes proposed for the identifier, preferred first.
     std::vector<std::string> transferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2", "1.2.840.10008.1.2"};
     uint16_t priority = 0x0000;
+    // C-GET only: the storage SOP classes proposed for the sub-operations
+    // (empty: CUserSocket::GetDefaultStorageClasses()), each with these
+    // transfer syntaxes, preferred first.
+    std::vector<std::string> storageClasses;
+    std::vector<std::string> storageTransferSyntaxes = {"1.2.840.10008.1.2.1", "1.2.840.10008.1.2"};
 };
 
 // The requesting side of the association: no members of its own.
@@ -158,6 +164,7 @@ public:
     // A context with the abstract syntax and count transfer syntaxes (const
     // char*), given the ID 1, 3, 5, ... by its position.
     void AddPresentationContext(const char* abstractSyntax, int count, ...);
+    void AddPresentationContext(const std::string& abstractSyntax, const std::vector<std::string>& transferSyntaxes);
     // Connects to the host and port of SetConnectionData; the socket's own
     // Connect(host, port) stays callable.
     using CZelSocket::Connect;
@@ -180,7 +187,11 @@ public:
     // Receives the response to the request sent last, with the given
     // command field: 1 when a message came that answers that command and
     // that request's Message ID.
-    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+    // With storeRequestsToo a C-STORE-RQ (a C-GET's sub-operation) is
+    // taken as well, its command set only: its data set is for the caller
+    // to receive (CStoreResponder).
+    int AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                      bool storeRequestsToo = false);
 
     // --- one exchange (usersocket_exchange.cpp)
     // Clears what the last exchange left (errors, failed step, contexts, an
@@ -198,7 +209,7 @@ public:
     void AbortAndClose();
     // Releases and closes after the last response: 0, whatever became of the release.
     int FinishExchange();
-    // C-CANCEL-RQ for the C-FIND or C-MOVE with that Message ID.
+    // C-CANCEL-RQ for the C-FIND, C-MOVE or C-GET with that Message ID.
     int SendCancelReq(uint16_t messageId);
     // Cancelling a C-FIND or C-MOVE (PS3.7 9.3.2.3, 9.3.4.3). After
     // afterMatches matches (0: never) a C-FIND sends C-CANCEL-RQ and reports
@@ -206,8 +217,9 @@ public:
     // 0 go on, 1 send C-CANCEL-RQ and await the final response (within the
     // time-out), 2 (or a second request after the cancel) abort the association.
     void SetCancellation(int afterMatches, std::function<int()> interruption);
-    // AwaitResponse for C-FIND and C-MOVE, sending C-CANCEL-RQ when asked.
-    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data);
+    // AwaitResponse for C-FIND, C-MOVE and C-GET, sending C-CANCEL-RQ when asked.
+    int AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                                 bool storeRequestsToo = false);
     // A-ABORT (PS3.8 9.3.8): source 0 service user, 2 service provider.
     int SendAbort(uint8_t source, uint8_t reason);
     void MarkFailedStep(ExchangeStep step, const std::string& service = "");
@@ -269,6 +281,8 @@ public:
                           const StoreOutcomeCallback& onOutcome, STORE_SUMMARY& summary);
 
     // --- query and retrieval (usersocket_query.cpp)
+    // The SOP class of a model's C-FIND (0x0020), C-MOVE (0x0021) or C-GET (0x0010).
+    static std::string GetQueryRetrieveSopClass(QR_REQUEST::Model model, uint16_t requestCommand);
     int SendFindReqCmnd(const std::string& sopClass, uint16_t priority, uint16_t dataSetType);
     int SendMoveReqCmnd(const std::string& sopClass, uint16_t priority, const std::string& destination);
     // PS3.4 C.4.1.1.4: words for a C-FIND status, good (not a failure) and
@@ -300,6 +314,24 @@ public:
     // A whole C-MOVE; the last response (final status and counts) in finalResponse.
     int Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& request, const MoveProgressCallback& onProgress,
                          DICOM_CMND_MSG& finalResponse);
+
+    // --- retrieval on the same association (usersocket_get.cpp)
+    // The storage classes a C-GET proposes when the request names none:
+    // the common image, structured report, document and presentation classes.
+    static std::vector<std::string> GetDefaultStorageClasses();
+    int SendGetReqCmnd(const std::string& sopClass, uint16_t priority);
+    // Called for each storage sub-operation once it is answered.
+    using GetStoreCallback = std::function<void(const STORED_INSTANCE& subOperation)>;
+    // A whole C-GET (PS3.4 C.4.3): the association proposes the GET model
+    // and the request's storage classes with this side in the SCP role
+    // (PS3.7 D.3.3.4); each C-STORE-RQ that arrives between the C-GET
+    // responses is written into folder and answered by CStoreResponder
+    // ("<SOP Instance UID>.dcm"), then handed to onStored; each pending
+    // C-GET response goes to onProgress. 0 when the exchange completed (the
+    // last response in finalResponse), else the error (GetErrorText).
+    int Do_CGET_Request(const HOST_INFO& host, const QR_REQUEST& request, const std::string& folder,
+                        const MoveProgressCallback& onProgress, const GetStoreCallback& onStored,
+                        DICOM_CMND_MSG& finalResponse);
 
     // --- DIMSE-N and storage commitment (usersocket_nservice.cpp)
     int SendCreateReqCmnd(const std::string& sopClass, const std::string& sopInstance);
@@ -386,4 +418,7 @@ public:
     int m_nCancelAfter = 0;
     std::function<int()> m_fnInterruption;
     bool m_bCancelSent = false;
+    // Abstract syntaxes for which the next A-ASSOCIATE-RQ proposes this side
+    // in the SCP role only (the storage classes of a C-GET).
+    std::vector<std::string> m_scpRoleSyntaxes;
 };

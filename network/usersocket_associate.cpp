@@ -93,15 +93,24 @@ std::string CUserSocket::CheckAETitle(const std::string& title)
 
 void CUserSocket::AddPresentationContext(const char* abstractSyntax, int count, ...)
 {
-    auto* context = new CPresentationContext;
-    context->m_sAbstractSyntax = abstractSyntax ? abstractSyntax : "";
+    std::vector<std::string> transferSyntaxes;
     va_list syntaxes;
     va_start(syntaxes, count);
     for (int i = 0; i < count; ++i) {
         const char* uid = va_arg(syntaxes, const char*);
-        context->AddTransferSyntax(uid ? uid : "");
+        transferSyntaxes.push_back(uid ? uid : "");
     }
     va_end(syntaxes);
+    AddPresentationContext(abstractSyntax ? abstractSyntax : "", transferSyntaxes);
+}
+
+void CUserSocket::AddPresentationContext(const std::string& abstractSyntax,
+                                         const std::vector<std::string>& transferSyntaxes)
+{
+    auto* context = new CPresentationContext;
+    context->m_sAbstractSyntax = abstractSyntax;
+    for (const std::string& uid : transferSyntaxes)
+        context->AddTransferSyntax(uid);
     context->m_ucPresContextID = static_cast<unsigned char>(2 * m_AssociateData.GetPresContextCount() + 1);
     m_AssociateData.AddPresContext(context);
 }
@@ -151,6 +160,10 @@ int CUserSocket::SendAssociateReq(bool storageCommitmentRole)
     // this side takes the SCP role, so the event report may come back.
     if (storageCommitmentRole)
         request.roles.push_back({"1.2.840.10008.1.20.1", 0x00, 0x01});
+    // The same for the storage classes of a C-GET (PS3.4 C.4.3): the peer
+    // sends their instances on this association as C-STORE-RQs.
+    for (const std::string& syntax : m_scpRoleSyntaxes)
+        request.roles.push_back({syntax, 0x00, 0x01});
     pdu::Bytes bytes;
     if (!pdu::WriteAssociateRq(request, bytes)) {
         SetError(kErrorMalformedPdu, 0, "the A-ASSOCIATE-RQ does not fit its length fields");

@@ -2,6 +2,7 @@
 // always implicit VR little endian, built with the raw element writers and
 // sent as one command PDV; every request goes through SendCommand and every
 // response through AwaitResponse, so a new service only adds its elements.
+#include "dicomdata/datawriter.h"
 #include "imageinfo/dicominfo.h"
 #include "network/usersocket.h"
 #include "platform/dynbuffer.h"
@@ -15,6 +16,7 @@ constexpr char kVerificationSopClass[] = "1.2.840.10008.1.1";
 constexpr uint16_t kEchoRq = 0x0030;
 constexpr uint16_t kEchoRsp = 0x8030;
 constexpr uint16_t kNoDataSet = 0x0101;
+constexpr uint16_t kStoreRq = 0x0001;
 
 // "C-FIND" for C-FIND-RQ.
 std::string ServiceName(uint16_t requestCommand)
@@ -55,9 +57,18 @@ int CUserSocket::SendCommand(std::initializer_list<CommandElement> elements)
     return SendDataPdu(command.GetData(), static_cast<int>(command.m_nSize), 1, 1);
 }
 
-int CUserSocket::AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)
+int CUserSocket::AwaitResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                               bool storeRequestsToo)
 {
-    if (!ReceiveMessage(response, data))
+    data.m_nSize = 0;
+    if (!ReceiveCommand(response))
+        return 0;
+    // PS3.4 C.4.3.3: the storage sub-operations of a C-GET arrive as
+    // C-STORE-RQs on the same association, between its responses.
+    if (storeRequestsToo && response.wCommandField == kStoreRq)
+        return 1;
+    CDicomDataWriterForBufferCmd writer(&data);
+    if (!ReceiveDataSet(response, writer))
         return 0;
     if (response.wCommandField != (requestCommand | 0x8000)) {
         DicomTraceFormat("<%s> Bad command 0x%X to response to %s", m_sTraceName.c_str(), response.wCommandField,

@@ -1,6 +1,6 @@
 // One exchange from connect to close, shared by every service: open the
 // association and pick the service's context, record the step that failed,
-// end with A-ABORT or A-RELEASE, cancel a running C-FIND or C-MOVE.
+// end with A-ABORT or A-RELEASE, cancel a running C-FIND, C-MOVE or C-GET.
 #include <cstring>
 
 #include "network/usersocket.h"
@@ -75,6 +75,7 @@ void CUserSocket::BeginExchange()
     m_AssociateData.RemovePresContexts();
     m_bAssociated = false;
     m_bCancelSent = false;
+    m_scpRoleSyntaxes.clear();
 }
 
 int CUserSocket::SendAbort(uint8_t source, uint8_t reason)
@@ -155,7 +156,7 @@ bool CUserSocket::OpenExchange(const HOST_INFO& host, const std::string& abstrac
 
 int CUserSocket::SendCancelReq(uint16_t messageId)
 {
-    // PS3.7 9.3.2.3, 9.3.4.3: C-FIND-CANCEL and C-MOVE-CANCEL name the
+    // PS3.7 9.3.2.3, 9.3.3.3, 9.3.4.3: C-FIND-, C-GET- and C-MOVE-CANCEL name the
     // request by its Message ID; the message ID counter is not advanced.
     DicomTraceFormat("<%s> C-CANCEL-RQ for message %u", m_sTraceName.c_str(), messageId);
     return SendCommand({{0x0100, CommandElement::kUs, "", kCancelRq},
@@ -169,7 +170,8 @@ void CUserSocket::SetCancellation(int afterMatches, std::function<int()> interru
     m_fnInterruption = std::move(interruption);
 }
 
-int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data)
+int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MSG& response, CDynBuffer& data,
+                                          bool storeRequestsToo)
 {
     const uint16_t messageId = static_cast<uint16_t>(m_nMessageID & 0xFFFF);
     for (;;) {
@@ -177,7 +179,7 @@ int CUserSocket::AwaitCancellableResponse(uint16_t requestCommand, DICOM_CMND_MS
             const int asked = m_bCancelSent ? 1 : 0;
             SetInterruptCheck([this, asked] { return m_fnInterruption() > asked; });
         }
-        int received = AwaitResponse(requestCommand, response, data);
+        int received = AwaitResponse(requestCommand, response, data, storeRequestsToo);
         SetInterruptCheck(nullptr);
         if (received || m_nLocalError != kErrorInterrupted)
             return received;

@@ -22,14 +22,20 @@ constexpr uint16_t kMoveRq = 0x0021;
 constexpr uint16_t kDataSetPresent = 0x0000;
 constexpr uint16_t kNoDataSet = 0x0101;
 
-const char* FindSopClass(QR_REQUEST::Model model)
-{
-    return model == QR_REQUEST::kPatientRoot ? "1.2.840.10008.5.1.4.1.2.1.1" : "1.2.840.10008.5.1.4.1.2.2.1";
-}
-const char* MoveSopClass(QR_REQUEST::Model model)
-{
-    return model == QR_REQUEST::kPatientRoot ? "1.2.840.10008.5.1.4.1.2.1.2" : "1.2.840.10008.5.1.4.1.2.2.2";
-}
+// PS3.4 C.6: the SOP classes of the two root information models.
+struct ModelSopClass {
+    QR_REQUEST::Model model;
+    uint16_t requestCommand;
+    const char* uid;
+};
+constexpr ModelSopClass kModelSopClasses[] = {
+    {QR_REQUEST::kPatientRoot, 0x0020, "1.2.840.10008.5.1.4.1.2.1.1"},  // FIND
+    {QR_REQUEST::kPatientRoot, 0x0021, "1.2.840.10008.5.1.4.1.2.1.2"},  // MOVE
+    {QR_REQUEST::kPatientRoot, 0x0010, "1.2.840.10008.5.1.4.1.2.1.3"},  // GET
+    {QR_REQUEST::kStudyRoot, 0x0020, "1.2.840.10008.5.1.4.1.2.2.1"},
+    {QR_REQUEST::kStudyRoot, 0x0021, "1.2.840.10008.5.1.4.1.2.2.2"},
+    {QR_REQUEST::kStudyRoot, 0x0010, "1.2.840.10008.5.1.4.1.2.2.3"},
+};
 
 // A key's text as the value bytes of its VR: numbers for the binary VRs,
 // the characters for the rest. False when a number does not read.
@@ -91,16 +97,14 @@ bool IsCharacterSetText(const char* vr)
     return false;
 }
 
-void AddContext(CAssociateData& data, const std::string& abstractSyntax, const std::vector<std::string>& syntaxes)
-{
-    auto* context = new CPresentationContext;
-    context->m_sAbstractSyntax = abstractSyntax;
-    for (const std::string& uid : syntaxes)
-        context->AddTransferSyntax(uid);
-    context->m_ucPresContextID = static_cast<unsigned char>(2 * data.GetPresContextCount() + 1);
-    data.AddPresContext(context);
 }
 
+std::string CUserSocket::GetQueryRetrieveSopClass(QR_REQUEST::Model model, uint16_t requestCommand)
+{
+    for (const ModelSopClass& row : kModelSopClasses)
+        if (row.model == model && row.requestCommand == requestCommand)
+            return row.uid;
+    return "";
 }
 
 int CUserSocket::SendFindReqCmnd(const std::string& sopClass, uint16_t priority, uint16_t dataSetType)
@@ -240,8 +244,8 @@ int CUserSocket::Do_CFIND_Request(const HOST_INFO& host, const QR_REQUEST& reque
 {
     finalStatus = 0xFFFF;
     BeginExchange();
-    const std::string sopClass = FindSopClass(request.model);
-    AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
+    const std::string sopClass = GetQueryRetrieveSopClass(request.model, kFindRq);
+    AddPresentationContext(sopClass, request.transferSyntaxes);
     if (!OpenExchange(host, sopClass, "C-FIND"))
         return ErrorCode();
     CDynBuffer identifier;
@@ -305,8 +309,8 @@ int CUserSocket::Do_CMOVE_Request(const HOST_INFO& host, const QR_REQUEST& reque
     std::memset(&finalResponse, 0, sizeof finalResponse);
     finalResponse.wStatus = 0xFFFF;
     BeginExchange();
-    const std::string sopClass = MoveSopClass(request.model);
-    AddContext(m_AssociateData, sopClass, request.transferSyntaxes);
+    const std::string sopClass = GetQueryRetrieveSopClass(request.model, kMoveRq);
+    AddPresentationContext(sopClass, request.transferSyntaxes);
     if (!OpenExchange(host, sopClass, "C-MOVE"))
         return ErrorCode();
     CDynBuffer identifier;

@@ -18,17 +18,6 @@
 #include "tools/query_options.h"
 #include "tools/receive_output.h"
 
-namespace {
-
-void PrintCounts(const char* what, const DICOM_CMND_MSG& response)
-{
-    std::printf("%s: %u remaining, %u completed, %u failed, %u warning\n", what, response.wRemainingSubOperations,
-                response.wCompletedSubOperations, response.wFailedSubOperations, response.wWarningSubOperations);
-    std::fflush(stdout);
-}
-
-}
-
 int RunMove(int argc, char** argv)
 {
     OptionReader reader("move", "HOST PORT", "Asks a C-MOVE SCP to send the matching instances to the AE title DEST.");
@@ -94,17 +83,15 @@ int RunMove(int argc, char** argv)
         host, request,
         [&options](const DICOM_CMND_MSG& response) {
             if (!options.Quiet())
-                PrintCounts("pending", response);
+                PrintSubOperationCounts("pending", response);
         },
         final);
     stopReceiving();
     if (error != 0)
         return reader.Failure(options.Peer() + ": " + socket.GetErrorText());
     if (!options.Quiet()) {
-        PrintCounts("final", final);
-        std::printf("final status 0x%04X: %s%s%s\n", final.wStatus,
-                    CUserSocket::GetMoveStatusText(final.wStatus).c_str(), final.szExtraText[0] ? " - " : "",
-                    final.szExtraText);
+        PrintSubOperationCounts("final", final);
+        PrintRetrieveStatus(final);
     }
     if (!FinishOutput("move"))
         return 1;

@@ -25,6 +25,7 @@ const std::vector<ToolCommand>& ToolCommands()
         {"worklist", "query a modality worklist SCP (--modality M --date RANGE --patient NAME -k KEY=VALUE... HOST PORT)",
          RunWorklist},
         {"move", "have a C-MOVE SCP send instances to an AE (--dest AE -k KEY=VALUE... HOST PORT)", RunMove},
+        {"get", "retrieve instances from a C-GET SCP into a folder (-k KEY=VALUE... --dir DIR HOST PORT)", RunGet},
         {"commit", "storage commitment of files' instances (--listen PORT HOST PORT FILE...)", RunCommit},
         {"print", "print grayscale images on a DICOM printer, one film per image (HOST PORT IMAGE...)", RunPrint},
         {"capture", "make a Secondary Capture DICOM file from a PGM or PPM image", RunCapture},

@@ -31,6 +31,7 @@ int RunEcho(int argc, char** argv);     // tools/cmd_echo.cpp
 int RunStore(int argc, char** argv);    // tools/cmd_store.cpp
 int RunFind(int argc, char** argv);     // tools/cmd_find.cpp
 int RunMove(int argc, char** argv);     // tools/cmd_move.cpp
+int RunGet(int argc, char** argv);      // tools/cmd_get.cpp
 int RunCommit(int argc, char** argv);   // tools/cmd_commit.cpp
 int RunCapture(int argc, char** argv);  // tools/cmd_capture.cpp
 int RunEdit(int argc, char** argv);     // tools/cmd_edit.cpp

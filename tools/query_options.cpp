@@ -1,4 +1,4 @@
-// Options shared by `zeldicom find` and `zeldicom move`.
+// Options and output shared by `zeldicom find`, `move` and `get`.
 #include "tools/query_options.h"
 
 #include <csignal>
@@ -113,4 +113,18 @@ void AddQueryOptions(OptionReader& reader, QR_REQUEST& request)
             request.transferSyntaxes = {uid};
             return std::string();
         });
+}
+
+void PrintSubOperationCounts(const char* what, const DICOM_CMND_MSG& response)
+{
+    std::printf("%s: %u remaining, %u completed, %u failed, %u warning\n", what, response.wRemainingSubOperations,
+                response.wCompletedSubOperations, response.wFailedSubOperations, response.wWarningSubOperations);
+    std::fflush(stdout);
+}
+
+void PrintRetrieveStatus(const DICOM_CMND_MSG& response)
+{
+    // The C-GET statuses are those of C-MOVE less Move Destination unknown (PS3.4 C.4.3.1.4).
+    std::printf("final status 0x%04X: %s%s%s\n", response.wStatus, CUserSocket::GetMoveStatusText(response.wStatus).c_str(),
+                response.szExtraText[0] ? " - " : "", response.szExtraText);
 }

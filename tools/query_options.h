@@ -1,5 +1,5 @@
 #pragma once
-// The options of the query/retrieve commands (find, move): information
+// The options of the query/retrieve commands (find, move, get): information
 // model, level, keys and transfer syntax, in DCMTK's findscu/movescu
 // spellings too (-P, -S, -k, -xi, -xe, -xb).
 #include <functional>
@@ -20,3 +20,9 @@ std::function<int()> CatchInterrupts();
 
 // KEY[=VALUE] with KEY a keyword or gggg,eeee; false when KEY is neither.
 bool ParseQueryKey(const std::string& text, QueryKey& key);
+
+// "pending: R remaining, C completed, F failed, W warning" of a C-MOVE or
+// C-GET response on standard output, flushed at once.
+void PrintSubOperationCounts(const char* what, const DICOM_CMND_MSG& response);
+// "final status 0xSSSS: words[ - error comment]" of the last such response.
+void PrintRetrieveStatus(const DICOM_CMND_MSG& response);

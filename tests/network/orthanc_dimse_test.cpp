@@ -1,6 +1,6 @@
 // Orthanc, started here with its own configuration on free loopback ports,
 // against store, find, move (also to `move --receive`, the command itself
-// as destination) and storage commitment: the report arrives on
+// as destination), get and storage commitment: the report arrives on
 // the association Orthanc opens to `commit --listen`, with the stored
 // instance committed and the one Orthanc never received failed; and the
 // whole sample folder stored, at least as many instances as storescu stores.
@@ -26,7 +26,7 @@ void WriteOrthancConfig(const std::string& folder, uint16_t port, uint16_t liste
   "RemoteAccessAllowed": false, "AuthenticationEnabled": false, "DicomServerEnabled": true,
   "DicomAet": "ORTHANC", "DicomPort": )" << port << R"(, "DicomCheckCalledAet": true,
   "DicomAlwaysAllowEcho": true, "DicomAlwaysAllowStore": true, "DicomAlwaysAllowFind": true,
-  "DicomAlwaysAllowMove": true, "SaveJobs": false, "Plugins": [],
+  "DicomAlwaysAllowMove": true, "DicomAlwaysAllowGet": true, "SaveJobs": false, "Plugins": [],
   "DicomModalities": { "scu": ["ZELDICOM", "127.0.0.1", )" << listen << R"(],
                        "movedest": ["MOVEDEST", "127.0.0.1", )" << movePort << R"(] }
 })";
@@ -34,7 +34,7 @@ void WriteOrthancConfig(const std::string& folder, uint16_t port, uint16_t liste
 
 }
 
-TEST(OrthancDimse, StoreFindMoveAndCommit)
+TEST(OrthancDimse, StoreFindMoveGetAndCommit)
 {
     const std::string folder = testsupport::ScratchPath("orthanc-dimse");
     const uint16_t port = FreePort(), listen = FreePort(), movePort = FreePort();
@@ -105,6 +105,16 @@ TEST(OrthancDimse, StoreFindMoveAndCommit)
     EXPECT_EQ(move.status, 0) << move.err;
     EXPECT_NE(move.out.find("1 completed, 0 failed"), std::string::npos) << move.out;
     EXPECT_EQ(std::distance(fs::directory_iterator(folder + "/moved"), fs::directory_iterator()), 1);
+    // C-GET of the same study: the instance comes back on the association, as pydicom reads what was stored.
+    fs::create_directories(folder + "/got");
+    CliResult get = RunCli({"get", "-aec", "ORTHANC", "-k", "StudyInstanceUID=1.3.6.1.4.1.5962.1.2.1.20040119072730.12322",
+                            "--dir", folder + "/got", "127.0.0.1", p});
+    EXPECT_EQ(get.status, 0) << get.err;
+    EXPECT_NE(get.out.find("final: 0 remaining, 1 completed, 0 failed, 0 warning"), std::string::npos) << get.out;
+    auto [compared, same] = testsupport::RunShell("/usr/bin/python3 " ZELDICOM_SOURCE_DIR
+                                                  "/tests/network/same_instances.py " + folder + "/got " + ct);
+    EXPECT_EQ(same, "1 same\n");
+    EXPECT_EQ(compared, 0);
     CliResult unknown = RunCli({"move", "-aec", "ORTHANC", "--dest", "NOWHERE", "-k",
                                 "StudyInstanceUID=1.3.6.1.4.1.5962.1.2.1.20040119072730.12322", "127.0.0.1", p});
     EXPECT_EQ(unknown.status, 1);

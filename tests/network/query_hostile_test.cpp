@@ -1,11 +1,16 @@
-// `zeldicom find` and `move` against a scripted peer that accepts the
+// `zeldicom find`, `move` and `get` against a scripted peer that accepts the
 // association and then answers wrongly: another message ID, another
 // command, a data PDV inside a command, failure statuses, a peer that
-// closes or falls silent in the middle of the responses. Each run ends in
-// time with its words and a failing exit status.
+// closes or falls silent in the middle of the responses, C-GET
+// sub-operations that cannot be stored. Each run ends in time with its
+// words and a failing exit status.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "network/scripted_peer.h"
+#include "network/storeresponder.h"
+#include "network/usersocket.h"
 #include "support/cli.h"
 #include "support/dicomwriter.h"
 
@@ -102,4 +107,94 @@ TEST(QueryHostilePeer, EachMatchIsDecodedByItsOwnCharacterSet)
               std::string::npos)
         << run.out;
     EXPECT_EQ(peer.Problem(), "");
+}
+
+namespace {
+
+// Of the contexts a C-GET proposes (1 the C-GET, then the storage classes
+// from 3 on; CT Image is the sixth), the C-GET and CT Image are accepted.
+constexpr uint8_t kCtContext = 13;
+const std::string kCtClass = "1.2.840.10008.5.1.4.1.1.2";
+const Bytes kGetAccept =
+    associateAc(cat({contextAc(1, 0, "1.2.840.10008.1.2"), contextAc(kCtContext, 0, "1.2.840.10008.1.2")}));
+
+// A C-STORE-RQ for CT instance 1.2.3.4 and a data set naming dataSetInstance.
+Bytes StoreRequest(uint8_t context, const std::string& dataSetInstance)
+{
+    const Bytes command = commandSet({cmd(0x0002, uid(kCtClass)), cmd(0x0100, le(0x0001, 2)), cmd(0x0110, le(7, 2)),
+                                      cmd(0x0700, le(0, 2)), cmd(0x0800, le(0, 2)), cmd(0x1000, uid("1.2.3.4"))});
+    const Bytes dataSet = cat({le(0x0008, 2), le(0x0016, 2), le(uid(kCtClass).size(), 4), uid(kCtClass), le(0x0008, 2),
+                               le(0x0018, 2), le(uid(dataSetInstance).size(), 4), uid(dataSetInstance)});
+    return cat({pdu(0x04, pdv(context, 0x03, command)), pdu(0x04, pdv(context, 0x02, dataSet))});
+}
+
+Bytes GetResponse(uint16_t status, uint16_t completed, uint16_t failed)
+{
+    return pdu(0x04, pdv(1, 0x03, commandSet({cmd(0x0002, uid("1.2.840.10008.5.1.4.1.2.2.3")), cmd(0x0100, le(0x8010, 2)),
+                                              cmd(0x0120, le(1, 2)), cmd(0x0800, le(0x0101, 2)), cmd(0x0900, le(status, 2)),
+                                              cmd(0x1020, le(0, 2)), cmd(0x1021, le(completed, 2)),
+                                              cmd(0x1022, le(failed, 2)), cmd(0x1023, le(0, 2))})));
+}
+
+}
+
+TEST(QueryHostilePeer, GetSubOperationsThatCannotBeStoredAreRefusedAndLeaveNoFile)
+{
+    const struct {
+        uint8_t context;
+        const char* dataSetInstance;
+        const char* words;
+    } cases[] = {
+        {3, "1.2.3.4", "1.2.3.4 (1.2.840.10008.5.1.4.1.1.2) answered 0x0122"},  // a context not accepted
+        {kCtContext, "1.2.3.5", "1.2.3.4 (1.2.840.10008.5.1.4.1.1.2) answered 0xA900"},
+    };
+    for (const auto& refused : cases) {
+        SCOPED_TRACE(refused.words);
+        ScriptedPeer peer({Expect(0x01), Send(kGetAccept), Expect(0x04), Expect(0x04),
+                           Send(StoreRequest(refused.context, refused.dataSetInstance)), ExpectOnContext(refused.context),
+                           Send(GetResponse(0xB000, 0, 1)), Expect(0x05), Send(kReleaseRp)});
+        const std::string folder = testsupport::ScratchPath("get-refused");
+        std::filesystem::create_directories(folder);
+        CliResult run = RunCli({"get", "--timeout", "2", "-k", "StudyInstanceUID=1.2.3", "--dir", folder, "127.0.0.1",
+                                std::to_string(peer.Port())});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_NE(run.err.find(refused.words), std::string::npos) << run.err;
+        EXPECT_NE(run.out.find("final: 0 remaining, 0 completed, 1 failed, 0 warning\n"
+                               "final status 0xB000: Warning: sub-operations complete, one or more failures\n"
+                               "0 files written"),
+                  std::string::npos)
+            << run.out;
+        EXPECT_TRUE(std::filesystem::is_empty(folder));
+        EXPECT_EQ(peer.Problem(), "");
+        std::filesystem::remove_all(folder);
+    }
+}
+
+TEST(QueryHostilePeer, GetCancelGoesOnTheGetContextAfterASubOperation)
+{
+    // The interruption asks for C-CANCEL once the first instance is stored:
+    // the C-STORE-RSP goes on the CT context, the C-CANCEL-RQ on the C-GET's.
+    ScriptedPeer peer({Expect(0x01), Send(kGetAccept), Expect(0x04), Expect(0x04), Send(StoreRequest(kCtContext, "1.2.3.4")),
+                       ExpectOnContext(kCtContext), ExpectOnContext(1), Send(GetResponse(0xFE00, 1, 0)), Expect(0x05),
+                       Send(kReleaseRp)});
+    const std::string folder = testsupport::ScratchPath("get-cancel");
+    std::filesystem::create_directories(folder);
+    HOST_INFO host;
+    host.Set("127.0.0.1", peer.Port(), "ANY-SCP", "ZELDICOM");
+    QR_REQUEST request;
+    request.keys.push_back({0x0020, 0x000D, "1.2.3"});
+    CUserSocket socket;
+    socket.SetTimeout(2000);
+    int stored = 0;
+    socket.SetCancellation(0, [&stored] { return stored > 0 ? 1 : 0; });
+    DICOM_CMND_MSG final;
+    EXPECT_EQ(socket.Do_CGET_Request(host, request, folder, nullptr,
+                                     [&stored](const STORED_INSTANCE& instance) { stored += instance.status == 0; }, final),
+              0)
+        << socket.GetErrorText();
+    EXPECT_EQ(stored, 1);
+    EXPECT_EQ(final.wStatus, 0xFE00);
+    EXPECT_TRUE(std::filesystem::exists(folder + "/1.2.3.4.dcm"));
+    EXPECT_EQ(peer.Problem(), "");
+    std::filesystem::remove_all(folder);
 }

@@ -1,8 +1,9 @@
-// `zeldicom find` and `zeldicom move` against DCMTK's dcmqrscp holding a
+// `zeldicom find`, `move` and `get` against DCMTK's dcmqrscp holding a
 // small database of pydicom's samples, with a storescp as move destination,
 // all on free loopback ports in a temporary folder: every query gives the
 // same matches as findscu in each of the three uncompressed transfer
-// syntaxes, a move delivers the study's instances, and failures are worded.
+// syntaxes, a move delivers the study's instances, a get writes them as
+// dcmqrscp holds them, and failures are worded.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const char kCtStudy[] = "1.3.6.1.4.1.5962.1.2.1.20040119072730.12322";
+const char* const kHeld[] = {"CT_small.dcm", "MR_small.dcm", "rtplan.dcm"};
 
 // dcmqrscp over a database of three samples, and a storescp "MOVEDEST";
 // "MOVESELF" on selfPort is left for `move --receive`.
@@ -41,7 +43,7 @@ struct QueryPeers {
         fs::create_directories(folder + "/qrrun");
         fs::create_directories(folder + "/destrun");
         std::string index = "dcmqridx " + folder + "/db";
-        for (const char* name : {"CT_small.dcm", "MR_small.dcm", "rtplan.dcm"}) {
+        for (const char* name : kHeld) {
             fs::copy_file(testsupport::PydicomDataDir() + "/test_files/" + name, folder + "/db/" + name);
             index += " " + folder + "/db/" + name;
         }
@@ -213,4 +215,45 @@ TEST(QueryPeers, MoveReceivesIntoAFolder)
     EXPECT_NE(move.out.find("final: 0 remaining, 1 completed, 0 failed, 0 warning"), std::string::npos) << move.out;
     EXPECT_NE(move.out.find(": CT Image Storage from QRSCP, "), std::string::npos) << move.out;
     EXPECT_EQ(CompareReceived(peers.folder, received, "same", {peers.folder + "/db/CT_small.dcm"}), Same(1));
+}
+
+TEST(QueryPeers, GetWritesTheStudiesAsDcmqrscpHoldsThem)
+{
+    QueryPeers peers;
+    ASSERT_TRUE(peers.up) << "dcmqrscp or storescp did not answer C-ECHO";
+    const std::string port = std::to_string(peers.port);
+    // The three studies by a list of UIDs (PS3.4 C.2.2.2.2), and one patient in the patient root model.
+    const struct {
+        const char* model;
+        const char* level;
+        std::string key;
+        std::vector<std::string> held;
+    } gets[] = {
+        {"study", "STUDY",
+         std::string("StudyInstanceUID=1.22.333.4.555555.6.7777777777777777777777777777\\") + kCtStudy +
+             "\\1.3.6.1.4.1.5962.1.2.4.20040826185059.5457",
+         {"CT_small.dcm", "MR_small.dcm", "rtplan.dcm"}},
+        {"patient", "PATIENT", "PatientID=1CT1", {"CT_small.dcm"}},
+    };
+    for (const auto& [model, level, key, held] : gets) {
+        SCOPED_TRACE(model);
+        const std::string into = peers.folder + "/got-" + model, n = std::to_string(held.size());
+        fs::create_directories(into);
+        CliResult get = RunCli({"get", "-aec", "QRSCP", "--model", model, "--level", level, "-k", key, "--dir", into,
+                                "127.0.0.1", port});
+        EXPECT_EQ(get.status, 0) << get.err;
+        // A pending response per sub-operation, then the final one.
+        EXPECT_EQ(Lines(get.out).size(), held.size() + 3) << get.out;
+        EXPECT_NE(get.out.find("final: 0 remaining, " + n + " completed, 0 failed, 0 warning\nfinal status 0x0000: "
+                               "Success: sub-operations complete, no failures\n" + n),
+                  std::string::npos)
+            << get.out;
+        std::string heldPaths;
+        for (const std::string& name : held)
+            heldPaths += " " + peers.folder + "/db/" + name;
+        auto [status, compared] = testsupport::RunShell(
+            "/usr/bin/python3 " ZELDICOM_SOURCE_DIR "/tests/network/same_instances.py " + into + heldPaths);
+        EXPECT_EQ(compared, n + " same\n");
+        EXPECT_EQ(status, 0);
+    }
 }

@@ -24,8 +24,10 @@ struct Step {
     uint8_t pduType = 0;  // kExpect: the type the client must send
     Bytes bytes = {};     // kSend, kDribble
     int milliseconds = 0; // kDribble: pause per byte; kStall: how long (the other side's close ends it sooner); kExpectClose: the longest wait
+    int context = -1;     // kExpect: the presentation context of the P-DATA-TF's first PDV, when set
 };
 inline Step Expect(uint8_t type) { return {Step::kExpect, type}; }
+inline Step ExpectOnContext(uint8_t context) { return {Step::kExpect, 0x04, {}, 0, context}; }
 inline Step Send(const Bytes& bytes) { return {Step::kSend, 0, bytes}; }
 inline Step Dribble(const Bytes& bytes, int pause) { return {Step::kDribble, 0, bytes, pause}; }
 inline Step Stall(int milliseconds = 10000) { return {Step::kStall, 0, {}, milliseconds}; }
@@ -109,6 +111,10 @@ protected:
                 std::vector<uint8_t> body(length);
                 if (header[0] != step.pduType || length > (1u << 20) || !ReadExactly(fd, body.data(), length)) {
                     m_problem = "expected PDU type " + std::to_string(step.pduType) + ", got " + std::to_string(header[0]);
+                    break;
+                }
+                if (step.context >= 0 && (length < 5 || body[4] != step.context)) {
+                    m_problem = "expected a PDV on context " + std::to_string(step.context);
                     break;
                 }
             } else if (step.kind == Step::kSend) {

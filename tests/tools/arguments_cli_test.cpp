@@ -35,6 +35,7 @@ const std::vector<Command>& Commands()
         {{"find"}, {"127.0.0.1", "104"}, true},
         {{"worklist"}, {"127.0.0.1", "104"}, true},
         {{"move"}, {"--dest", "AE", "127.0.0.1", "104"}, true},
+        {{"get"}, {"--dir", "/tmp", "127.0.0.1", "104"}, true},
         {{"commit"}, {"--listen", "11113", "127.0.0.1", "104", "a.dcm"}, true},
         {{"print"}, {"127.0.0.1", "104", "a.dcm"}, true},
     };
@@ -110,6 +111,8 @@ TEST(CommandArguments, EveryFaultIsOneLineNamingItWithStatus2)
         {{"find", "--model", "flat", "127.0.0.1", "104"}, "zeldicom find: --model: 'flat' is neither patient nor"},
         {{"find", "-k", "NoSuchKeyword", "127.0.0.1", "104"}, "zeldicom find: -k: 'NoSuchKeyword' is neither a"},
         {{"move", "127.0.0.1", "104"}, "zeldicom move: --dest missing"},
+        {{"get", "127.0.0.1", "104"}, "zeldicom get: --dir missing"},
+        {{"get", "--dir", "/nonexistent/folder", "127.0.0.1", "104"}, "zeldicom get: --dir: '/nonexistent/folder' is not"},
         {{"commit", "--listen", "0", "127.0.0.1", "104", "a.dcm"}, "zeldicom commit: --listen: '0' is not a port"},
         {{"worklist", "--date", "someday", "127.0.0.1", "104"}, "zeldicom worklist: --date: 'someday' is not a"},
         {{"echo", "--json", "127.0.0.1", "104"}, "zeldicom echo: unknown option '--json'"},
