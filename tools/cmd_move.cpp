@@ -52,7 +52,7 @@ int RunMove(int argc, char** argv)
         STORAGE_SERVER_SETTINGS settings;
         settings.folder = receiveFolder;
         settings.aeTitle = request.moveDestination;
-        settings.timeoutMs = options.TimeoutMilliseconds();
+        settings.timeoutMs = AssociationOptions::Milliseconds(options.dimseTimeout);
         receiver.emplace(settings);
         receiver->SetEventCallback(ReceiveReporter(options));
         if (!receiver->Listen(static_cast<unsigned>(receivePort)))
@@ -66,7 +66,7 @@ int RunMove(int argc, char** argv)
     auto stopReceiving = [&] {
         if (!receiver)
             return;
-        receiver->Stop(options.TimeoutMilliseconds());
+        receiver->Stop(AssociationOptions::Milliseconds(options.dimseTimeout));
         serving.join();
     };
 

@@ -37,6 +37,11 @@ TEST(ReceiveHostile, EachCallerIsRefusedAndTheReceiverStaysUp)
     const Bytes truncated = cat({testsupport::elem(0x0008, 0x0016, "UI", uid(kCt)),
                                  testsupport::elem(0x0008, 0x0018, "UI", uid("1.2.3.4")),
                                  Bytes{0x10, 0x00, 0x10, 0x00, 'P', 'N', 100, 0, 'D', 'o', 'e', '^'}});
+    // A client gone in the middle of an object: the data set's start, then
+    // the connection closes before its last fragment.
+    const Bytes started = cat({testsupport::elem(0x0008, 0x0016, "UI", uid(kCt)),
+                               testsupport::elem(0x0008, 0x0018, "UI", uid("1.2.3.99")),
+                               Bytes{0xE0, 0x7F, 0x10, 0x00, 'O', 'W', 0, 0, 0, 0, 0, 0x04}, Bytes(100000, 0)});
     const struct {
         const char* what;
         std::vector<Step> script;
@@ -49,6 +54,9 @@ TEST(ReceiveHostile, EachCallerIsRefusedAndTheReceiverStaysUp)
         {"data set ending mid-element",
          {Send(associateRq(contextRq(1, kCt, {kExplicit}))), Expect(0x02), Send(StoreRequest("1.2.3.4")),
           Send(pdu(0x04, pdv(1, 0x02, truncated))), Expect(0x04), Send(release), Expect(0x06)}},
+        {"client gone in the middle of an object",
+         {Send(associateRq(contextRq(1, kCt, {kExplicit}))), Expect(0x02), Send(StoreRequest("1.2.3.99")),
+          Send(pdu(0x04, pdv(1, 0x00, started))), Close()}},
         {"A-ASSOCIATE-RQ shorter than its fixed fields", {Send(Bytes{0x01, 0, 0, 0, 0, 4, 0, 1, 0, 0}), ExpectClose()}},
     };
     for (const auto& caller : callers) {
@@ -56,6 +64,9 @@ TEST(ReceiveHostile, EachCallerIsRefusedAndTheReceiverStaysUp)
         ScriptedClient client(receiver.port, caller.script);
         EXPECT_EQ(client.Problem(), "");
         EXPECT_EQ(receiver.Echo().status, 0) << receiver.Log();
+        // The caller's own association may still be ending on its thread.
+        for (int wait = 0; wait < 100 && !receiver.Entries().empty(); ++wait)
+            usleep(20000);
         EXPECT_TRUE(receiver.Entries().empty());
     }
     EXPECT_TRUE(receiver.AwaitLog("1.2.3.4 not stored: failed 0xC000")) << receiver.Log();

@@ -5,7 +5,6 @@
 // receiver serving.
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <thread>
 
 #include "network/peer_process.h"
@@ -125,32 +124,14 @@ TEST(ReceivePeers, SeveralClientsAtOnceAllArrive)
     EXPECT_EQ(CompareReceived(scratch.path, receiver.folder + "/in", "same", files), Same(files.size()));
 }
 
-// A client killed in the middle of a 64 MiB object: no file, and once the
-// association has ended, no temporary. Then, under a file size limit of
-// 2 MiB, the same object is answered Out of Resources and leaves nothing,
-// while a small one is stored after it.
-TEST(ReceivePeers, FaultsLeaveNothingBehindAndTheReceiverServes)
+// Under a file size limit of 4 MiB, a 64 MiB object is answered Out of
+// Resources and leaves nothing, while a small one is stored after it. (A
+// client gone in the middle of an object is one of the hostile callers.)
+TEST(ReceivePeers, FullDiskIsAnsweredAndTheReceiverServes)
 {
     ScratchFolder scratch("receive-faults");
     const std::string big = scratch.path + "/big.dcm";
     ASSERT_TRUE(WriteFile(big, CtObject("1.2.3.99", 64u << 20)));
-    {
-        Receiver receiver("receive-killed");
-        ASSERT_TRUE(receiver.ready) << receiver.Log();
-        fs::create_directories(scratch.path + "/sender");
-        std::optional<PeerProcess> sender(std::in_place, std::vector<std::string>{ZELDICOM_CLI, "store", "127.0.0.1",
-                                                                                  std::to_string(receiver.port), big},
-                                          scratch.path + "/sender");
-        bool partial = false;
-        for (int wait = 0; wait < 400 && !partial; ++wait, usleep(50000))
-            for (const auto& entry : fs::directory_iterator(receiver.folder + "/in"))
-                partial = partial || fs::file_size(entry.path()) > (4u << 20);
-        EXPECT_TRUE(partial);
-        sender.reset();
-        EXPECT_TRUE(receiver.AwaitLog("0 stored, 1 failed")) << receiver.Log();
-        EXPECT_TRUE(receiver.Entries().empty());
-        EXPECT_EQ(receiver.Echo().status, 0);
-    }
     Receiver limited("receive-limited", {}, "ulimit -f 4096");
     ASSERT_TRUE(limited.ready) << limited.Log();
     CliResult run = RunCli({"store", "127.0.0.1", std::to_string(limited.port), big, Sample("CT_small.dcm")});
