@@ -483,7 +483,7 @@ struct StoreBatch {
         }
         socket.SetPresentationContext(id);
         outcome.result = STORE_OUTCOME::kFailed;
-        bool sent;
+        bool sent = false;
         if (file.sendsAsItLies && syntax == file.fileSyntax) {
             sent = socket.SendStoreReqCmnd(file.sopClass, file.sopInstance) &&
                    socket.SendDataFromFile(file.path, file.dataLength, file.dataOffset);
